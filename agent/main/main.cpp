@@ -1,0 +1,65 @@
+// The composition root: builds the platform services, installs the logging
+// sinks, checks the command line, and hands the main thread to the event loop.
+
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+
+#include <asio/io_context.hpp>
+
+#include "agent/main/BuildInfo.h"
+#include "agent/run/AgentCommand.h"
+#include "agent/run/StartCommand.h"
+#include "agent/run/VelmoRunner.h"
+#include "core/Bundle.h"
+#include "core/Executors.h"
+#include "core/LogSinks.h"
+#include "platform/linux/FileUnifiedLog.h"
+#include "platform/linux/JournalUnifiedLog.h"
+#include "platform/linux/PosixFileManager.h"
+#include "platform/linux/PosixHost.h"
+#include "platform/linux/PosixProcessLauncher.h"
+#include "platform/linux/SystemClock.h"
+
+namespace {
+
+using namespace velmo;
+
+std::unique_ptr<platform::UnifiedLog> makeUnifiedLog(const platform::Clock& clock) {
+  const char* file = std::getenv("VELMO_UNIFIED_LOG");
+  if (file && *file) return std::make_unique<platform::linux::FileUnifiedLog>(file, clock);
+  return std::make_unique<platform::linux::JournalUnifiedLog>();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // Line-buffered, so an administrator tailing the log file sees each line at once.
+  std::setvbuf(stdout, nullptr, _IOLBF, 0);
+
+  core::Bundle::setMain({agent::kBundleIdentifier, agent::kAgentVersion, agent::kAgentBuild});
+  const platform::Paths paths = platform::Paths::fromEnvironment();
+  const platform::linux::PosixFileManager files;
+  const platform::linux::PosixHost host;
+
+  const agent::run::AgentCommand::Environment environment{paths, files, host, std::cout, std::cerr};
+  if (auto status = agent::run::AgentCommand::parseAndValidate(
+          argc, argv, core::Bundle::main().versionString(), environment)) {
+    return *status;
+  }
+
+  platform::linux::SystemClock clock;
+  const auto unifiedLog = makeUnifiedLog(clock);
+  core::LogSinks::install({stdout, unifiedLog.get(), &clock});
+
+  asio::io_context mainContext(1);
+  platform::linux::PosixProcessLauncher launcher;
+  agent::run::VelmoRunner runner(launcher, clock, paths.toolExecutable());
+  agent::run::StartCommand start({mainContext.get_executor(), clock, paths, runner});
+
+  core::startTask(mainContext.get_executor(), start.run(), core::CustomLogger("StartCommand"));
+  mainContext.run();
+  // Reached only if the main task ever ends.
+  std::exit(0);
+}

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <asio/awaitable.hpp>
+
+#include "core/CustomLogger.h"
+#include "core/Executors.h"
+#include "platform/Clock.h"
+#include "platform/Paths.h"
+
+namespace velmo::agent::run {
+
+class VelmoRunner;
+
+// The start-up sequence: builds the long-lived objects on the main executor
+// in their order, then sleeps for ever in one-second steps while timers,
+// notifications and subscriptions do the work.
+class StartCommand {
+ public:
+  struct Collaborators {
+    core::Executor mainExecutor;
+    platform::Clock& clock;
+    const platform::Paths& paths;
+    VelmoRunner& runner;
+  };
+
+  explicit StartCommand(Collaborators collaborators);
+
+  asio::awaitable<void> run();
+
+ private:
+  Collaborators collaborators_;
+  core::CustomLogger logger_{"StartCommand"};
+};
+
+}  // namespace velmo::agent::run

@@ -1,0 +1,25 @@
+# Every third-party library comes from a Debian package (scripts/bootstrap).
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+find_package(OpenSSL REQUIRED COMPONENTS Crypto)
+find_package(ICU REQUIRED COMPONENTS uc i18n)
+pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
+
+find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)
+add_library(velmo_asio INTERFACE)
+add_library(velmo::asio ALIAS velmo_asio)
+target_include_directories(velmo_asio SYSTEM INTERFACE ${ASIO_INCLUDE_DIR})
+target_link_libraries(velmo_asio INTERFACE Threads::Threads)
+
+find_path(CLI11_INCLUDE_DIR CLI/CLI.hpp REQUIRED)
+add_library(velmo_cli11 INTERFACE)
+add_library(velmo::cli11 ALIAS velmo_cli11)
+target_include_directories(velmo_cli11 SYSTEM INTERFACE ${CLI11_INCLUDE_DIR})
+
+if(VELMO_BUILD_TESTS)
+  find_package(GTest REQUIRED)
+  include(GoogleTest)
+endif()
+if(VELMO_BUILD_BENCHMARKS)
+  find_package(benchmark REQUIRED)
+endif()

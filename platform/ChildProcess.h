@@ -1,0 +1,23 @@
+#pragma once
+
+#include <asio/awaitable.hpp>
+
+namespace velmo::platform {
+
+// One spawned process, owned by the call that spawned it.
+class ChildProcess {
+ public:
+  virtual ~ChildProcess() = default;
+
+  virtual int processIdentifier() const = 0;
+  // False once the process has exited; collects its status the first time.
+  virtual bool isRunning() = 0;
+  // The exit status, or the bare signal number for a process a signal ended.
+  // Meaningful only once isRunning() is false.
+  virtual int terminationStatus() const = 0;
+  virtual void sendSignal(int signal) = 0;
+  // Completes when the process has exited, without blocking the executor.
+  virtual asio::awaitable<void> waitUntilExit() = 0;
+};
+
+}  // namespace velmo::platform

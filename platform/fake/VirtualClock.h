@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <utility>
+
+#include <asio/io_context.hpp>
+
+#include "platform/Clock.h"
+
+namespace velmo::platform::fake {
+
+// A clock whose time moves only when a test says so. Due actions are posted
+// to their executors and the test's io_context is run until it is idle, so a
+// test can live through hours of timers in milliseconds. Single-threaded.
+class VirtualClock final : public Clock {
+ public:
+  // 2026-03-10T14:05:09Z: an arbitrary but fixed start.
+  static constexpr TimePoint kDefaultStart = TimePoint(std::chrono::seconds(1773151509));
+
+  explicit VirtualClock(asio::io_context& context, TimePoint start = kDefaultStart);
+
+  TimePoint now() const override { return now_; }
+  std::unique_ptr<Timer> scheduleAfter(Duration delay, asio::any_io_executor executor,
+                                       std::function<void()> action) override;
+
+  // Moves time forward by `step`, firing every timer that falls due on the way
+  // at its own instant, in order.
+  void advance(Duration step);
+  // Runs everything that is ready now without moving time.
+  void runUntilIdle();
+  // Armed, uncancelled timers.
+  std::size_t pendingTimers() const;
+
+ private:
+  struct Entry {
+    asio::any_io_executor executor;
+    std::function<void()> action;
+    std::shared_ptr<bool> cancelled;
+  };
+
+  asio::io_context& context_;
+  TimePoint now_;
+  std::uint64_t sequence_ = 0;
+  std::map<std::pair<TimePoint, std::uint64_t>, Entry> entries_;
+};
+
+}  // namespace velmo::platform::fake

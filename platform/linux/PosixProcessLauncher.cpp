@@ -1,0 +1,153 @@
+#include "platform/linux/PosixProcessLauncher.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+
+#include <asio/posix/stream_descriptor.hpp>
+#include <asio/redirect_error.hpp>
+#include <asio/steady_timer.hpp>
+#include <asio/this_coro.hpp>
+#include <asio/use_awaitable.hpp>
+
+extern char** environ;
+
+namespace velmo::platform::linux {
+namespace {
+
+int openPidfd(pid_t pid) {
+#ifdef SYS_pidfd_open
+  return static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+#else
+  (void)pid;
+  errno = ENOSYS;
+  return -1;
+#endif
+}
+
+class PosixChildProcess final : public ChildProcess {
+ public:
+  PosixChildProcess(pid_t pid, int pidfd) : pid_(pid), pidfd_(pidfd) {}
+  ~PosixChildProcess() override {
+    // A child that is still running is left to itself, as its owner chose.
+    if (pidfd_ >= 0) ::close(pidfd_);
+  }
+
+  int processIdentifier() const override { return pid_; }
+
+  bool isRunning() override {
+    if (reaped_) return false;
+    int status = 0;
+    pid_t result;
+    do {
+      result = ::waitpid(pid_, &status, WNOHANG);
+    } while (result < 0 && errno == EINTR);
+    if (result == 0) return true;
+    reaped_ = true;
+    if (result < 0) {
+      status_ = -1;  // Someone else reaped it; there is no status to report.
+    } else if (WIFEXITED(status)) {
+      status_ = WEXITSTATUS(status);
+    } else if (WIFSIGNALED(status)) {
+      status_ = WTERMSIG(status);
+    }
+    return false;
+  }
+
+  int terminationStatus() const override { return status_; }
+
+  void sendSignal(int signal) override {
+    if (!reaped_) ::kill(pid_, signal);
+  }
+
+  asio::awaitable<void> waitUntilExit() override {
+    auto executor = co_await asio::this_coro::executor;
+    if (pidfd_ >= 0) {
+      int watched = ::fcntl(pidfd_, F_DUPFD_CLOEXEC, 0);
+      if (watched >= 0) {
+        asio::posix::stream_descriptor descriptor(executor, watched);
+        while (isRunning()) {
+          std::error_code error;
+          co_await descriptor.async_wait(asio::posix::descriptor_base::wait_read,
+                                         asio::redirect_error(asio::use_awaitable, error));
+          if (error) break;
+        }
+      }
+    }
+    // Without a pidfd (old kernel), look again every 200 ms.
+    asio::steady_timer timer(executor);
+    while (isRunning()) {
+      timer.expires_after(std::chrono::milliseconds(200));
+      co_await timer.async_wait(asio::use_awaitable);
+    }
+  }
+
+ private:
+  pid_t pid_;
+  int pidfd_;
+  bool reaped_ = false;
+  int status_ = 0;
+};
+
+class SpawnSetup {
+ public:
+  SpawnSetup() {
+    ::posix_spawn_file_actions_init(&actions_);
+    ::posix_spawnattr_init(&attributes_);
+    ::posix_spawn_file_actions_addopen(&actions_, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    ::posix_spawn_file_actions_adddup2(&actions_, STDOUT_FILENO, STDERR_FILENO);
+    // The child starts with default signal handling and nothing blocked,
+    // whatever the agent itself has set.
+    sigset_t empty;
+    sigset_t all;
+    ::sigemptyset(&empty);
+    ::sigfillset(&all);
+    ::posix_spawnattr_setsigmask(&attributes_, &empty);
+    ::posix_spawnattr_setsigdefault(&attributes_, &all);
+    ::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  }
+  ~SpawnSetup() {
+    ::posix_spawn_file_actions_destroy(&actions_);
+    ::posix_spawnattr_destroy(&attributes_);
+  }
+  SpawnSetup(const SpawnSetup&) = delete;
+  SpawnSetup& operator=(const SpawnSetup&) = delete;
+
+  const posix_spawn_file_actions_t* actions() const { return &actions_; }
+  const posix_spawnattr_t* attributes() const { return &attributes_; }
+
+ private:
+  posix_spawn_file_actions_t actions_;
+  posix_spawnattr_t attributes_;
+};
+
+}  // namespace
+
+LaunchResult PosixProcessLauncher::launch(const std::filesystem::path& executable,
+                                          const std::vector<std::string>& arguments) {
+  std::vector<char*> argv;
+  argv.reserve(arguments.size() + 2);
+  std::string program = executable.string();
+  argv.push_back(program.data());
+  std::vector<std::string> copies(arguments);
+  for (auto& argument : copies) argv.push_back(argument.data());
+  argv.push_back(nullptr);
+
+  SpawnSetup setup;
+  pid_t pid = 0;
+  int error = ::posix_spawn(&pid, program.c_str(), setup.actions(), setup.attributes(), argv.data(),
+                            environ);
+  if (error != 0) {
+    return LaunchFailure{"The file \"" + program + "\" couldn't be run: " + std::strerror(error)};
+  }
+  return std::make_unique<PosixChildProcess>(pid, openPidfd(pid));
+}
+
+}  // namespace velmo::platform::linux

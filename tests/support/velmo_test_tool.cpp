@@ -1,0 +1,43 @@
+// A stand-in for the velmo tool that tests start as a real child process.
+//   --exit N        exit with status N (default 0)
+//   --sleep S       sleep S seconds first (fractions allowed)
+//   --ignore-term   ignore SIGTERM
+//   --chatter       write plenty to standard output and standard error
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+int main(int argc, char** argv) {
+  int status = 0;
+  double sleepSeconds = 0;
+  bool chatter = false;
+  for (int i = 1; i < argc; ++i) {
+    if (!std::strcmp(argv[i], "--exit") && i + 1 < argc) {
+      status = std::atoi(argv[++i]);
+    } else if (!std::strcmp(argv[i], "--sleep") && i + 1 < argc) {
+      sleepSeconds = std::atof(argv[++i]);
+    } else if (!std::strcmp(argv[i], "--ignore-term")) {
+      ::signal(SIGTERM, SIG_IGN);
+    } else if (!std::strcmp(argv[i], "--chatter")) {
+      chatter = true;
+    }
+  }
+  if (chatter) {
+    // More than a pipe holds, so a reader that doesn't drain would stall us.
+    for (int line = 0; line < 20000; ++line) {
+      std::printf("velmo-test-tool chatter on stdout, line %d\n", line);
+      std::fprintf(stderr, "velmo-test-tool chatter on stderr, line %d\n", line);
+    }
+  }
+  if (sleepSeconds > 0) {
+    timespec pause{static_cast<time_t>(sleepSeconds),
+                   static_cast<long>((sleepSeconds - static_cast<time_t>(sleepSeconds)) * 1e9)};
+    while (::nanosleep(&pause, &pause) != 0) {
+    }
+  }
+  return status;
+}
