@@ -16,15 +16,14 @@ TEST(Executors, RunOnHopsToTheStrandAndBackWithTheResult) {
   SerialExecutor strand = makeSerialExecutor(context.get_executor());
   bool ranOnStrand = false;
   int result = 0;
-  startTask(
-      context.get_executor(),
-      [&]() -> asio::awaitable<void> {
-        result = co_await runOn(strand, [&]() -> asio::awaitable<int> {
-          ranOnStrand = strand.running_in_this_thread();
-          co_return 42;
-        }());
-      }(),
-      CustomLogger("Tests"));
+  // A coroutine lambda must outlive its coroutine: keep it in a variable.
+  auto task = [&]() -> asio::awaitable<void> {
+    result = co_await runOn(strand, [&]() -> asio::awaitable<int> {
+      ranOnStrand = strand.running_in_this_thread();
+      co_return 42;
+    }());
+  };
+  startTask(context.get_executor(), task(), CustomLogger("Tests"));
   context.run();
   EXPECT_TRUE(ranOnStrand);
   EXPECT_EQ(result, 42);
