@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "core/PlistValue.h"
+
+namespace velmo::platform {
+
+// A notification as it travels between processes: a name, an optional string
+// object and an optional string-keyed dictionary of property-list values.
+struct DistributedNotification {
+  std::string name;
+  std::optional<std::string> object;
+  std::optional<core::PlistDictionary> userInfo;
+};
+
+struct ObserverToken {
+  std::uint64_t value = 0;
+  bool operator==(const ObserverToken&) const = default;
+};
+
+// The machine-wide notification centre shared with the sibling programs.
+// Every post reaches every observer in every process once, in order, and
+// uncoalesced, this process included. Handlers run on the main executor.
+// Implementations never throw toward the caller: faults are logged.
+class DistributedNotificationCenter {
+ public:
+  using Handler = std::function<void(const DistributedNotification&)>;
+
+  virtual ~DistributedNotificationCenter() = default;
+
+  virtual void post(std::string_view name, std::optional<std::string> object = std::nullopt,
+                    std::optional<core::PlistDictionary> userInfo = std::nullopt) = 0;
+  // Observes every post of `name`, whatever its object.
+  virtual ObserverToken addObserver(std::string_view name, Handler handler) = 0;
+  virtual void removeObserver(ObserverToken token) = 0;
+};
+
+}  // namespace velmo::platform

@@ -1,0 +1,94 @@
+#include "platform/linux/LogindWorkspaceEvents.h"
+
+#include <gtest/gtest.h>
+#include <systemd/sd-bus.h>
+
+#include "platform/linux/SystemClock.h"
+#include "tests/support/BusTesting.h"
+#include "tests/support/PrivateBus.h"
+
+namespace velmo::platform::linux {
+namespace {
+
+using testing::runUntil;
+
+// A second connection that can claim the logind name and emit its signals.
+class FakeLogind {
+ public:
+  FakeLogind() { EXPECT_GE(sd_bus_open_system(&bus_), 0); }
+  ~FakeLogind() { sd_bus_flush_close_unref(bus_); }
+  void ownName() { EXPECT_GE(sd_bus_request_name(bus_, "org.freedesktop.login1", 0), 0); }
+  void emit(const char* member, bool value) {
+    EXPECT_GE(sd_bus_emit_signal(bus_, "/org/freedesktop/login1", "org.freedesktop.login1.Manager",
+                                 member, "b", value ? 1 : 0),
+              0);
+    sd_bus_flush(bus_);
+  }
+
+ private:
+  sd_bus* bus_ = nullptr;
+};
+
+class LogindWorkspaceEventsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    connection_.start();
+    ASSERT_TRUE(connection_.isConnected());
+    events_.addObserver([&](WorkspaceEvent event) { seen_.push_back(event); });
+  }
+
+  testing::PrivateBus bus_;
+  asio::io_context context_;
+  SystemClock clock_;
+  SdBusConnection connection_{context_.get_executor(), clock_};
+  LogindWorkspaceEvents events_{connection_};
+  std::vector<WorkspaceEvent> seen_;
+};
+
+TEST_F(LogindWorkspaceEventsTest, SignalsOfTheNameOwnerBecomeWorkspaceEvents) {
+  FakeLogind logind;
+  logind.ownName();
+  logind.emit("PrepareForSleep", true);
+  logind.emit("PrepareForSleep", false);
+  logind.emit("PrepareForShutdown", false);  // A cancelled shutdown: no event.
+  logind.emit("PrepareForShutdown", true);
+  ASSERT_TRUE(runUntil(context_, [&] { return seen_.size() == 3; }));
+  EXPECT_EQ(seen_, (std::vector<WorkspaceEvent>{WorkspaceEvent::willSleep, WorkspaceEvent::didWake,
+                                                WorkspaceEvent::willPowerOff}));
+}
+
+TEST_F(LogindWorkspaceEventsTest, AnOwnerThatWasThereBeforeTheAgentCounts) {
+  FakeLogind logind;
+  logind.ownName();
+  asio::io_context context;
+  SdBusConnection connection(context.get_executor(), clock_);
+  connection.start();
+  LogindWorkspaceEvents events(connection);
+  std::vector<WorkspaceEvent> seen;
+  events.addObserver([&](WorkspaceEvent event) { seen.push_back(event); });
+  context.run_for(std::chrono::milliseconds(100));  // The owner's answer arrives.
+  logind.emit("PrepareForSleep", true);
+  ASSERT_TRUE(runUntil(context, [&] { return seen.size() == 1; }));
+  EXPECT_EQ(seen[0], WorkspaceEvent::willSleep);
+}
+
+TEST_F(LogindWorkspaceEventsTest, TheSameSignalsFromAnyoneElseAreIgnored) {
+  FakeLogind logind;
+  logind.ownName();
+  FakeLogind impostor;
+  impostor.emit("PrepareForSleep", true);
+  impostor.emit("PrepareForShutdown", true);
+  logind.emit("PrepareForSleep", false);  // Marks the end of the impostor's signals.
+  ASSERT_TRUE(runUntil(context_, [&] { return !seen_.empty(); }));
+  EXPECT_EQ(seen_, std::vector<WorkspaceEvent>{WorkspaceEvent::didWake});
+}
+
+TEST_F(LogindWorkspaceEventsTest, NothingCountsWhileNobodyOwnsTheName) {
+  FakeLogind nobody;
+  nobody.emit("PrepareForSleep", true);
+  context_.run_for(std::chrono::milliseconds(200));
+  EXPECT_TRUE(seen_.empty());
+}
+
+}  // namespace
+}  // namespace velmo::platform::linux

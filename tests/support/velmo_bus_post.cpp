@@ -1,0 +1,46 @@
+// Posts notifications from a process of its own, through the agent's bus code.
+//   velmo-bus-post NAME COUNT [OBJECT-PREFIX]
+// Post i carries the object "<prefix><i>" (no object without a prefix) and
+// the user info {"index": i, "text": "grüße", "flags": [true, 2.5],
+// "names": ["a", "b"], "nested": {"data": <bytes 0 1 255>}}.
+#include <cstdlib>
+#include <iostream>
+
+#include <asio/io_context.hpp>
+
+#include "platform/linux/SdBusConnection.h"
+#include "platform/linux/SdBusNotificationCenter.h"
+#include "platform/linux/SystemClock.h"
+
+int main(int argc, char** argv) {
+  using namespace velmo;
+  if (argc < 3) {
+    std::cerr << "usage: velmo-bus-post NAME COUNT [OBJECT-PREFIX]\n";
+    return 64;
+  }
+  const std::string name = argv[1];
+  const long count = std::atol(argv[2]);
+  const char* prefix = argc > 3 ? argv[3] : nullptr;
+
+  asio::io_context context;
+  platform::linux::SystemClock clock;
+  platform::linux::SdBusConnection connection(context.get_executor(), clock);
+  connection.start();
+  if (!connection.isConnected()) return 69;
+  platform::linux::SdBusNotificationCenter center(connection);
+  for (long i = 0; i < count; ++i) {
+    core::PlistDictionary info{
+        {"index", core::PlistValue(std::int64_t{i})},
+        {"text", core::PlistValue("grüße")},
+        {"flags", core::PlistValue(core::PlistArray{true, 2.5})},
+        {"names", core::PlistValue(core::PlistArray{"a", "b"})},
+        {"nested", core::PlistValue(core::PlistDictionary{
+                       {"data", core::PlistValue(core::PlistData{0, 1, 255})}})}};
+    std::optional<std::string> object;
+    if (prefix) object = prefix + std::to_string(i);
+    center.post(name, object, info);
+  }
+  context.poll();
+  connection.flush();
+  return 0;
+}
