@@ -4,7 +4,7 @@ option(VELMO_ASAN "Build with AddressSanitizer" OFF)
 option(VELMO_UBSAN "Build with UndefinedBehaviorSanitizer" OFF)
 option(VELMO_TSAN "Build with ThreadSanitizer" OFF)
 option(VELMO_BUILD_TESTS "Build the test suites" ON)
-option(VELMO_BUILD_BENCHMARKS "Build the benchmarks" OFF)
+option(VELMO_BUILD_BENCHMARKS "Build the benchmarks (needs the tests' support code)" OFF)
 option(VELMO_BUILD_FUZZERS "Build the libFuzzer targets (Clang only)" OFF)
 
 add_library(velmo_options INTERFACE)

@@ -14,12 +14,18 @@
 #include "agent/run/VelmoRunner.h"
 #include "core/Bundle.h"
 #include "core/Executors.h"
+#include "core/InternalMessenger.h"
 #include "core/LogSinks.h"
+#include "core/NotificationCenter.h"
 #include "platform/linux/FileUnifiedLog.h"
 #include "platform/linux/JournalUnifiedLog.h"
+#include "platform/linux/LogindWorkspaceEvents.h"
+#include "platform/linux/ManagedPreferencesWatcher.h"
 #include "platform/linux/PosixFileManager.h"
 #include "platform/linux/PosixHost.h"
 #include "platform/linux/PosixProcessLauncher.h"
+#include "platform/linux/SdBusConnection.h"
+#include "platform/linux/SdBusNotificationCenter.h"
 #include "platform/linux/SystemClock.h"
 
 namespace {
@@ -54,11 +60,26 @@ int main(int argc, char** argv) {
   core::LogSinks::install({stdout, unifiedLog.get(), &clock});
 
   asio::io_context mainContext(1);
+  const auto mainExecutor = mainContext.get_executor();
+
+  // The bus is opened now; if it can't be, it is retried while everything
+  // else goes on.
+  platform::linux::SdBusConnection bus(mainExecutor, clock);
+  bus.start();
+  platform::linux::SdBusNotificationCenter distributedCenter(bus);
+  platform::linux::LogindWorkspaceEvents workspaceEvents(bus);
+  core::NotificationCenter notificationCenter;
+  core::InternalMessenger messenger(distributedCenter);
+  core::InternalMessenger::setShared(&messenger);
+  platform::linux::ManagedPreferencesWatcher preferencesWatcher(
+      {mainExecutor, clock, paths, distributedCenter, notificationCenter});
+
   platform::linux::PosixProcessLauncher launcher;
   agent::run::VelmoRunner runner(launcher, clock, paths.toolExecutable());
-  agent::run::StartCommand start({mainContext.get_executor(), clock, paths, runner});
+  agent::run::StartCommand start(
+      {mainExecutor, clock, paths, runner, distributedCenter, notificationCenter, workspaceEvents});
 
-  core::startTask(mainContext.get_executor(), start.run(), core::CustomLogger("StartCommand"));
+  core::startTask(mainExecutor, start.run(), core::CustomLogger("StartCommand"));
   mainContext.run();
   // Reached only if the main task ever ends.
   std::exit(0);

@@ -4,8 +4,11 @@
 
 #include "core/CustomLogger.h"
 #include "core/Executors.h"
+#include "core/NotificationCenter.h"
 #include "platform/Clock.h"
+#include "platform/DistributedNotificationCenter.h"
 #include "platform/Paths.h"
+#include "platform/WorkspaceEvents.h"
 
 namespace velmo::agent::run {
 
@@ -21,6 +24,9 @@ class StartCommand {
     platform::Clock& clock;
     const platform::Paths& paths;
     VelmoRunner& runner;
+    platform::DistributedNotificationCenter& distributedCenter;
+    core::NotificationCenter& notificationCenter;
+    platform::WorkspaceEvents& workspaceEvents;
   };
 
   explicit StartCommand(Collaborators collaborators);

@@ -14,6 +14,7 @@
 #include "platform/linux/PosixProcessLauncher.h"
 #include "platform/linux/SystemClock.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/TestPrograms.h"
 
 namespace velmo::agent::run {
 namespace {
@@ -57,7 +58,7 @@ class VelmoRunnerProcessTest : public ::testing::Test {
 
   platform::linux::PosixProcessLauncher launcher_;
   platform::linux::SystemClock clock_;
-  VelmoRunner runner_{launcher_, clock_, std::getenv("VELMO_TEST_TOOL")};
+  VelmoRunner runner_{launcher_, clock_, testing::testProgram("velmo-test-tool")};
 };
 
 TEST_F(VelmoRunnerProcessTest, ReturnsTheToolsStatusWithoutAnErrorLine) {

@@ -11,10 +11,12 @@
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
 
+#include "tests/support/TestPrograms.h"
+
 namespace velmo::platform::linux {
 namespace {
 
-std::filesystem::path testTool() { return std::getenv("VELMO_TEST_TOOL"); }
+std::filesystem::path testTool() { return testing::testProgram("velmo-test-tool"); }
 
 std::unique_ptr<ChildProcess> launchOrFail(PosixProcessLauncher& launcher,
                                            const std::filesystem::path& program,

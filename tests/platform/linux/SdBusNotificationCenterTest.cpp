@@ -11,6 +11,7 @@
 #include "tests/support/BusTesting.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/PrivateBus.h"
+#include "tests/support/TestPrograms.h"
 
 namespace velmo::platform::linux {
 namespace {
@@ -90,7 +91,7 @@ TEST_F(SdBusNotificationCenterTest, NoObjectAndNoUserInfoStayAbsent) {
 TEST_F(SdBusNotificationCenterTest, APostFromAnotherProcessArrivesIntact) {
   center_.addObserver("com.example.other-process", [&](const auto& n) { received_.push_back(n); });
   const std::string command =
-      std::string(std::getenv("VELMO_TEST_BUS_POST")) + " com.example.other-process 1 item-";
+      testing::testProgram("velmo-bus-post").string() + " com.example.other-process 1 item-";
   ASSERT_EQ(std::system(command.c_str()), 0);
   ASSERT_TRUE(runUntil(context_, [&] { return received_.size() == 1; }));
   EXPECT_EQ(received_[0].object, "item-0");
@@ -107,7 +108,7 @@ TEST_F(SdBusNotificationCenterTest, ABurstOfTenThousandArrivesWholeOnceEachInOrd
   center_.addObserver("com.example.burst",
                       [&](const auto& n) { objects.push_back(n.object.value_or("?")); });
   const std::string command =
-      std::string(std::getenv("VELMO_TEST_BUS_POST")) + " com.example.burst 10000 n";
+      testing::testProgram("velmo-bus-post").string() + " com.example.burst 10000 n";
   ASSERT_EQ(std::system(command.c_str()), 0);
   ASSERT_TRUE(runUntil(
       context_, [&] { return objects.size() >= 10000; }, std::chrono::seconds(60)));
@@ -250,7 +251,7 @@ TEST_F(SdBusNotificationCenterTest, ObserversComeBackAfterTheBusRestarts) {
   ASSERT_TRUE(runUntil(
       context_, [&] { return connection_.isConnected(); }, std::chrono::seconds(10)));
   const std::string command =
-      std::string(std::getenv("VELMO_TEST_BUS_POST")) + " " + kName + " 1 again-";
+      testing::testProgram("velmo-bus-post").string() + " " + kName + " 1 again-";
   ASSERT_EQ(std::system(command.c_str()), 0);
   ASSERT_TRUE(runUntil(context_, [&] { return received_.size() == 1; }));
   EXPECT_EQ(received_[0].object, "again-0");
