@@ -68,6 +68,16 @@ void bareSend(sd_bus* bus, const char* name, const std::string& object) {
   sd_bus_message_unref(m);
 }
 
+// The object of a Post signal (the echo always sends exactly one).
+std::string bareObject(sd_bus_message* m) {
+  const char* name = nullptr;
+  const char* object = nullptr;
+  sd_bus_message_read(m, "s", &name);
+  sd_bus_message_enter_container(m, 'a', "s");
+  sd_bus_message_read(m, "s", &object);
+  return object ? object : "";
+}
+
 std::string matchRule(const char* name) {
   return std::string("type='signal',path='") + kPath + "',interface='" + kInterface +
          "',member='Post',arg0='" + name + "'";
@@ -77,12 +87,7 @@ int bareEcho() {
   sd_bus* bus = nullptr;
   if (sd_bus_open_system(&bus) < 0) return 1;
   auto handler = [](sd_bus_message* m, void* userdata, sd_bus_error*) -> int {
-    const char* name = nullptr;
-    const char* object = nullptr;
-    sd_bus_message_read(m, "s", &name);
-    sd_bus_message_enter_container(m, 'a', "s");
-    sd_bus_message_read(m, "s", &object);
-    const std::string reply = std::string(object) + ":" + std::to_string(nowNanos());
+    const std::string reply = bareObject(m) + ":" + std::to_string(nowNanos());
     bareSend(static_cast<sd_bus*>(userdata), kPong, reply);
     return 0;
   };
@@ -149,12 +154,7 @@ class BareSender final : public Sender {
   BareSender() {
     sd_bus_open_system(&bus_);
     auto handler = [](sd_bus_message* m, void* userdata, sd_bus_error*) -> int {
-      const char* name = nullptr;
-      const char* object = nullptr;
-      sd_bus_message_read(m, "s", &name);
-      sd_bus_message_enter_container(m, 'a', "s");
-      sd_bus_message_read(m, "s", &object);
-      static_cast<BareSender*>(userdata)->received_.push_back(object);
+      static_cast<BareSender*>(userdata)->received_.push_back(bareObject(m));
       return 0;
     };
     sd_bus_add_match(bus_, nullptr, matchRule(kPong).c_str(), handler, this);

@@ -32,6 +32,7 @@ SdBusConnection::SdBusConnection(asio::any_io_executor executor, Clock& clock)
 SdBusConnection::~SdBusConnection() {
   *alive_ = false;
   reconnectTimer_.reset();
+  releaseRetired();
   for (auto& [id, match] : matches_) {
     if (match->slot) sd_bus_slot_unref(match->slot);
     match->slot = nullptr;
@@ -97,11 +98,20 @@ void SdBusConnection::removeMatch(MatchId id) {
   found->second->removed = true;
   // The slot may belong to the callback that is running now: let go of it
   // once that has returned.
-  auto match = std::shared_ptr<Match>(std::move(found->second));
+  retired_.push_back(std::move(found->second));
   matches_.erase(found);
-  asio::post(executor_, [match, alive = alive_] {
-    if (*alive && match->slot) sd_bus_slot_unref(match->slot);
-  });
+  if (retired_.size() == 1) {
+    asio::post(executor_, [this, alive = alive_] {
+      if (*alive) releaseRetired();
+    });
+  }
+}
+
+void SdBusConnection::releaseRetired() {
+  for (auto& match : retired_) {
+    if (match->slot) sd_bus_slot_unref(match->slot);
+  }
+  retired_.clear();
 }
 
 bool SdBusConnection::send(sd_bus_message* message) {
@@ -188,24 +198,19 @@ void SdBusConnection::armWaits() {
     return;
   }
   const std::uint64_t generation = generation_;
-  if ((events & POLLIN) && !readArmed_) {
-    readArmed_ = true;
-    descriptor_->async_wait(asio::posix::descriptor_base::wait_read,
-                            [this, generation, alive = alive_](std::error_code error) {
+  // One outstanding wait per direction; `armed` is cleared when it completes.
+  auto wait = [&](asio::posix::descriptor_base::wait_type type, bool& armed) {
+    if (armed) return;
+    armed = true;
+    descriptor_->async_wait(type,
+                            [this, generation, &armed, alive = alive_](std::error_code error) {
                               if (!*alive || generation != generation_) return;
-                              readArmed_ = false;
+                              armed = false;
                               if (!error) processPending();
                             });
-  }
-  if ((events & POLLOUT) && !writeArmed_) {
-    writeArmed_ = true;
-    descriptor_->async_wait(asio::posix::descriptor_base::wait_write,
-                            [this, generation, alive = alive_](std::error_code error) {
-                              if (!*alive || generation != generation_) return;
-                              writeArmed_ = false;
-                              if (!error) processPending();
-                            });
-  }
+  };
+  if (events & POLLIN) wait(asio::posix::descriptor_base::wait_read, readArmed_);
+  if (events & POLLOUT) wait(asio::posix::descriptor_base::wait_write, writeArmed_);
   std::uint64_t deadline = 0;
   if (sd_bus_get_timeout(bus_, &deadline) >= 0 && deadline != UINT64_MAX) {
     timespec now{};

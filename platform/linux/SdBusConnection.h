@@ -68,6 +68,7 @@ class SdBusConnection {
   void processPending();
   void scheduleProcessing();
   void armWaits();
+  void releaseRetired();
 
   asio::any_io_executor executor_;
   Clock& clock_;
@@ -83,6 +84,8 @@ class SdBusConnection {
   Duration backoff_ = std::chrono::seconds(1);
   MatchId nextMatch_ = 1;
   std::map<MatchId, std::unique_ptr<Match>> matches_;
+  // Removed matches whose slots are let go of once the running callback is done.
+  std::vector<std::unique_ptr<Match>> retired_;
   std::vector<std::function<void()>> connected_;
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };

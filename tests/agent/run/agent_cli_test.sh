@@ -50,7 +50,8 @@ version=$(env VELMO_ROOT="$root" "$agent" --version)
 if [ "$(id -u)" -eq 0 ]; then
   for args in "start" ""; do
     out="$root/stdout.log"
-    env VELMO_ROOT="$root" VELMO_UNIFIED_LOG="$root/unified.log" "$agent" $args >"$out" 2>&1 &
+    env VELMO_ROOT="$root" VELMO_UNIFIED_LOG="$root/unified.log" \
+      DBUS_SYSTEM_BUS_ADDRESS="unix:path=$root/no-bus" "$agent" $args >"$out" 2>&1 &
     pid=$!
     for _ in $(seq 50); do grep -q "starting" "$out" 2>/dev/null && break; sleep 0.1; done
     sleep 1.5
