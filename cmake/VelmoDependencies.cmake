@@ -5,6 +5,7 @@ find_package(OpenSSL REQUIRED COMPONENTS Crypto)
 find_package(ICU REQUIRED COMPONENTS uc i18n)
 find_package(nlohmann_json 3 REQUIRED)
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
+pkg_check_modules(PLIST REQUIRED IMPORTED_TARGET libplist-2.0)
 
 find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)
 add_library(velmo_asio INTERFACE)

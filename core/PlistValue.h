@@ -47,6 +47,10 @@ class PlistValue {
   const T* getIf() const {
     return std::get_if<T>(&storage_);
   }
+  template <typename T>
+  T* getIf() {
+    return std::get_if<T>(&storage_);
+  }
   const Storage& storage() const { return storage_; }
 
   bool operator==(const PlistValue&) const = default;

@@ -1,5 +1,6 @@
 #include "core/TimeInterval.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
@@ -18,7 +19,16 @@ std::int64_t wholeSeconds(TimeInterval interval) {
   return static_cast<std::int64_t>(seconds);
 }
 
+constexpr double kLongestSeconds = 100.0 * 365 * 24 * 3600;
+
 }  // namespace
+
+platform::Duration toDuration(TimeInterval interval) {
+  const double seconds = interval.count();
+  if (!(seconds > 0)) return platform::Duration::zero();
+  return std::chrono::duration_cast<platform::Duration>(
+      TimeInterval(std::min(seconds, kLongestSeconds)));
+}
 
 std::string durationDescription(TimeInterval interval) {
   const std::int64_t t = wholeSeconds(interval);

@@ -14,8 +14,6 @@ constexpr platform::Duration kPollInterval = milliseconds(200);
 // The graces after SIGTERM (5.0 s) and SIGKILL (1.0 s), counted in polls.
 constexpr int kPollsAfterTerminate = 25;
 constexpr int kPollsAfterKill = 5;
-// Limits beyond a century are as good as none, and keep the deadline in range.
-constexpr double kLongestLimitSeconds = 100.0 * 365 * 24 * 3600;
 
 std::string join(const std::vector<std::string>& arguments) {
   std::string joined;
@@ -24,13 +22,6 @@ std::string join(const std::vector<std::string>& arguments) {
     joined += argument;
   }
   return joined;
-}
-
-// A NaN or negative limit is spent at once; a huge one is capped.
-double usableSeconds(core::TimeInterval timeout) {
-  const double seconds = timeout.count();
-  if (!(seconds > 0)) return 0;
-  return std::min(seconds, kLongestLimitSeconds);
 }
 
 }  // namespace
@@ -66,14 +57,15 @@ asio::awaitable<int> VelmoRunner::run(std::vector<std::string> arguments,
 
 asio::awaitable<int> VelmoRunner::superviseWithLimit(platform::ChildProcess& process,
                                                      core::TimeInterval timeout) const {
-  const double seconds = usableSeconds(timeout);
-  const platform::TimePoint deadline =
-      clock_.now() + std::chrono::duration_cast<platform::Duration>(core::TimeInterval(seconds));
+  // A NaN or negative limit is spent at once; a huge one is capped.
+  const platform::Duration limit = core::toDuration(timeout);
+  const platform::TimePoint deadline = clock_.now() + limit;
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(limit).count();
   while (process.isRunning()) {
     if (clock_.now() >= deadline) {
       const int pid = process.processIdentifier();
       logger_.error("Velmo process (pid: " + std::to_string(pid) + ") timed out after " +
-                    std::to_string(static_cast<long long>(seconds)) + " seconds; sending SIGTERM.");
+                    std::to_string(seconds) + " seconds; sending SIGTERM.");
       process.sendSignal(SIGTERM);
       for (int polls = 0; polls < kPollsAfterTerminate && process.isRunning(); ++polls) {
         co_await clock_.sleep(kPollInterval);

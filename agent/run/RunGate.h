@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include <asio/awaitable.hpp>
+
+#include "core/CustomLogger.h"
+#include "core/Executors.h"
+#include "core/TimeInterval.h"
+#include "platform/Clock.h"
+
+namespace velmo::agent::run {
+
+// Lets one update run go on at a time. A request that finds the gate free runs
+// its operation; one that finds it held leaves a mark and waits, and the
+// holder runs its own operation once more before letting go, however many
+// requests came meanwhile. A watchdog frees the gate when the holder stays
+// longer than `maxDuration`, so a stuck run never blocks later ones.
+//
+// All state lives on the gate's own strand. When an operation that outlived a
+// forced unlock finally returns, it leaves the gate alone: it neither loops
+// for a mark nor unlocks, since the gate may have a newer holder by then.
+class RunGate {
+ public:
+  using Operation = std::function<asio::awaitable<void>()>;
+
+  RunGate(const core::Executor& executor, platform::Clock& clock);
+  ~RunGate();
+  RunGate(const RunGate&) = delete;
+  RunGate& operator=(const RunGate&) = delete;
+
+  // Returns once the gate has served this request. Safe from any executor.
+  asio::awaitable<void> request(Operation operation, core::TimeInterval maxDuration);
+
+ private:
+  asio::awaitable<void> requestOnStrand(Operation operation, core::TimeInterval maxDuration);
+  void unlock();
+
+  core::SerialExecutor strand_;
+  platform::Clock& clock_;
+  bool running_ = false;
+  bool pending_ = false;
+  core::CustomLogger logger_{"RunGate"};
+  std::vector<std::function<void()>> waiters_;
+  // Counts holders, so that a holder freed by the watchdog knows it no longer is one.
+  std::uint64_t holder_ = 0;
+  std::unique_ptr<platform::Timer> watchdog_;
+};
+
+}  // namespace velmo::agent::run

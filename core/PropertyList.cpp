@@ -1,0 +1,154 @@
+#include "core/PropertyList.h"
+
+#include <plist/plist.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <limits>
+#include <memory>
+
+namespace velmo::core {
+namespace {
+
+// libplist counts dates in seconds and microseconds from 2001-01-01 UTC.
+constexpr std::chrono::seconds kReferenceDate{978307200};
+// Deeper nesting is refused rather than followed: a hostile file must not
+// exhaust the stack.
+constexpr int kDeepestNesting = 64;
+
+struct PlistDeleter {
+  void operator()(plist_t node) const { plist_free(node); }
+};
+using Node = std::unique_ptr<void, PlistDeleter>;
+
+std::optional<PlistValue> fromNode(plist_t node, int depth) {
+  if (!node || depth > kDeepestNesting) return std::nullopt;
+  switch (plist_get_node_type(node)) {
+    case PLIST_BOOLEAN: {
+      std::uint8_t value = 0;
+      plist_get_bool_val(node, &value);
+      return PlistValue(value != 0);
+    }
+    case PLIST_UINT: {
+      std::uint64_t value = 0;
+      plist_get_uint_val(node, &value);
+      // libplist keeps negative integers as their two's complement here.
+      return PlistValue(static_cast<std::int64_t>(value));
+    }
+    case PLIST_REAL: {
+      double value = 0;
+      plist_get_real_val(node, &value);
+      return PlistValue(value);
+    }
+    case PLIST_STRING: {
+      // By pointer and length: the copying getter asserts on an embedded NUL.
+      std::uint64_t length = 0;
+      const char* text = plist_get_string_ptr(node, &length);
+      return PlistValue(text ? std::string(text, length) : std::string());
+    }
+    case PLIST_DATE: {
+      std::int32_t seconds = 0;
+      std::int32_t micros = 0;
+      plist_get_date_val(node, &seconds, &micros);
+      return PlistValue(PlistDate{platform::TimePoint(kReferenceDate) +
+                                  std::chrono::seconds(seconds) +
+                                  std::chrono::microseconds(micros)});
+    }
+    case PLIST_DATA: {
+      std::uint64_t length = 0;
+      const auto* bytes = reinterpret_cast<const std::uint8_t*>(plist_get_data_ptr(node, &length));
+      return PlistValue(bytes ? PlistData(bytes, bytes + length) : PlistData());
+    }
+    case PLIST_ARRAY: {
+      PlistArray array;
+      const std::uint32_t size = plist_array_get_size(node);
+      for (std::uint32_t i = 0; i < size; ++i) {
+        auto element = fromNode(plist_array_get_item(node, i), depth + 1);
+        if (!element) return std::nullopt;
+        array.push_back(std::move(*element));
+      }
+      return PlistValue(std::move(array));
+    }
+    case PLIST_DICT: {
+      PlistDictionary dictionary;
+      plist_dict_iter iterator = nullptr;
+      plist_dict_new_iter(node, &iterator);
+      for (;;) {
+        char* key = nullptr;
+        plist_t item = nullptr;
+        plist_dict_next_item(node, iterator, &key, &item);
+        if (!key) break;
+        std::string name = key;
+        std::free(key);
+        auto value = fromNode(item, depth + 1);
+        if (!value) {
+          std::free(iterator);
+          return std::nullopt;
+        }
+        dictionary.insert_or_assign(std::move(name), std::move(*value));
+      }
+      std::free(iterator);
+      return PlistValue(std::move(dictionary));
+    }
+    default:
+      // Keys as values and UIDs (keyed archives) have no place in our files.
+      return std::nullopt;
+  }
+}
+
+Node toNode(const PlistValue& value) {
+  const auto& storage = value.storage();
+  if (auto* b = std::get_if<bool>(&storage)) return Node(plist_new_bool(*b));
+  if (auto* i = std::get_if<std::int64_t>(&storage)) {
+    return Node(plist_new_uint(static_cast<std::uint64_t>(*i)));
+  }
+  if (auto* d = std::get_if<double>(&storage)) return Node(plist_new_real(*d));
+  if (auto* s = std::get_if<std::string>(&storage)) return Node(plist_new_string(s->c_str()));
+  if (auto* date = std::get_if<PlistDate>(&storage)) {
+    const auto since =
+        std::chrono::floor<std::chrono::seconds>(date->value - platform::TimePoint(kReferenceDate));
+    return Node(plist_new_date(static_cast<std::int32_t>(since.count()), 0));
+  }
+  if (auto* data = std::get_if<PlistData>(&storage)) {
+    return Node(plist_new_data(reinterpret_cast<const char*>(data->data()), data->size()));
+  }
+  if (auto* array = std::get_if<PlistArray>(&storage)) {
+    Node node(plist_new_array());
+    for (const auto& element : *array)
+      plist_array_append_item(node.get(), toNode(element).release());
+    return node;
+  }
+  Node node(plist_new_dict());
+  for (const auto& [key, element] : *value.getIf<PlistDictionary>()) {
+    plist_dict_set_item(node.get(), key.c_str(), toNode(element).release());
+  }
+  return node;
+}
+
+}  // namespace
+
+std::optional<PlistValue> PropertyList::parse(std::string_view bytes) {
+  if (bytes.empty() || bytes.size() > std::numeric_limits<std::uint32_t>::max()) {
+    return std::nullopt;
+  }
+  plist_t root = nullptr;
+  plist_from_memory(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &root);
+  Node owned(root);
+  return fromNode(root, 0);
+}
+
+std::optional<std::string> PropertyList::xml(const PlistValue& root, std::string* failure) {
+  Node node = toNode(root);
+  char* text = nullptr;
+  std::uint32_t length = 0;
+  plist_to_xml(node.get(), &text, &length);
+  if (!text) {
+    if (failure) *failure = "the property list could not be serialised";
+    return std::nullopt;
+  }
+  std::string result(text, length);
+  std::free(text);
+  return result;
+}
+
+}  // namespace velmo::core

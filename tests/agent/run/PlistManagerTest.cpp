@@ -1,0 +1,166 @@
+#include "agent/run/PlistManager.h"
+
+#include <gtest/gtest.h>
+#include <plist/plist.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <fstream>
+#include <random>
+#include <thread>
+
+#include "core/PropertyList.h"
+#include "platform/fake/FakeFileManager.h"
+#include "platform/linux/PosixFileManager.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/TestPrograms.h"
+
+extern char** environ;
+
+namespace velmo::agent::run {
+namespace {
+
+using core::PlistDate;
+using core::PlistValue;
+
+const platform::TimePoint kT{std::chrono::seconds(1773151509)};  // 2026-03-10T14:05:09Z
+
+class PlistManagerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/velmo-plist-XXXXXX";
+    directory_ = ::mkdtemp(pattern);
+    file_ = directory_ / "com.marvenith.velmo-agent.plist";
+  }
+  void TearDown() override { std::filesystem::remove_all(directory_); }
+
+  void writeRaw(const std::string& bytes) { std::ofstream(file_, std::ios::binary) << bytes; }
+  std::string readRaw() const { return files_.readFile(file_).value_or(""); }
+  core::PlistDictionary onDisk() const {
+    auto root = core::PropertyList::parse(readRaw());
+    return root && root->is<core::PlistDictionary>() ? *root->getIf<core::PlistDictionary>()
+                                                     : core::PlistDictionary{};
+  }
+
+  std::filesystem::path directory_;
+  std::filesystem::path file_;
+  platform::linux::PosixFileManager files_;
+  PlistManager manager_{files_, "/unset"};
+  PlistManager make() { return PlistManager(files_, file_); }
+};
+
+TEST_F(PlistManagerTest, AMissingFileReadsAsNothingAndIsNotMade) {
+  const PlistManager manager = make();
+  EXPECT_EQ(manager.value(PlistKey::updateTaskRunCount), std::nullopt);
+  EXPECT_FALSE(std::filesystem::exists(file_));
+}
+
+TEST_F(PlistManagerTest, CountThenTimeKeepsBothAndTheDateComesBackToTheSecond) {
+  PlistManager manager = make();
+  manager.setValue(std::int64_t{1}, PlistKey::updateTaskRunCount);
+  EXPECT_EQ(onDisk().size(), 1u);
+  manager.setValue(PlistDate{kT + std::chrono::milliseconds(600)}, PlistKey::lastUpdateTaskRun);
+  EXPECT_EQ(manager.value(PlistKey::updateTaskRunCount), PlistValue(std::int64_t{1}));
+  EXPECT_EQ(manager.value(PlistKey::lastUpdateTaskRun), PlistValue(PlistDate{kT}));
+  // On disk the date is the ISO 8601 string, in an XML file.
+  EXPECT_EQ(onDisk().at("LastUpdateTaskRun"), PlistValue("2026-03-10T14:05:09Z"));
+  EXPECT_NE(readRaw().find("<key>UpdateTaskRunCount</key>"), std::string::npos);
+}
+
+TEST_F(PlistManagerTest, UnknownKeysSurviveAWrite) {
+  writeRaw(*core::PropertyList::xml(core::PlistDictionary{
+      {"SomethingElse", PlistValue(core::PlistArray{"kept"})}, {"MaintenanceTaskRunCount", 4}}));
+  make().setValue(std::int64_t{9}, PlistKey::updateTaskRunCount);
+  const auto dictionary = onDisk();
+  EXPECT_EQ(dictionary.at("SomethingElse"), PlistValue(core::PlistArray{"kept"}));
+  EXPECT_EQ(dictionary.at("MaintenanceTaskRunCount"), PlistValue(4));
+  EXPECT_EQ(dictionary.at("UpdateTaskRunCount"), PlistValue(9));
+}
+
+TEST_F(PlistManagerTest, ABinaryFileIsReadAndRewrittenAsXml) {
+  plist_t root = plist_new_dict();
+  plist_dict_set_item(root, "UpdateTaskRunCount", plist_new_uint(12));
+  plist_dict_set_item(root, "LastUpdateTaskRun", plist_new_string("2026-03-10T14:05:09Z"));
+  char* bytes = nullptr;
+  std::uint32_t length = 0;
+  plist_to_bin(root, &bytes, &length);
+  writeRaw(std::string(bytes, length));
+  std::free(bytes);
+  plist_free(root);
+  ASSERT_EQ(readRaw().rfind("bplist00", 0), 0u);
+
+  PlistManager manager = make();
+  EXPECT_EQ(manager.value(PlistKey::updateTaskRunCount), PlistValue(12));
+  EXPECT_EQ(manager.value(PlistKey::lastUpdateTaskRun), PlistValue(PlistDate{kT}));
+  manager.setValue(std::int64_t{13}, PlistKey::updateTaskRunCount);
+  EXPECT_EQ(readRaw().rfind("<?xml", 0), 0u);
+  EXPECT_EQ(manager.value(PlistKey::lastUpdateTaskRun), PlistValue(PlistDate{kT}));
+}
+
+TEST_F(PlistManagerTest, AStringThatIsNoDateComesBackAsTheString) {
+  writeRaw(
+      *core::PropertyList::xml(core::PlistDictionary{{"LastUpdateTaskRun", "yesterday at noon"}}));
+  EXPECT_EQ(make().value(PlistKey::lastUpdateTaskRun), PlistValue("yesterday at noon"));
+}
+
+class DamagedStateFiles : public PlistManagerTest,
+                          public ::testing::WithParamInterface<std::string> {};
+
+TEST_P(DamagedStateFiles, ReadAsNothingAndTheNextWriteStartsAfresh) {
+  writeRaw(GetParam());
+  PlistManager manager = make();
+  EXPECT_EQ(manager.value(PlistKey::updateTaskRunCount), std::nullopt);
+  manager.setValue(std::int64_t{1}, PlistKey::updateTaskRunCount);
+  EXPECT_EQ(onDisk(), (core::PlistDictionary{{"UpdateTaskRunCount", 1}}));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, DamagedStateFiles,
+    ::testing::Values(std::string("garbage \x01\x02"),
+                      std::string("<?xml version=\"1.0\"?><plist><dict><key>Upd"),
+                      *core::PropertyList::xml(core::PlistArray{1, 2, 3}),
+                      *core::PropertyList::xml(PlistValue("just a string"))));
+
+TEST_F(PlistManagerTest, AFailedWriteIsLoggedAndLeavesTheOldFile) {
+  testing::LogCapture capture;
+  platform::fake::FakeFileManager files;
+  files.addFile("/state.plist", "old content");
+  files.failWrites(true);
+  PlistManager(files, "/state.plist").setValue(std::int64_t{1}, PlistKey::updateTaskRunCount);
+  EXPECT_EQ(files.readFile("/state.plist"), "old content");
+  ASSERT_EQ(capture.errors().size(), 1u);
+  EXPECT_EQ(capture.errors()[0].rfind("Failed to write to plist: ", 0), 0u);
+}
+
+TEST_F(PlistManagerTest, AFolderThatCantHoldTheFileGivesTheErrorLine) {
+  testing::LogCapture capture;
+  std::ofstream(directory_ / "not-a-folder") << "x";
+  PlistManager(files_, directory_ / "not-a-folder" / "state.plist")
+      .setValue(std::int64_t{1}, PlistKey::updateTaskRunCount);
+  ASSERT_EQ(capture.errors().size(), 1u);
+  EXPECT_EQ(capture.errors()[0].rfind("Failed to write to plist: ", 0), 0u);
+}
+
+TEST_F(PlistManagerTest, AWriterKilledAtAnyMomentLeavesAParseableFile) {
+  // A large unknown key makes each write long enough to be caught in the middle.
+  writeRaw(*core::PropertyList::xml(
+      core::PlistDictionary{{"Padding", std::string(256 * 1024, 'x')}, {"UpdateTaskRunCount", 0}}));
+  std::mt19937 random(20261123);
+  const std::string writer = testing::testProgram("velmo-plist-writer").string();
+  std::string target = file_.string();
+  for (int round = 0; round < 200; ++round) {
+    std::vector<char*> argv{const_cast<char*>(writer.c_str()), target.data(), nullptr};
+    pid_t pid = 0;
+    ASSERT_EQ(::posix_spawn(&pid, writer.c_str(), nullptr, nullptr, argv.data(), environ), 0);
+    std::this_thread::sleep_for(std::chrono::microseconds(random() % 20000));
+    ::kill(pid, SIGKILL);
+    ::waitpid(pid, nullptr, 0);
+    const auto dictionary = onDisk();
+    ASSERT_EQ(dictionary.count("UpdateTaskRunCount"), 1u) << "round " << round;
+    ASSERT_EQ(dictionary.count("Padding"), 1u) << "round " << round;
+  }
+}
+
+}  // namespace
+}  // namespace velmo::agent::run
