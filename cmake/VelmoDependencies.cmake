@@ -6,6 +6,8 @@ find_package(ICU REQUIRED COMPONENTS uc i18n)
 find_package(nlohmann_json 3 REQUIRED)
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 pkg_check_modules(PLIST REQUIRED IMPORTED_TARGET libplist-2.0)
+pkg_check_modules(URIPARSER REQUIRED IMPORTED_TARGET liburiparser)
+pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
 
 find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)
 add_library(velmo_asio INTERFACE)

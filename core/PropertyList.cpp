@@ -10,17 +10,30 @@
 namespace velmo::core {
 namespace {
 
+struct PlistDeleter {
+  void operator()(plist_t node) const { plist_free(node); }
+};
+using Node = std::unique_ptr<void, PlistDeleter>;
+
 // libplist counts dates in seconds and microseconds from 2001-01-01 UTC.
 constexpr std::chrono::seconds kReferenceDate{978307200};
 // Deeper nesting is refused rather than followed: a hostile file must not
 // exhaust the stack.
 constexpr int kDeepestNesting = 64;
 
-struct PlistDeleter {
-  void operator()(plist_t node) const { plist_free(node); }
-};
-using Node = std::unique_ptr<void, PlistDeleter>;
+bool isNegative(plist_t node) {
+  Node copy(plist_copy(node));
+  char* text = nullptr;
+  std::uint32_t length = 0;
+  plist_to_xml(copy.get(), &text, &length);
+  const bool negative =
+      text && std::string_view(text, length).find("<integer>-") != std::string_view::npos;
+  std::free(text);
+  return negative;
+}
 
+// A value with no form of ours (a UID, an integer past 64 bits, nesting too
+// deep) is left out of its container rather than spoiling the whole file.
 std::optional<PlistValue> fromNode(plist_t node, int depth) {
   if (!node || depth > kDeepestNesting) return std::nullopt;
   switch (plist_get_node_type(node)) {
@@ -32,7 +45,13 @@ std::optional<PlistValue> fromNode(plist_t node, int depth) {
     case PLIST_UINT: {
       std::uint64_t value = 0;
       plist_get_uint_val(node, &value);
-      // libplist keeps negative integers as their two's complement here.
+      // libplist keeps negative integers as their two's complement, and marks
+      // them only in its own output; a value past the signed range that isn't
+      // negative has no 64-bit signed form and is left out.
+      if (value > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()) &&
+          !isNegative(node)) {
+        return std::nullopt;
+      }
       return PlistValue(static_cast<std::int64_t>(value));
     }
     case PLIST_REAL: {
@@ -64,8 +83,7 @@ std::optional<PlistValue> fromNode(plist_t node, int depth) {
       const std::uint32_t size = plist_array_get_size(node);
       for (std::uint32_t i = 0; i < size; ++i) {
         auto element = fromNode(plist_array_get_item(node, i), depth + 1);
-        if (!element) return std::nullopt;
-        array.push_back(std::move(*element));
+        if (element) array.push_back(std::move(*element));
       }
       return PlistValue(std::move(array));
     }
@@ -81,11 +99,7 @@ std::optional<PlistValue> fromNode(plist_t node, int depth) {
         std::string name = key;
         std::free(key);
         auto value = fromNode(item, depth + 1);
-        if (!value) {
-          std::free(iterator);
-          return std::nullopt;
-        }
-        dictionary.insert_or_assign(std::move(name), std::move(*value));
+        if (value) dictionary.insert_or_assign(std::move(name), std::move(*value));
       }
       std::free(iterator);
       return PlistValue(std::move(dictionary));

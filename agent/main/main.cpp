@@ -17,10 +17,13 @@
 #include "core/InternalMessenger.h"
 #include "core/LogSinks.h"
 #include "core/NotificationCenter.h"
+#include "mdm/ManagedPrefs.h"
 #include "platform/linux/FileUnifiedLog.h"
 #include "platform/linux/JournalUnifiedLog.h"
 #include "platform/linux/LogindWorkspaceEvents.h"
 #include "platform/linux/ManagedPreferencesWatcher.h"
+#include "platform/linux/PlistPreferenceStores.h"
+#include "platform/linux/PlistUserDefaults.h"
 #include "platform/linux/PosixFileManager.h"
 #include "platform/linux/PosixHost.h"
 #include "platform/linux/PosixProcessLauncher.h"
@@ -46,7 +49,7 @@ int main(int argc, char** argv) {
 
   core::Bundle::setMain({agent::kBundleIdentifier, agent::kAgentVersion, agent::kAgentBuild});
   const platform::Paths paths = platform::Paths::fromEnvironment();
-  const platform::linux::PosixFileManager files;
+  platform::linux::PosixFileManager files;
   const platform::linux::PosixHost host;
 
   const agent::run::AgentCommand::Environment environment{paths, files, host, std::cout, std::cerr};
@@ -74,10 +77,17 @@ int main(int argc, char** argv) {
   platform::linux::ManagedPreferencesWatcher preferencesWatcher(
       {mainExecutor, clock, paths, distributedCenter, notificationCenter});
 
+  // The agent's standard user defaults, and the managed-preferences snapshot.
+  platform::linux::PlistPreferenceStores preferenceStores(files, paths);
+  platform::linux::PlistUserDefaults userDefaults(files, paths, agent::kBundleIdentifier);
+  mdm::ManagedPrefs managedPrefs({mainExecutor, clock, preferenceStores, distributedCenter,
+                                  notificationCenter, workspaceEvents});
+  mdm::ManagedPrefs::setShared(&managedPrefs);
+
   platform::linux::PosixProcessLauncher launcher;
   agent::run::VelmoRunner runner(launcher, clock, paths.toolExecutable());
-  agent::run::StartCommand start(
-      {mainExecutor, clock, paths, runner, distributedCenter, notificationCenter, workspaceEvents});
+  agent::run::StartCommand start({mainExecutor, clock, paths, runner, distributedCenter,
+                                  notificationCenter, workspaceEvents, managedPrefs, userDefaults});
 
   core::startTask(mainExecutor, start.run(), core::CustomLogger("StartCommand"));
   mainContext.run();

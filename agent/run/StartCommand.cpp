@@ -10,6 +10,12 @@ asio::awaitable<void> StartCommand::run() {
   logger_.info("Velmo Agent " + core::Bundle::main().versionString() + " starting; tool at " +
                collaborators_.paths.toolExecutable().string());
 
+  // Whether users' quitting of applications may start their updates; the
+  // object that acts on it joins the start-up with its own subsystem.
+  const bool activeIntervals = co_await collaborators_.managedPrefs.boolValue(
+      "ActiveIntervals", mdm::ManagedDomain::velmoAgent, true);
+  logger_.debug(std::string("Active intervals are ") + (activeIntervals ? "enabled" : "disabled"));
+
   // Nothing ends this loop: the process lives until it is stopped by a signal.
   for (;;) {
     co_await collaborators_.clock.sleep(std::chrono::seconds(1));

@@ -5,9 +5,11 @@
 #include "core/CustomLogger.h"
 #include "core/Executors.h"
 #include "core/NotificationCenter.h"
+#include "mdm/ManagedPrefs.h"
 #include "platform/Clock.h"
 #include "platform/DistributedNotificationCenter.h"
 #include "platform/Paths.h"
+#include "platform/UserDefaults.h"
 #include "platform/WorkspaceEvents.h"
 
 namespace velmo::agent::run {
@@ -27,6 +29,8 @@ class StartCommand {
     platform::DistributedNotificationCenter& distributedCenter;
     core::NotificationCenter& notificationCenter;
     platform::WorkspaceEvents& workspaceEvents;
+    mdm::ManagedPrefs& managedPrefs;
+    platform::UserDefaults& userDefaults;
   };
 
   explicit StartCommand(Collaborators collaborators);

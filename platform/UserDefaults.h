@@ -1,0 +1,20 @@
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+#include "core/PlistValue.h"
+
+namespace velmo::platform {
+
+// A program's user defaults: reads search the managed, root's own and the
+// machine-wide store of its domain, key by key, first hit winning; writes go
+// to root's own store. Every read sees the stores as they are now.
+class UserDefaults {
+ public:
+  virtual ~UserDefaults() = default;
+  virtual std::optional<core::PlistValue> object(std::string_view key) const = 0;
+  virtual void setObject(std::string_view key, const core::PlistValue& value) = 0;
+};
+
+}  // namespace velmo::platform

@@ -1,0 +1,38 @@
+#include "platform/linux/PlistUserDefaults.h"
+
+#include "core/PropertyList.h"
+
+namespace velmo::platform::linux {
+namespace {
+
+std::optional<core::PlistValue> lookUp(const std::optional<core::PlistDictionary>& store,
+                                       std::string_view key) {
+  if (!store) return std::nullopt;
+  const auto found = store->find(key);
+  if (found == store->end()) return std::nullopt;
+  return found->second;
+}
+
+}  // namespace
+
+PlistUserDefaults::PlistUserDefaults(FileManager& files, const Paths& paths, std::string domain)
+    : files_(files), paths_(paths), stores_(files, paths), domain_(std::move(domain)) {}
+
+std::optional<core::PlistValue> PlistUserDefaults::object(std::string_view key) const {
+  if (auto value = lookUp(stores_.managedValues(domain_), key)) return value;
+  if (auto value = lookUp(stores_.copyAllValues(domain_), key)) return value;
+  return lookUp(stores_.machineValues(domain_), key);
+}
+
+void PlistUserDefaults::setObject(std::string_view key, const core::PlistValue& value) {
+  core::PlistDictionary values = stores_.copyAllValues(domain_);
+  values.insert_or_assign(std::string(key), value);
+  if (const auto xml = core::PropertyList::xml(values)) {
+    std::filesystem::path file = paths_.rootPreferencesFile(domain_);
+    std::error_code ignored;
+    std::filesystem::create_directories(file.parent_path(), ignored);
+    (void)files_.writeFileAtomically(file, *xml);
+  }
+}
+
+}  // namespace velmo::platform::linux

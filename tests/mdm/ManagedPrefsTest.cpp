@@ -1,0 +1,131 @@
+#include "mdm/ManagedPrefs.h"
+
+#include <gtest/gtest.h>
+
+#include <asio/co_spawn.hpp>
+#include <asio/detached.hpp>
+#include <asio/io_context.hpp>
+
+#include "platform/fake/FakeDistributedNotificationCenter.h"
+#include "platform/fake/FakePreferenceStores.h"
+#include "platform/fake/FakeWorkspaceEvents.h"
+#include "platform/fake/VirtualClock.h"
+
+namespace velmo::mdm {
+namespace {
+
+using core::PlistDictionary;
+using std::chrono::milliseconds;
+
+constexpr const char* kAgent = "com.marvenith.velmo-agent";
+constexpr const char* kNotifier = "com.marvenith.velmo-notifier";
+
+class ManagedPrefsTest : public ::testing::Test {
+ protected:
+  std::unique_ptr<ManagedPrefs> make(std::set<ManagedDomain> domains = {kAllManagedDomains.begin(),
+                                                                        kAllManagedDomains.end()}) {
+    return std::make_unique<ManagedPrefs>(
+        ManagedPrefs::Collaborators{context_.get_executor(), clock_, stores_, distributed_,
+                                    notifications_, workspace_},
+        std::move(domains));
+  }
+
+  // Runs an awaitable getter to its answer.
+  template <typename T>
+  T answer(asio::awaitable<T> getter) {
+    std::optional<T> result;
+    asio::co_spawn(context_, std::move(getter),
+                   [&](std::exception_ptr, T value) { result = value; });
+    clock_.runUntilIdle();
+    EXPECT_TRUE(result.has_value());
+    return result.value_or(T{});
+  }
+
+  asio::io_context context_;
+  platform::fake::VirtualClock clock_{context_};
+  platform::fake::FakePreferenceStores stores_;
+  platform::fake::FakeDistributedNotificationCenter distributed_{context_.get_executor()};
+  core::NotificationCenter notifications_;
+  platform::fake::FakeWorkspaceEvents workspace_;
+};
+
+TEST_F(ManagedPrefsTest, ManagedValuesWinOverRootsStoreKeyByKey) {
+  stores_.setManaged(kAgent, {{"DisableSelfUpdate", false}});
+  stores_.setRoot(kAgent, {{"DisableSelfUpdate", true}, {"SkipFirstVelmoAgentRun", true}});
+  auto prefs = make();
+  EXPECT_FALSE(answer(prefs->boolValue("DisableSelfUpdate", ManagedDomain::velmoAgent, true)));
+  EXPECT_TRUE(answer(prefs->boolValue("SkipFirstVelmoAgentRun", ManagedDomain::velmoAgent, false)));
+  EXPECT_EQ(answer(prefs->string("Missing", ManagedDomain::velmoAgent, "fallback")), "fallback");
+}
+
+TEST_F(ManagedPrefsTest, ADomainOutsideTheSetGivesTheDefault) {
+  stores_.setManaged(kNotifier, {{"EnableMenuBarApp", true}});
+  auto prefs = make({ManagedDomain::velmoAgent});
+  EXPECT_FALSE(answer(prefs->boolValue("EnableMenuBarApp", ManagedDomain::velmoNotifier, false)));
+  EXPECT_EQ(answer(prefs->intValue("X", ManagedDomain::velmo, 9)), 9);
+}
+
+TEST_F(ManagedPrefsTest, GettersAnswerFromTheSnapshotWithoutTouchingTheStores) {
+  stores_.setManaged(kAgent, {{"ActiveIntervals", false}});
+  auto prefs = make();
+  const int readsAfterLoad = stores_.reads();
+  stores_.setManaged(kAgent, {{"ActiveIntervals", true}});
+  EXPECT_FALSE(answer(prefs->boolValue("ActiveIntervals", ManagedDomain::velmoAgent, true)));
+  EXPECT_EQ(stores_.reads(), readsAfterLoad);
+  // isForced alone asks the stores.
+  EXPECT_TRUE(answer(prefs->isForced("ActiveIntervals", ManagedDomain::velmoAgent)));
+  EXPECT_FALSE(answer(prefs->isForced("Other", ManagedDomain::velmoAgent)));
+}
+
+TEST_F(ManagedPrefsTest, AStormOfChangesCausesOneReload200msAfterTheLast) {
+  auto prefs = make();
+  ASSERT_EQ(prefs->loadCount(), 1u);
+  stores_.setManaged(kAgent, {{"UpdateAll", true}});
+  // 100 events within 150 ms, from every kind of source.
+  for (int i = 0; i < 100; ++i) {
+    switch (i % 4) {
+      case 0:
+        distributed_.deliver({"com.apple.MCX.changedDomains", std::nullopt, std::nullopt});
+        break;
+      case 1:
+        distributed_.deliver(
+            {"com.apple.configurationprofiles.payloadChanged", std::nullopt, std::nullopt});
+        break;
+      case 2:
+        notifications_.post("NSUserDefaultsDidChangeNotification");
+        break;
+      default:
+        workspace_.send(platform::WorkspaceEvent::didWake);
+    }
+    if (i < 99) clock_.advance(std::chrono::microseconds(1500));  // 100 events in 148.5 ms.
+  }
+  clock_.advance(milliseconds(199));
+  EXPECT_EQ(prefs->loadCount(), 1u);
+  EXPECT_FALSE(answer(prefs->boolValue("UpdateAll", ManagedDomain::velmoAgent, false)));
+  clock_.advance(milliseconds(1));
+  EXPECT_EQ(prefs->loadCount(), 2u);
+  EXPECT_TRUE(answer(prefs->boolValue("UpdateAll", ManagedDomain::velmoAgent, false)));
+  clock_.advance(std::chrono::seconds(5));
+  EXPECT_EQ(prefs->loadCount(), 2u);
+}
+
+TEST_F(ManagedPrefsTest, SleepAndUnrelatedNotificationsCauseNoReload) {
+  auto prefs = make();
+  workspace_.send(platform::WorkspaceEvent::willSleep);
+  distributed_.deliver({"com.marvenith.velmo.dialogResponse", std::nullopt, std::nullopt});
+  clock_.advance(std::chrono::seconds(1));
+  EXPECT_EQ(prefs->loadCount(), 1u);
+}
+
+TEST_F(ManagedPrefsTest, ReleasingTheInstanceRemovesItsObservers) {
+  auto prefs = make();
+  EXPECT_EQ(distributed_.observerCount("MCXChanged"), 1u);
+  prefs.reset();
+  EXPECT_EQ(distributed_.observerCount("MCXChanged"), 0u);
+  EXPECT_EQ(workspace_.observerCount(), 0u);
+  notifications_.post("NSUserDefaultsDidChangeNotification");
+  clock_.advance(std::chrono::seconds(1));
+}
+
+}  // namespace
+}  // namespace velmo::mdm

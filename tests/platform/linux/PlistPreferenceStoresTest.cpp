@@ -1,0 +1,85 @@
+#include "platform/linux/PlistPreferenceStores.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "core/PropertyList.h"
+#include "platform/linux/PlistUserDefaults.h"
+#include "platform/linux/PosixFileManager.h"
+
+namespace velmo::platform::linux {
+namespace {
+
+using core::PlistDictionary;
+using core::PlistValue;
+
+constexpr const char* kDomain = "com.marvenith.velmo-agent";
+
+class PlistPreferenceStoresTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/velmo-prefs-XXXXXX";
+    paths_ = Paths(::mkdtemp(pattern));
+  }
+  void TearDown() override { std::filesystem::remove_all(paths_.root()); }
+
+  void write(const std::filesystem::path& file, const PlistValue& root) {
+    std::filesystem::create_directories(file.parent_path());
+    std::ofstream(file) << *core::PropertyList::xml(root);
+  }
+
+  Paths paths_;
+  PosixFileManager files_;
+};
+
+TEST_F(PlistPreferenceStoresTest, UserDefaultsSearchManagedThenRootThenMachineKeyByKey) {
+  write(paths_.managedPreferencesFile(kDomain), PlistDictionary{{"A", "managed"}});
+  write(paths_.rootPreferencesFile(kDomain), PlistDictionary{{"A", "root"}, {"B", "root"}});
+  write(paths_.machinePreferencesFile(kDomain),
+        PlistDictionary{{"A", "machine"}, {"B", "machine"}, {"C", "machine"}});
+  PlistUserDefaults defaults(files_, paths_, kDomain);
+  EXPECT_EQ(defaults.object("A"), PlistValue("managed"));
+  EXPECT_EQ(defaults.object("B"), PlistValue("root"));
+  EXPECT_EQ(defaults.object("C"), PlistValue("machine"));
+  EXPECT_EQ(defaults.object("D"), std::nullopt);
+}
+
+TEST_F(PlistPreferenceStoresTest, AFileChangedOnDiskIsSeenByTheNextRead) {
+  PlistUserDefaults defaults(files_, paths_, kDomain);
+  EXPECT_EQ(defaults.object("UpdateAll"), std::nullopt);
+  write(paths_.machinePreferencesFile(kDomain), PlistDictionary{{"UpdateAll", true}});
+  EXPECT_EQ(defaults.object("UpdateAll"), PlistValue(true));
+  write(paths_.managedPreferencesFile(kDomain), PlistDictionary{{"UpdateAll", false}});
+  EXPECT_EQ(defaults.object("UpdateAll"), PlistValue(false));
+}
+
+TEST_F(PlistPreferenceStoresTest, WritesGoToRootsOwnStoreAndKeepItsOtherKeys) {
+  write(paths_.rootPreferencesFile(kDomain), PlistDictionary{{"Kept", 1}});
+  PlistUserDefaults defaults(files_, paths_, kDomain);
+  defaults.setObject("UpdateChannel", "beta");
+  const PlistPreferenceStores stores(files_, paths_);
+  EXPECT_EQ(stores.copyAllValues(kDomain),
+            (PlistDictionary{{"Kept", 1}, {"UpdateChannel", "beta"}}));
+}
+
+TEST_F(PlistPreferenceStoresTest, ForcedMeansPresentInTheManagedFile) {
+  write(paths_.managedPreferencesFile(kDomain), PlistDictionary{{"UpdateAll", false}});
+  write(paths_.rootPreferencesFile(kDomain), PlistDictionary{{"RespectDND", true}});
+  const PlistPreferenceStores stores(files_, paths_);
+  EXPECT_TRUE(stores.isForced("UpdateAll", kDomain));
+  EXPECT_FALSE(stores.isForced("RespectDND", kDomain));
+  EXPECT_FALSE(stores.isForced("UpdateAll", "com.marvenith.velmo"));
+}
+
+TEST_F(PlistPreferenceStoresTest, UnusableFilesHoldNoValues) {
+  write(paths_.managedPreferencesFile(kDomain), core::PlistArray{"not", "a", "dictionary"});
+  std::ofstream(paths_.rootPreferencesFile(kDomain)) << "bplist00\x01\x02 truncated";
+  const PlistPreferenceStores stores(files_, paths_);
+  EXPECT_EQ(stores.managedValues(kDomain), std::nullopt);
+  EXPECT_EQ(stores.copyAllValues(kDomain), PlistDictionary{});
+  EXPECT_EQ(stores.managedValues("com.example.absent"), std::nullopt);
+}
+
+}  // namespace
+}  // namespace velmo::platform::linux
