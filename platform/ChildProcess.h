@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include <asio/awaitable.hpp>
 
 namespace velmo::platform {
@@ -18,6 +20,8 @@ class ChildProcess {
   virtual void sendSignal(int signal) = 0;
   // Completes when the process has exited, without blocking the executor.
   virtual asio::awaitable<void> waitUntilExit() = 0;
+  // What the process wrote to standard error so far, when it was captured.
+  virtual std::string standardError() const = 0;
 };
 
 }  // namespace velmo::platform

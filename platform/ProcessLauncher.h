@@ -16,14 +16,20 @@ struct LaunchFailure {
 
 using LaunchResult = std::variant<std::unique_ptr<ChildProcess>, LaunchFailure>;
 
+enum class StandardError {
+  discard,  // To /dev/null.
+  capture,  // Kept whole for ChildProcess::standardError(); the child never blocks on it.
+};
+
 // Spawns programs directly, without a shell. The child inherits the
-// environment, working directory and standard input; its standard output and
-// standard error go to /dev/null.
+// environment, working directory and standard input; its standard output goes
+// to /dev/null, and its standard error too unless it is captured.
 class ProcessLauncher {
  public:
   virtual ~ProcessLauncher() = default;
   virtual LaunchResult launch(const std::filesystem::path& executable,
-                              const std::vector<std::string>& arguments) = 0;
+                              const std::vector<std::string>& arguments,
+                              StandardError standardError = StandardError::discard) = 0;
 };
 
 }  // namespace velmo::platform

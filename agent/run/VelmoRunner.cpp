@@ -1,19 +1,12 @@
 #include "agent/run/VelmoRunner.h"
 
-#include <signal.h>
+#include "agent/run/ProcessSupervisor.h"
 
 #include <cmath>
 #include <variant>
 
 namespace velmo::agent::run {
 namespace {
-
-using std::chrono::milliseconds;
-
-constexpr platform::Duration kPollInterval = milliseconds(200);
-// The graces after SIGTERM (5.0 s) and SIGKILL (1.0 s), counted in polls.
-constexpr int kPollsAfterTerminate = 25;
-constexpr int kPollsAfterKill = 5;
 
 std::string join(const std::vector<std::string>& arguments) {
   std::string joined;
@@ -59,30 +52,21 @@ asio::awaitable<int> VelmoRunner::superviseWithLimit(platform::ChildProcess& pro
                                                      core::TimeInterval timeout) const {
   // A NaN or negative limit is spent at once; a huge one is capped.
   const platform::Duration limit = core::toDuration(timeout);
-  const platform::TimePoint deadline = clock_.now() + limit;
   const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(limit).count();
-  while (process.isRunning()) {
-    if (clock_.now() >= deadline) {
-      const int pid = process.processIdentifier();
-      logger_.error("Velmo process (pid: " + std::to_string(pid) + ") timed out after " +
-                    std::to_string(seconds) + " seconds; sending SIGTERM.");
-      process.sendSignal(SIGTERM);
-      for (int polls = 0; polls < kPollsAfterTerminate && process.isRunning(); ++polls) {
-        co_await clock_.sleep(kPollInterval);
-      }
-      if (process.isRunning()) {
-        logger_.error("Velmo process (pid: " + std::to_string(pid) +
-                      ") did not exit after SIGTERM; sending SIGKILL.");
-        if (pid >= 1) process.sendSignal(SIGKILL);
-        for (int polls = 0; polls < kPollsAfterKill && process.isRunning(); ++polls) {
-          co_await clock_.sleep(kPollInterval);
-        }
-      }
-      co_return kTimedOut;
-    }
-    co_await clock_.sleep(kPollInterval);
-  }
-  co_return process.terminationStatus();
+  const std::string pid = std::to_string(process.processIdentifier());
+  // A named variable: GCC 12 destroys braced temporaries inside co_await twice.
+  ProcessSupervisor::Hooks hooks{[&] {
+                                   logger_.error("Velmo process (pid: " + pid +
+                                                 ") timed out after " + std::to_string(seconds) +
+                                                 " seconds; sending SIGTERM.");
+                                 },
+                                 [&] {
+                                   logger_.error("Velmo process (pid: " + pid +
+                                                 ") did not exit after SIGTERM; sending SIGKILL.");
+                                 }};
+  const auto status =
+      co_await ProcessSupervisor::superviseWithLimit(process, clock_, limit, std::move(hooks));
+  co_return status.value_or(kTimedOut);
 }
 
 void VelmoRunner::logFinished(const std::string& joinedArguments, platform::TimePoint start) const {

@@ -17,6 +17,7 @@ class FakeChildProcess final : public ChildProcess {
   int processIdentifier() const override { return pid_; }
   bool isRunning() override { return !exitAt_ || clock_.now() < *exitAt_; }
   int terminationStatus() const override { return status_; }
+  std::string standardError() const override { return script_.standardError; }
 
   void sendSignal(int signal) override {
     signals_.push_back(signal);
@@ -53,8 +54,9 @@ class FakeChildProcess final : public ChildProcess {
 }  // namespace
 
 LaunchResult FakeProcessLauncher::launch(const std::filesystem::path& executable,
-                                         const std::vector<std::string>& arguments) {
-  launches_.push_back({executable, arguments, {}});
+                                         const std::vector<std::string>& arguments,
+                                         StandardError standardError) {
+  launches_.push_back({executable, arguments, {}, standardError});
   if (!failures_.empty()) {
     std::string description = std::move(failures_.front());
     failures_.pop_front();

@@ -2,6 +2,7 @@
 
 #include <deque>
 #include <optional>
+#include <string>
 
 #include "platform/Clock.h"
 #include "platform/ProcessLauncher.h"
@@ -16,6 +17,7 @@ struct FakeProcessScript {
       exitAfterTerminate{};  // Leaves this long after SIGTERM; absent: ignores it.
   int statusOnTerminate = 15;
   bool ignoresKill = false;
+  std::string standardError{};  // What a capturing caller reads back.
 };
 
 // Launches scripted children on a virtual clock and records what was asked.
@@ -25,6 +27,7 @@ class FakeProcessLauncher final : public ProcessLauncher {
     std::filesystem::path executable;
     std::vector<std::string> arguments;
     std::vector<int> signals;  // Signals sent to the child, in order.
+    StandardError standardError = StandardError::discard;
   };
 
   explicit FakeProcessLauncher(Clock& clock) : clock_(clock) {}
@@ -34,7 +37,8 @@ class FakeProcessLauncher final : public ProcessLauncher {
   void failNextLaunch(std::string description) { failures_.push_back(std::move(description)); }
 
   LaunchResult launch(const std::filesystem::path& executable,
-                      const std::vector<std::string>& arguments) override;
+                      const std::vector<std::string>& arguments,
+                      StandardError standardError = StandardError::discard) override;
 
   const std::deque<Launch>& launches() const { return launches_; }
 

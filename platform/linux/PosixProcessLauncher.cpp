@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -34,10 +35,26 @@ int openPidfd(pid_t pid) {
 
 class PosixChildProcess final : public ChildProcess {
  public:
-  PosixChildProcess(pid_t pid, int pidfd) : pid_(pid), pidfd_(pidfd) {}
+  PosixChildProcess(pid_t pid, int pidfd, int errorFile)
+      : pid_(pid), pidfd_(pidfd), errorFile_(errorFile) {}
   ~PosixChildProcess() override {
     // A child that is still running is left to itself, as its owner chose.
     if (pidfd_ >= 0) ::close(pidfd_);
+    if (errorFile_ >= 0) ::close(errorFile_);
+  }
+
+  std::string standardError() const override {
+    std::string text;
+    if (errorFile_ < 0) return text;
+    char buffer[65536];
+    for (off_t offset = 0;;) {
+      const ssize_t read = ::pread(errorFile_, buffer, sizeof buffer, offset);
+      if (read < 0 && errno == EINTR) continue;
+      if (read <= 0) break;
+      text.append(buffer, static_cast<std::size_t>(read));
+      offset += read;
+    }
+    return text;
   }
 
   int processIdentifier() const override { return pid_; }
@@ -92,17 +109,23 @@ class PosixChildProcess final : public ChildProcess {
  private:
   pid_t pid_;
   int pidfd_;
+  int errorFile_;
   bool reaped_ = false;
   int status_ = 0;
 };
 
 class SpawnSetup {
  public:
-  SpawnSetup() {
+  // `errorFile` below 0: standard error goes where standard output goes.
+  explicit SpawnSetup(int errorFile) {
     ::posix_spawn_file_actions_init(&actions_);
     ::posix_spawnattr_init(&attributes_);
     ::posix_spawn_file_actions_addopen(&actions_, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    ::posix_spawn_file_actions_adddup2(&actions_, STDOUT_FILENO, STDERR_FILENO);
+    if (errorFile >= 0) {
+      ::posix_spawn_file_actions_adddup2(&actions_, errorFile, STDERR_FILENO);
+    } else {
+      ::posix_spawn_file_actions_adddup2(&actions_, STDOUT_FILENO, STDERR_FILENO);
+    }
     // The child starts with default signal handling and nothing blocked,
     // whatever the agent itself has set.
     sigset_t empty;
@@ -131,7 +154,16 @@ class SpawnSetup {
 }  // namespace
 
 LaunchResult PosixProcessLauncher::launch(const std::filesystem::path& executable,
-                                          const std::vector<std::string>& arguments) {
+                                          const std::vector<std::string>& arguments,
+                                          StandardError standardError) {
+  int errorFile = -1;
+  if (standardError == StandardError::capture) {
+    errorFile = ::memfd_create("velmo-stderr", MFD_CLOEXEC);
+    if (errorFile < 0) {
+      return LaunchFailure{std::string("Cannot make a buffer for standard error: ") +
+                           std::strerror(errno)};
+    }
+  }
   std::vector<char*> argv;
   argv.reserve(arguments.size() + 2);
   std::string program = executable.string();
@@ -140,14 +172,15 @@ LaunchResult PosixProcessLauncher::launch(const std::filesystem::path& executabl
   for (auto& argument : copies) argv.push_back(argument.data());
   argv.push_back(nullptr);
 
-  SpawnSetup setup;
+  SpawnSetup setup(errorFile);
   pid_t pid = 0;
   int error = ::posix_spawn(&pid, program.c_str(), setup.actions(), setup.attributes(), argv.data(),
                             environ);
   if (error != 0) {
+    if (errorFile >= 0) ::close(errorFile);
     return LaunchFailure{"The file \"" + program + "\" couldn't be run: " + std::strerror(error)};
   }
-  return std::make_unique<PosixChildProcess>(pid, openPidfd(pid));
+  return std::make_unique<PosixChildProcess>(pid, openPidfd(pid), errorFile);
 }
 
 }  // namespace velmo::platform::linux

@@ -1,7 +1,8 @@
 #include "tests/support/PrivateBus.h"
 
+#include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -13,8 +14,6 @@
 #include <stdexcept>
 #include <thread>
 #include <vector>
-
-extern char** environ;
 
 namespace velmo::testing {
 namespace {
@@ -56,8 +55,17 @@ void PrivateBus::start() {
   std::vector<char*> argv;
   for (auto& argument : arguments) argv.push_back(argument.data());
   argv.push_back(nullptr);
-  if (::posix_spawnp(&pid_, "dbus-daemon", nullptr, nullptr, argv.data(), environ) != 0) {
-    throw std::runtime_error("cannot start dbus-daemon");
+  pid_ = ::fork();
+  if (pid_ < 0) throw std::runtime_error("cannot start dbus-daemon");
+  if (pid_ == 0) {
+    // The daemon dies with the test, even one that crashed, and never holds
+    // the test runner's output open.
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    const int null = ::open("/dev/null", O_RDWR);
+    ::dup2(null, STDOUT_FILENO);
+    ::dup2(null, STDERR_FILENO);
+    ::execvp("dbus-daemon", argv.data());
+    ::_exit(127);
   }
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
   while (!accepts(socket_)) {

@@ -3,6 +3,8 @@
 //   --sleep S       sleep S seconds first (fractions allowed)
 //   --ignore-term   ignore SIGTERM
 //   --chatter       write plenty to standard output and standard error
+//   --stderr-bytes N  write N bytes of text to standard error
+//   --stderr-invalid  write bytes that aren't UTF-8 to standard error
 #include <signal.h>
 #include <unistd.h>
 
@@ -15,6 +17,8 @@ int main(int argc, char** argv) {
   int status = 0;
   double sleepSeconds = 0;
   bool chatter = false;
+  long stderrBytes = 0;
+  bool stderrInvalid = false;
   for (int i = 1; i < argc; ++i) {
     if (!std::strcmp(argv[i], "--exit") && i + 1 < argc) {
       status = std::atoi(argv[++i]);
@@ -24,6 +28,10 @@ int main(int argc, char** argv) {
       ::signal(SIGTERM, SIG_IGN);
     } else if (!std::strcmp(argv[i], "--chatter")) {
       chatter = true;
+    } else if (!std::strcmp(argv[i], "--stderr-bytes") && i + 1 < argc) {
+      stderrBytes = std::atol(argv[++i]);
+    } else if (!std::strcmp(argv[i], "--stderr-invalid")) {
+      stderrInvalid = true;
     }
   }
   if (chatter) {
@@ -33,6 +41,11 @@ int main(int argc, char** argv) {
       std::fprintf(stderr, "velmo-test-tool chatter on stderr, line %d\n", line);
     }
   }
+  for (long written = 0; written < stderrBytes; ++written) {
+    std::fputc(written % 64 == 63 ? '\n' : 'e', stderr);
+  }
+  if (stderrInvalid) std::fputs("bad \xff\xfe bytes\n", stderr);
+  std::fflush(stderr);
   if (sleepSeconds > 0) {
     timespec pause{static_cast<time_t>(sleepSeconds),
                    static_cast<long>((sleepSeconds - static_cast<time_t>(sleepSeconds)) * 1e9)};

@@ -1,0 +1,122 @@
+#include "agent/run/VelmoRunJob.h"
+
+#include "core/NotificationNames.h"
+
+namespace velmo::agent::run {
+namespace {
+
+std::string join(const Command& command) {
+  std::string joined;
+  for (const auto& argument : command) {
+    if (!joined.empty()) joined += ' ';
+    joined += argument;
+  }
+  return joined;
+}
+
+}  // namespace
+
+VelmoRunJob::VelmoRunJob(const Collaborators& collaborators, bool runningAppsFirst)
+    : collaborators_(collaborators),
+      runningAppsFirst_(runningAppsFirst),
+      _updateAll(collaborators.userDefaults, "UpdateAll", false),
+      _updateAllExclusions(collaborators.userDefaults, "UpdateAllExclusions", {}),
+      _installOrUpdateIDs(collaborators.userDefaults, "InstallOrUpdate", {}),
+      _updateOnlyIDs(collaborators.userDefaults, "UpdateOnly", {}),
+      _updateWhenNotRunningIDs(collaborators.userDefaults, "UpdateWhenNotRunning", {}),
+      _otherManagedIDs(collaborators.userDefaults, "OtherManagedSoftware", {}),
+      _deferIfRunning(collaborators.userDefaults, "DeferIfRunning", false),
+      _respectDND(collaborators.userDefaults, "RespectDND", false),
+      _respectMeetings(collaborators.userDefaults, "RespectMeetings", false),
+      _updateMAS(collaborators.userDefaults, "UpdateMAS", false),
+      _reconAfterInstall(collaborators.userDefaults, "ReconAfterInstall", false),
+      _updateChannel(collaborators.userDefaults, "UpdateChannel", std::nullopt),
+      _integrityPolicyRaw(collaborators.userDefaults, "IntegrityPolicy", std::nullopt),
+      installCounter_(collaborators.mainExecutor) {
+  logger_.debug(std::string("VelmoRunJob initialized. runningAppsFirst: ") +
+                (runningAppsFirst ? "true" : "false"));
+}
+
+core::TimeInterval VelmoRunJob::timeLimit(const Command& command) {
+  if (!command.empty() && command.front() == "update-all") return core::TimeInterval(7200.0);
+  if (!command.empty() && command.front() == "install") return core::TimeInterval(5400.0);
+  return core::TimeInterval(3600.0);
+}
+
+void VelmoRunJob::handleDidPerformInstall() { installCounter_.add(); }
+
+asio::awaitable<std::vector<Command>> VelmoRunJob::buildCommands() {
+  RunPolicy policy;
+  policy.updateAll = _updateAll.wrappedValue();
+  policy.updateAllExclusions = _updateAllExclusions.wrappedValue();
+  policy.installOrUpdateIDs = _installOrUpdateIDs.wrappedValue();
+  policy.updateOnlyIDs = _updateOnlyIDs.wrappedValue();
+  policy.deferIfRunning = _deferIfRunning.wrappedValue();
+  policy.respectDND = _respectDND.wrappedValue();
+  policy.respectMeetings = _respectMeetings.wrappedValue();
+  policy.updateMAS = _updateMAS.wrappedValue();
+  policy.updateChannel = _updateChannel.wrappedValue();
+  policy.integrityPolicyRaw = _integrityPolicyRaw.wrappedValue();
+  policy.disableSelfUpdate = co_await collaborators_.managedPrefs.boolValue(
+      "DisableSelfUpdate", mdm::ManagedDomain::velmoAgent, false);
+  policy.enableMenuBarApp = co_await collaborators_.managedPrefs.boolValue(
+      "EnableMenuBarApp", mdm::ManagedDomain::velmoNotifier, false);
+  co_return RunCommandBuilder::build(policy, runningAppsFirst_);
+}
+
+// The bus is serviced on the main executor; observers are added and removed there.
+asio::awaitable<void> VelmoRunJob::observeInstalls() {
+  observer_ = collaborators_.distributedCenter.addObserver(
+      core::NotificationName::didPerformInstall,
+      [this](const platform::DistributedNotification&) { handleDidPerformInstall(); });
+  co_return;
+}
+
+asio::awaitable<void> VelmoRunJob::stopObservingInstalls() {
+  if (observer_) collaborators_.distributedCenter.removeObserver(*observer_);
+  observer_.reset();
+  co_return;
+}
+
+asio::awaitable<void> VelmoRunJob::run() {
+  logger_.debug("Setting up velmo install observers.");
+  co_await core::runOn(collaborators_.mainExecutor, observeInstalls());
+
+  const std::vector<Command> commands = co_await buildCommands();
+  logger_.debug("Starting Velmo Run with " + std::to_string(commands.size()) + " command(s)");
+  for (const Command& command : commands) {
+    const std::string joined = join(command);
+    logger_.debug("Executing Velmo Run command: " + joined);
+    const int result = co_await collaborators_.runner.run(command, timeLimit(command));
+    if (result != 0) {
+      logger_.error("Velmo Run failed with exit code: " + std::to_string(result));
+      logger_.debug("Velmo Run failed with exit code " + std::to_string(result) +
+                    " for command: " + joined);
+    } else {
+      logger_.debug("Velmo Run completed successfully for command: " + joined);
+    }
+  }
+
+  const std::int64_t installs = co_await installCounter_.takeAndReset();
+  if (installs >= 1) {
+    logger_.info("Installations during this Velmo Run: " + std::to_string(installs));
+  } else {
+    logger_.info("No installations occurred during this Velmo Run.");
+  }
+
+  if (co_await collaborators_.managedPrefs.boolValue("EnableMenuBarApp",
+                                                     mdm::ManagedDomain::velmoNotifier, false)) {
+    logger_.debug("Posting notification that the Velmo Run has completed.");
+    collaborators_.distributedCenter.post(core::NotificationName::velmoAgentUpdateTasksCompleted);
+  }
+
+  if (_reconAfterInstall.wrappedValue()) {
+    // The result plays no part: the run is over either way.
+    (void)co_await collaborators_.inventory.runRecon(kReconTimeout);
+  }
+
+  logger_.debug("Removing velmo install observers.");
+  co_await core::runOn(collaborators_.mainExecutor, stopObservingInstalls());
+}
+
+}  // namespace velmo::agent::run

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <asio/awaitable.hpp>
+
+#include "agent/run/InstallCounter.h"
+#include "agent/run/InventoryUpdater.h"
+#include "agent/run/RunCommandBuilder.h"
+#include "agent/run/VelmoRunner.h"
+#include "core/CustomLogger.h"
+#include "core/Defaults.h"
+#include "core/Executors.h"
+#include "mdm/ManagedPrefs.h"
+#include "platform/DistributedNotificationCenter.h"
+#include "platform/UserDefaults.h"
+
+namespace velmo::agent::run {
+
+// One update run's worth of work: policy becomes the tool's command lines,
+// which run one after the other; installs the tool reports meanwhile are
+// counted; the notifier and the inventory hear that the run is over. Built
+// for one run and dropped after it. Policy is read at the moment of use.
+class VelmoRunJob {
+ public:
+  struct Collaborators {
+    core::Executor mainExecutor;
+    platform::UserDefaults& userDefaults;
+    mdm::ManagedPrefs& managedPrefs;
+    platform::DistributedNotificationCenter& distributedCenter;
+    VelmoRunner& runner;
+    InventoryUpdater& inventory;
+  };
+
+  static constexpr core::TimeInterval kReconTimeout{600.0};
+
+  VelmoRunJob(const Collaborators& collaborators, bool runningAppsFirst);
+
+  asio::awaitable<void> run();
+  // The policy as it stands now, made into command lines.
+  asio::awaitable<std::vector<Command>> buildCommands();
+  void handleDidPerformInstall();
+
+  // The tool's time limit for a command, by its first argument.
+  static core::TimeInterval timeLimit(const Command& command);
+
+ private:
+  asio::awaitable<void> observeInstalls();
+  asio::awaitable<void> stopObservingInstalls();
+
+  Collaborators collaborators_;
+  core::CustomLogger logger_{"VelmoRunJob"};
+  bool runningAppsFirst_;
+  core::Defaults<bool> _updateAll;
+  core::Defaults<std::vector<std::string>> _updateAllExclusions;
+  core::Defaults<std::vector<std::string>> _installOrUpdateIDs;
+  core::Defaults<std::vector<std::string>> _updateOnlyIDs;
+  core::Defaults<std::vector<std::string>> _updateWhenNotRunningIDs;
+  core::Defaults<std::vector<std::string>> _otherManagedIDs;
+  core::Defaults<bool> _deferIfRunning;
+  core::Defaults<bool> _respectDND;
+  core::Defaults<bool> _respectMeetings;
+  core::Defaults<bool> _updateMAS;
+  core::Defaults<bool> _reconAfterInstall;
+  core::Defaults<std::optional<std::string>> _updateChannel;
+  core::Defaults<std::optional<std::string>> _integrityPolicyRaw;
+  InstallCounter installCounter_;
+  std::optional<platform::ObserverToken> observer_;
+};
+
+}  // namespace velmo::agent::run

@@ -1,0 +1,75 @@
+// The inventory update against real processes and the real clock.
+#include "agent/run/InventoryUpdater.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include <asio/co_spawn.hpp>
+#include <asio/io_context.hpp>
+
+#include "platform/linux/PosixProcessLauncher.h"
+#include "platform/linux/SystemClock.h"
+#include "tests/support/TestPrograms.h"
+
+namespace velmo::agent::run {
+namespace {
+
+class InventoryUpdaterTest : public ::testing::Test {
+ protected:
+  // The test tool stands in for the inventory command: "recon" is ignored
+  // by it, and `options` tell it what to do.
+  InventoryUpdater::Result run(const std::filesystem::path& program, double timeout,
+                               std::vector<std::string> options = {}) {
+    std::string wrapper = "/tmp/velmo-recon-" + std::to_string(::getpid());
+    {
+      std::ofstream script(wrapper);
+      script << "#!/bin/sh\nexec " << program.string();
+      for (const auto& option : options) script << " " << option;
+      script << "\n";
+    }
+    std::filesystem::permissions(wrapper, std::filesystem::perms::owner_all);
+    InventoryUpdater updater(launcher_, clock_,
+                             options.empty() ? program : std::filesystem::path(wrapper));
+    asio::io_context context;
+    std::optional<InventoryUpdater::Result> result;
+    asio::co_spawn(context, updater.runRecon(core::TimeInterval(timeout)),
+                   [&](std::exception_ptr, InventoryUpdater::Result value) { result = value; });
+    context.run_for(std::chrono::seconds(30));
+    std::filesystem::remove(wrapper);
+    EXPECT_TRUE(result.has_value());
+    return result.value_or(InventoryUpdater::Result{-999, ""});
+  }
+
+  platform::linux::PosixProcessLauncher launcher_;
+  platform::linux::SystemClock clock_;
+};
+
+TEST_F(InventoryUpdaterTest, AMegabyteOfStandardErrorComesBackWhole) {
+  const auto result = run(testing::testProgram("velmo-test-tool"), 60,
+                          {"--stderr-bytes", "1048576", "--exit", "2"});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.text.size(), 1048576u);
+  EXPECT_EQ(result.text.substr(0, 4), "eeee");
+}
+
+TEST_F(InventoryUpdaterTest, TextThatIsNoUtf8ComesBackEmpty) {
+  const auto result = run(testing::testProgram("velmo-test-tool"), 60, {"--stderr-invalid"});
+  EXPECT_EQ(result, (InventoryUpdater::Result{0, ""}));
+}
+
+TEST_F(InventoryUpdaterTest, AHangingCommandTimesOutWith124) {
+  const auto result =
+      run(testing::testProgram("velmo-test-tool"), 1.5, {"--stderr-bytes", "10", "--sleep", "60"});
+  EXPECT_EQ(result, (InventoryUpdater::Result{124, "jamf recon timed out after 1s"}));
+}
+
+TEST_F(InventoryUpdaterTest, AMissingCommandGivesTheLaunchFailure) {
+  const auto result = run("/nonexistent/jamf", 60);
+  EXPECT_EQ(result.status, InventoryUpdater::kLaunchFailed);
+  EXPECT_EQ(result.text.rfind("Failed to run process: ", 0), 0u) << result.text;
+}
+
+}  // namespace
+}  // namespace velmo::agent::run

@@ -1,0 +1,174 @@
+#include "agent/run/VelmoRunJob.h"
+
+#include <gtest/gtest.h>
+
+#include <asio/co_spawn.hpp>
+#include <asio/detached.hpp>
+#include <asio/io_context.hpp>
+
+#include "core/NotificationNames.h"
+#include "platform/fake/FakeDistributedNotificationCenter.h"
+#include "platform/fake/FakePreferenceStores.h"
+#include "platform/fake/FakeProcessLauncher.h"
+#include "platform/fake/FakeUserDefaults.h"
+#include "platform/fake/FakeWorkspaceEvents.h"
+#include "platform/fake/VirtualClock.h"
+#include "tests/support/LogCapture.h"
+
+namespace velmo::agent::run {
+namespace {
+
+using core::PlistArray;
+using std::chrono::hours;
+using std::chrono::seconds;
+
+class VelmoRunJobTest : public ::testing::Test {
+ protected:
+  void enableMenuBarApp() {
+    stores_.setManaged("com.marvenith.velmo-notifier", {{"EnableMenuBarApp", true}});
+    prefs_.reset();
+    prefs_ = makePrefs();
+  }
+
+  // Runs one job to its end in virtual time; gives the virtual time it took.
+  platform::Duration runJob(bool runningAppsFirst = false) {
+    VelmoRunJob job(
+        {context_.get_executor(), defaults_, *prefs_, distributed_, runner_, inventory_},
+        runningAppsFirst);
+    bool done = false;
+    const auto start = clock_.now();
+    platform::TimePoint end;
+    asio::co_spawn(
+        context_,
+        [&]() -> asio::awaitable<void> {
+          co_await job.run();
+          end = clock_.now();
+          done = true;
+        },
+        asio::detached);
+    clock_.advance(hours(6));
+    EXPECT_TRUE(done);
+    return end - start;
+  }
+
+  std::vector<std::vector<std::string>> toolCalls() const {
+    std::vector<std::vector<std::string>> calls;
+    for (const auto& launch : launcher_.launches()) {
+      if (launch.executable == "/tool/velmo") calls.push_back(launch.arguments);
+    }
+    return calls;
+  }
+
+  std::unique_ptr<mdm::ManagedPrefs> makePrefs() {
+    return std::make_unique<mdm::ManagedPrefs>(mdm::ManagedPrefs::Collaborators{
+        context_.get_executor(), clock_, stores_, distributed_, notifications_, workspace_});
+  }
+
+  asio::io_context context_;
+  platform::fake::VirtualClock clock_{context_};
+  testing::LogCapture capture_{&clock_};
+  platform::fake::FakeUserDefaults defaults_;
+  platform::fake::FakePreferenceStores stores_;
+  platform::fake::FakeDistributedNotificationCenter distributed_{context_.get_executor()};
+  core::NotificationCenter notifications_;
+  platform::fake::FakeWorkspaceEvents workspace_;
+  std::unique_ptr<mdm::ManagedPrefs> prefs_ = makePrefs();
+  platform::fake::FakeProcessLauncher launcher_{clock_};
+  VelmoRunner runner_{launcher_, clock_, "/tool/velmo"};
+  InventoryUpdater inventory_{launcher_, clock_, "/usr/local/bin/jamf"};
+};
+
+TEST_F(VelmoRunJobTest, RunsTheCommandsInOrderAndGoesOnAfterAFailure) {
+  defaults_.setObject("UpdateAll", true);
+  defaults_.setObject("InstallOrUpdate", PlistArray{"a"});
+  launcher_.enqueue({.exitAfter = seconds(30), .exitStatus = 3});
+  launcher_.enqueue({.exitAfter = seconds(60), .exitStatus = 0});
+  runJob();
+  EXPECT_EQ(toolCalls(),
+            (std::vector<std::vector<std::string>>{
+                {"install", "marvenith-velmo", "a"},
+                {"update-all", "--respect-exclusions-preference", "--exclusions", "a"}}));
+  EXPECT_EQ(capture_.errors(), std::vector<std::string>{"Velmo Run failed with exit code: 3"});
+  const auto debugs = capture_.debugs();
+  EXPECT_NE(std::find(debugs.begin(), debugs.end(), "Starting Velmo Run with 2 command(s)"),
+            debugs.end());
+  EXPECT_NE(std::find(debugs.begin(), debugs.end(),
+                      "Velmo Run completed successfully for command: update-all "
+                      "--respect-exclusions-preference --exclusions a"),
+            debugs.end());
+}
+
+TEST_F(VelmoRunJobTest, EachCommandGetsTheTimeLimitOfItsVerb) {
+  defaults_.setObject("UpdateAll", true);
+  launcher_.enqueue({.exitAfterTerminate = seconds(0)});  // install: never ends by itself
+  launcher_.enqueue({.exitAfterTerminate = seconds(0)});  // update-all: the same
+  EXPECT_EQ(runJob(), hours(2) + std::chrono::minutes(90));
+  EXPECT_EQ(capture_.errors().size(), 4u);  // Two time-out lines, two exit-code lines.
+  EXPECT_EQ(VelmoRunJob::timeLimit({"compare", "x"}), core::TimeInterval(3600.0));
+  EXPECT_EQ(VelmoRunJob::timeLimit({}), core::TimeInterval(3600.0));
+}
+
+TEST_F(VelmoRunJobTest, CountsInstallsReportedDuringTheRunOnly) {
+  distributed_.deliver({"com.marvenith.velmo.didPerformInstall", "{}", std::nullopt});
+  clock_.runUntilIdle();  // Before the run: nobody counts it.
+  launcher_.enqueue({.exitAfter = seconds(10)});
+  VelmoRunJob job({context_.get_executor(), defaults_, *prefs_, distributed_, runner_, inventory_},
+                  false);
+  asio::co_spawn(context_, job.run(), asio::detached);
+  clock_.advance(seconds(5));
+  for (int i = 0; i < 3; ++i) {
+    distributed_.deliver({"com.marvenith.velmo.didPerformInstall", "{}", std::nullopt});
+  }
+  clock_.advance(hours(1));
+  EXPECT_EQ(distributed_.observerCount("com.marvenith.velmo.didPerformInstall"), 0u);
+  const std::string out = capture_.standardOutput();
+  EXPECT_NE(out.find("Installations during this Velmo Run: 3"), std::string::npos) << out;
+}
+
+TEST_F(VelmoRunJobTest, WithNoInstallsAndNoMenuBarAppNothingIsPosted) {
+  runJob();
+  EXPECT_NE(capture_.standardOutput().find("No installations occurred during this Velmo Run."),
+            std::string::npos);
+  EXPECT_TRUE(distributed_.posts().empty());
+}
+
+TEST_F(VelmoRunJobTest, TheMenuBarAppHearsTheEndOfTheRunAndGetsItsFlag) {
+  enableMenuBarApp();
+  runJob(true);
+  EXPECT_EQ(toolCalls(),
+            (std::vector<std::vector<std::string>>{
+                {"install", "marvenith-velmo", "--running-first", "--menu-bar-notification"}}));
+  EXPECT_EQ(distributed_.postsNamed(core::NotificationName::velmoAgentUpdateTasksCompleted).size(),
+            1u);
+}
+
+TEST_F(VelmoRunJobTest, WithNoCommandTheRunStillEndsProperly) {
+  stores_.setManaged("com.marvenith.velmo-agent", {{"DisableSelfUpdate", true}});
+  prefs_ = makePrefs();
+  defaults_.setObject("ReconAfterInstall", true);
+  runJob();
+  EXPECT_TRUE(toolCalls().empty());
+  const auto debugs = capture_.debugs();
+  EXPECT_NE(std::find(debugs.begin(), debugs.end(), "Starting Velmo Run with 0 command(s)"),
+            debugs.end());
+  EXPECT_NE(std::find(debugs.begin(), debugs.end(), "Removing velmo install observers."),
+            debugs.end());
+  // The inventory update follows every run with that setting, installs or not.
+  ASSERT_EQ(launcher_.launches().size(), 1u);
+  EXPECT_EQ(launcher_.launches()[0].executable, "/usr/local/bin/jamf");
+  EXPECT_EQ(launcher_.launches()[0].arguments, std::vector<std::string>{"recon"});
+}
+
+TEST_F(VelmoRunJobTest, ValuesOfTheWrongTypeGiveTheirDefaults) {
+  defaults_.setObject("UpdateAll", "YES");
+  defaults_.setObject("InstallOrUpdate", PlistArray{"a", 7});
+  defaults_.setObject("UpdateChannel", 5);
+  defaults_.setObject("RespectDND", core::PlistDictionary{});
+  defaults_.setObject("ReconAfterInstall", "true");
+  runJob();
+  EXPECT_EQ(toolCalls(), (std::vector<std::vector<std::string>>{{"install", "marvenith-velmo"}}));
+  EXPECT_EQ(launcher_.launches().size(), 1u);  // No inventory update.
+}
+
+}  // namespace
+}  // namespace velmo::agent::run
