@@ -1,0 +1,44 @@
+#include "agent/policy/VelmoRunConfig.h"
+
+#include "core/DefaultsValue.h"
+
+namespace velmo::agent::policy {
+namespace {
+
+template <typename T>
+std::optional<T> read(const platform::UserDefaults& store, std::string_view key) {
+  const auto object = store.object(key);
+  if (!object) return std::nullopt;
+  return core::DefaultsValue<T>::from(*object);
+}
+
+std::set<std::string> readSet(const platform::UserDefaults& store, std::string_view key) {
+  const auto list = read<std::vector<std::string>>(store, key).value_or(std::vector<std::string>{});
+  return {list.begin(), list.end()};
+}
+
+}  // namespace
+
+VelmoRunConfig VelmoRunConfig::read(const platform::UserDefaults& userDefaults) {
+  VelmoRunConfig config;
+  config.runInterval = policy::read<double>(userDefaults, "RunInterval");
+  config.updateOnly = readSet(userDefaults, "UpdateOnly");
+  config.installOrUpdate = readSet(userDefaults, "InstallOrUpdate");
+  config.updateAll = policy::read<bool>(userDefaults, "UpdateAll").value_or(false);
+  config.globalAllowWindows = core::VelmoTimeWindow::readArray(userDefaults, "GlobalAllowWindows");
+  config.globalBlackoutWindows =
+      core::VelmoTimeWindow::readArray(userDefaults, "GlobalBlackoutWindows");
+  config.allowUserInitiatedOutsideWindows =
+      policy::read<bool>(userDefaults, "AllowUserInitiatedOutsideWindows").value_or(true);
+  config.velmoTuesdayOnly =
+      policy::read<bool>(userDefaults, "EnableVelmoTuesdayWindow").value_or(false);
+  return config;
+}
+
+bool VelmoRunConfig::isEmpty() const { return *this == VelmoRunConfig{}; }
+
+bool VelmoRunConfig::hasRunScope() const {
+  return runInterval.has_value() || !updateOnly.empty() || !installOrUpdate.empty() || updateAll;
+}
+
+}  // namespace velmo::agent::policy

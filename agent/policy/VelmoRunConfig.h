@@ -1,0 +1,35 @@
+#pragma once
+
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "core/VelmoTimeWindow.h"
+#include "platform/UserDefaults.h"
+
+namespace velmo::agent::policy {
+
+// The run policy an administrator sets: how often to run, what is in scope,
+// and when runs may start. Read from the agent's user defaults, where a
+// profile for its domain shows up; a missing or ill-typed key gives its default.
+struct VelmoRunConfig {
+  std::optional<double> runInterval{};  // Seconds.
+  std::set<std::string> updateOnly{};
+  std::set<std::string> installOrUpdate{};
+  bool updateAll = false;
+  std::vector<core::VelmoTimeWindow> globalAllowWindows{};
+  std::vector<core::VelmoTimeWindow> globalBlackoutWindows{};
+  bool allowUserInitiatedOutsideWindows = true;
+  bool velmoTuesdayOnly = false;
+
+  static VelmoRunConfig read(const platform::UserDefaults& userDefaults);
+
+  bool operator==(const VelmoRunConfig&) const = default;
+  // Every field at its default.
+  bool isEmpty() const;
+  // An interval or some software in scope; windows don't count.
+  bool hasRunScope() const;
+};
+
+}  // namespace velmo::agent::policy
