@@ -4,12 +4,14 @@
 #include <unicode/gregocal.h>
 #include <unicode/timezone.h>
 #include <unicode/tztrans.h>
+#include <unicode/unistr.h>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <cmath>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <utility>
@@ -417,6 +419,16 @@ VelmoTimeWindow VelmoWindowPolicy::tuesdayWindow() {
   window.start = TimeOfDay{9, 0};
   window.end = TimeOfDay{17, 0};
   return window;
+}
+
+std::string VelmoWindowPolicy::currentTimeZoneId() {
+  // Asked afresh each time: ICU's default zone is fixed once read.
+  std::unique_ptr<icu::TimeZone> zone(icu::TimeZone::detectHostTimeZone());
+  icu::UnicodeString id;
+  if (zone) zone->getID(id);
+  std::string result;
+  id.toUTF8String(result);
+  return result.empty() ? std::string("UTC") : result;
 }
 
 }  // namespace velmo::core

@@ -50,6 +50,9 @@ class VelmoWindowPolicy {
   // What "EnableVelmoTuesdayWindow" stands for: Tuesday of the month's second
   // calendar week, 09:00 to 17:00.
   static VelmoTimeWindow tuesdayWindow();
+  // The system's time zone now, such as "Europe/Berlin"; a policy is built
+  // with it at each evaluation, so a change of zone applies at once.
+  static std::string currentTimeZoneId();
 
  private:
   class Calendar;

@@ -35,6 +35,21 @@ VelmoRunConfig VelmoRunConfig::read(const platform::UserDefaults& userDefaults) 
   return config;
 }
 
+std::optional<core::VelmoWindowPolicy> VelmoRunConfig::windowPolicy(
+    const std::string& timeZoneId) const {
+  if (!globalAllowWindows.empty()) {
+    return core::VelmoWindowPolicy(globalAllowWindows, globalBlackoutWindows, timeZoneId);
+  }
+  if (velmoTuesdayOnly) {
+    return core::VelmoWindowPolicy({core::VelmoWindowPolicy::tuesdayWindow()},
+                                   globalBlackoutWindows, timeZoneId);
+  }
+  if (!globalBlackoutWindows.empty()) {
+    return core::VelmoWindowPolicy({}, globalBlackoutWindows, timeZoneId);
+  }
+  return std::nullopt;
+}
+
 bool VelmoRunConfig::isEmpty() const { return *this == VelmoRunConfig{}; }
 
 bool VelmoRunConfig::hasRunScope() const {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "core/VelmoTimeWindow.h"
+#include "core/VelmoWindowPolicy.h"
 #include "platform/UserDefaults.h"
 
 namespace velmo::agent::policy {
@@ -30,6 +31,11 @@ struct VelmoRunConfig {
   bool isEmpty() const;
   // An interval or some software in scope; windows don't count.
   bool hasRunScope() const;
+  // The windows that bind unattended runs in the given zone: the allow list
+  // (the Tuesday window stands in for an empty one when enabled) with the
+  // blackout list as deny windows. Nothing when no window applies at all,
+  // which means every moment is allowed.
+  std::optional<core::VelmoWindowPolicy> windowPolicy(const std::string& timeZoneId) const;
 };
 
 }  // namespace velmo::agent::policy
