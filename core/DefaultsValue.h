@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "core/DecodedInteger.h"
 #include "core/PlistValue.h"
 
 namespace velmo::core {

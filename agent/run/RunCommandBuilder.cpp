@@ -48,6 +48,15 @@ std::vector<std::string> sharedFlags(const RunPolicy& policy) {
 
 }  // namespace
 
+std::string joined(const Command& command) {
+  std::string text;
+  for (const auto& argument : command) {
+    if (!text.empty()) text += ' ';
+    text += argument;
+  }
+  return text;
+}
+
 std::string_view RunCommandBuilder::updateChannelLabel(const std::optional<std::string>& channel) {
   const std::string text = channel ? lowerCased(trimmed(*channel)) : std::string();
   if (text == "rc") return "marvenith-velmo-rc";

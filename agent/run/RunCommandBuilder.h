@@ -25,6 +25,9 @@ struct RunPolicy {
 
 using Command = std::vector<std::string>;
 
+// The command as log lines show it: its arguments joined by one blank.
+std::string joined(const Command& command);
+
 // Turns policy into the tool's command lines: the contract between the agent
 // and the tool. A pure function of its inputs.
 class RunCommandBuilder {

@@ -3,19 +3,6 @@
 #include "core/NotificationNames.h"
 
 namespace velmo::agent::run {
-namespace {
-
-std::string join(const Command& command) {
-  std::string joined;
-  for (const auto& argument : command) {
-    if (!joined.empty()) joined += ' ';
-    joined += argument;
-  }
-  return joined;
-}
-
-}  // namespace
-
 VelmoRunJob::VelmoRunJob(const Collaborators& collaborators, bool runningAppsFirst)
     : collaborators_(collaborators),
       runningAppsFirst_(runningAppsFirst),
@@ -85,15 +72,15 @@ asio::awaitable<void> VelmoRunJob::run() {
   const std::vector<Command> commands = co_await buildCommands();
   logger_.debug("Starting Velmo Run with " + std::to_string(commands.size()) + " command(s)");
   for (const Command& command : commands) {
-    const std::string joined = join(command);
-    logger_.debug("Executing Velmo Run command: " + joined);
+    const std::string text = joined(command);
+    logger_.debug("Executing Velmo Run command: " + text);
     const int result = co_await collaborators_.runner.run(command, timeLimit(command));
     if (result != 0) {
       logger_.error("Velmo Run failed with exit code: " + std::to_string(result));
       logger_.debug("Velmo Run failed with exit code " + std::to_string(result) +
-                    " for command: " + joined);
+                    " for command: " + text);
     } else {
-      logger_.debug("Velmo Run completed successfully for command: " + joined);
+      logger_.debug("Velmo Run completed successfully for command: " + text);
     }
   }
 

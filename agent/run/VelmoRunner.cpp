@@ -1,24 +1,12 @@
 #include "agent/run/VelmoRunner.h"
 
 #include "agent/run/ProcessSupervisor.h"
+#include "agent/run/RunCommandBuilder.h"
 
 #include <cmath>
 #include <variant>
 
 namespace velmo::agent::run {
-namespace {
-
-std::string join(const std::vector<std::string>& arguments) {
-  std::string joined;
-  for (const auto& argument : arguments) {
-    if (!joined.empty()) joined += ' ';
-    joined += argument;
-  }
-  return joined;
-}
-
-}  // namespace
-
 VelmoRunner::VelmoRunner(platform::ProcessLauncher& launcher, platform::Clock& clock,
                          std::filesystem::path toolPath)
     : launcher_(launcher), clock_(clock), toolPath_(std::move(toolPath)) {}
@@ -26,13 +14,13 @@ VelmoRunner::VelmoRunner(platform::ProcessLauncher& launcher, platform::Clock& c
 asio::awaitable<int> VelmoRunner::run(std::vector<std::string> arguments,
                                       std::optional<core::TimeInterval> timeout) const {
   const platform::TimePoint start = clock_.now();
-  const std::string joined = join(arguments);
-  logger_.debug([&] { return "Running Velmo with arguments: " + joined; });
+  const std::string text = joined(arguments);
+  logger_.debug([&] { return "Running Velmo with arguments: " + text; });
 
   platform::LaunchResult launched = launcher_.launch(toolPath_, arguments);
   if (auto* failure = std::get_if<platform::LaunchFailure>(&launched)) {
     logger_.error("Failed to start Velmo process: " + failure->description);
-    logFinished(joined, start);
+    logFinished(text, start);
     co_return kLaunchFailed;
   }
   auto process = std::move(std::get<std::unique_ptr<platform::ChildProcess>>(launched));
@@ -44,7 +32,7 @@ asio::awaitable<int> VelmoRunner::run(std::vector<std::string> arguments,
     co_await process->waitUntilExit();
     result = process->terminationStatus();
   }
-  logFinished(joined, start);
+  logFinished(text, start);
   co_return result;
 }
 
