@@ -10,6 +10,7 @@
 
 #include "agent/main/BuildInfo.h"
 #include "agent/run/AgentCommand.h"
+#include "agent/run/InventoryUpdater.h"
 #include "agent/run/StartCommand.h"
 #include "agent/run/VelmoRunner.h"
 #include "core/Bundle.h"
@@ -86,8 +87,10 @@ int main(int argc, char** argv) {
 
   platform::linux::PosixProcessLauncher launcher;
   agent::run::VelmoRunner runner(launcher, clock, paths.toolExecutable());
+  agent::run::InventoryUpdater inventory(launcher, clock, paths.inventoryTool());
   agent::run::StartCommand start({mainExecutor, clock, paths, runner, distributedCenter,
-                                  notificationCenter, workspaceEvents, managedPrefs, userDefaults});
+                                  notificationCenter, workspaceEvents, managedPrefs, userDefaults,
+                                  files, inventory});
 
   core::startTask(mainExecutor, start.run(), core::CustomLogger("StartCommand"));
   mainContext.run();

@@ -1,14 +1,30 @@
 #include "agent/run/StartCommand.h"
 
+#include "agent/run/VelmoRunCoordinator.h"
 #include "core/Bundle.h"
 
 namespace velmo::agent::run {
 
 StartCommand::StartCommand(Collaborators collaborators) : collaborators_(collaborators) {}
 
+StartCommand::~StartCommand() = default;
+
 asio::awaitable<void> StartCommand::run() {
   logger_.info("Velmo Agent " + core::Bundle::main().versionString() + " starting; tool at " +
                collaborators_.paths.toolExecutable().string());
+
+  // Runs on the main executor, where every long-lived object lives.
+  const auto& c = collaborators_;
+  coordinator_ = VelmoRunCoordinator::make({.mainExecutor = c.mainExecutor,
+                                            .clock = c.clock,
+                                            .files = c.files,
+                                            .paths = c.paths,
+                                            .userDefaults = c.userDefaults,
+                                            .managedPrefs = c.managedPrefs,
+                                            .distributedCenter = c.distributedCenter,
+                                            .workspaceEvents = c.workspaceEvents,
+                                            .runner = c.runner,
+                                            .inventory = c.inventory});
 
   // Whether users' quitting of applications may start their updates; the
   // object that acts on it joins the start-up with its own subsystem.

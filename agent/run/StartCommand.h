@@ -1,5 +1,7 @@
 #pragma once
 
+#include <memory>
+
 #include <asio/awaitable.hpp>
 
 #include "core/CustomLogger.h"
@@ -8,12 +10,15 @@
 #include "mdm/ManagedPrefs.h"
 #include "platform/Clock.h"
 #include "platform/DistributedNotificationCenter.h"
+#include "platform/FileManager.h"
 #include "platform/Paths.h"
 #include "platform/UserDefaults.h"
 #include "platform/WorkspaceEvents.h"
 
 namespace velmo::agent::run {
 
+class InventoryUpdater;
+class VelmoRunCoordinator;
 class VelmoRunner;
 
 // The start-up sequence: builds the long-lived objects on the main executor
@@ -31,15 +36,20 @@ class StartCommand {
     platform::WorkspaceEvents& workspaceEvents;
     mdm::ManagedPrefs& managedPrefs;
     platform::UserDefaults& userDefaults;
+    platform::FileManager& files;
+    InventoryUpdater& inventory;
   };
 
   explicit StartCommand(Collaborators collaborators);
+  ~StartCommand();
 
   asio::awaitable<void> run();
 
  private:
   Collaborators collaborators_;
   core::CustomLogger logger_{"StartCommand"};
+  // The long-lived objects; they live as long as the process.
+  std::shared_ptr<VelmoRunCoordinator> coordinator_;
 };
 
 }  // namespace velmo::agent::run

@@ -1,0 +1,426 @@
+#include "agent/run/VelmoRunCoordinator.h"
+
+#include <cmath>
+
+#include "core/VelmoFormatters.h"
+#include "mdm/PreferenceConversions.h"
+
+namespace velmo::agent::run {
+namespace {
+
+constexpr const char* kAgentDomain = "com.marvenith.velmo-agent";
+
+std::string label(std::optional<RescheduleReason> reason) {
+  if (!reason) return "";
+  return *reason == RescheduleReason::wake ? "wake" : "MDM change event";
+}
+
+std::string runLabel(bool userInitiated) {
+  return userInitiated ? "User-Initiated Velmo Run" : "Scheduled Velmo Run";
+}
+
+std::string friendly(platform::TimePoint date) { return core::VelmoFormatters::friendlyDate(date); }
+
+std::string describe(platform::Duration duration) {
+  return core::durationDescription(std::chrono::duration_cast<core::TimeInterval>(duration));
+}
+
+std::string joinedIDs(const std::vector<std::string>& ids) {
+  std::string text;
+  for (const auto& id : ids) {
+    if (!text.empty()) text += ", ";
+    text += id;
+  }
+  return text;
+}
+
+// Starts a member task that needs the coordinator for its whole life: it
+// holds it only once it runs, and does nothing if it is gone by then.
+template <typename Task>
+void startHolding(const core::Executor& executor, std::weak_ptr<VelmoRunCoordinator> weak,
+                  const core::CustomLogger& logger, Task task) {
+  core::startTask(
+      executor,
+      [](std::weak_ptr<VelmoRunCoordinator> weak, Task task) -> asio::awaitable<void> {
+        if (auto self = weak.lock()) co_await task(*self);
+      }(std::move(weak), std::move(task)),
+      logger);
+}
+
+}  // namespace
+
+std::shared_ptr<VelmoRunCoordinator> VelmoRunCoordinator::make(Collaborators collaborators) {
+  std::shared_ptr<VelmoRunCoordinator> coordinator(
+      new VelmoRunCoordinator(std::move(collaborators)));
+  coordinator->start();
+  return coordinator;
+}
+
+VelmoRunCoordinator::VelmoRunCoordinator(Collaborators collaborators)
+    : collaborators_(std::move(collaborators)),
+      plistManager_(collaborators_.files, collaborators_.paths.agentStateFile()),
+      wakeSubject_(collaborators_.mainExecutor, collaborators_.clock, kDebounce,
+                   [this] {
+                     logger_.debug(
+                         "System woke up. Checking last Velmo Run and scheduling next run.");
+                     rescheduleFromLastRun(RescheduleReason::wake);
+                   }),
+      mdmChangeObserver_({collaborators_.mainExecutor, collaborators_.clock,
+                          collaborators_.distributedCenter, collaborators_.userDefaults},
+                         kAgentDomain),
+      config_(policy::VelmoRunConfig::read(collaborators_.userDefaults)),
+      gate_(collaborators_.mainExecutor, collaborators_.clock) {
+  if (config_.runInterval) {
+    timerInterval_ = sanitizedInterval(*config_.runInterval);
+  } else {
+    // The platform's double reading: a number, or a string that reads as one.
+    const auto stored = collaborators_.userDefaults.object("RunInterval");
+    const auto seconds = stored ? mdm::PreferenceConversions::real(*stored) : std::nullopt;
+    timerInterval_ = seconds && *seconds > 0 && std::isfinite(*seconds)
+                         ? core::TimeInterval(*seconds)
+                         : defaultTimerInterval;
+  }
+}
+
+void VelmoRunCoordinator::start() {
+  workspaceToken_ = collaborators_.workspaceEvents.addObserver(
+      [this](platform::WorkspaceEvent event) { handleWorkspaceEvent(event); });
+
+  // Subscriptions die with the coordinator, so they may hold it by `this`.
+  std::function<void(const policy::VelmoRunConfig&)> onPolicy =
+      [this](const policy::VelmoRunConfig& fresh) { handlePolicyChange(fresh); };
+  cancellables_.push_back(mdmChangeObserver_.config().subscribe(
+      core::removeDuplicates(core::dropFirst(core::debounce(
+          collaborators_.mainExecutor, collaborators_.clock, kDebounce, std::move(onPolicy))))));
+
+  // Every start attempts a run, whatever the last run's time.
+  startTriggerRun(kFirstRunDelay);
+}
+
+VelmoRunCoordinator::~VelmoRunCoordinator() {
+  if (workspaceToken_) collaborators_.workspaceEvents.removeObserver(*workspaceToken_);
+  logger_.debug("VelmoRunCoordinator deinitialized.");
+}
+
+core::TimeInterval VelmoRunCoordinator::sanitizedInterval(double seconds) const {
+  if (seconds > 0 && std::isfinite(seconds)) return core::TimeInterval(seconds);
+  logger_.warning("Ignoring RunInterval " + mdm::PreferenceConversions::string(seconds).value_or("") +
+                  ": it must be a number of seconds above 0. Using " +
+                  core::durationDescription(defaultTimerInterval) + ".");
+  return defaultTimerInterval;
+}
+
+std::optional<platform::TimePoint> VelmoRunCoordinator::nextRunDate() const {
+  return timer_ ? timerFireDate_ : std::nullopt;
+}
+
+void VelmoRunCoordinator::startTriggerRun(core::TimeInterval delay) {
+  startHolding(collaborators_.mainExecutor, weak_from_this(), logger_,
+               [delay](VelmoRunCoordinator& self) { return self.triggerRun(delay); });
+}
+
+asio::awaitable<void> VelmoRunCoordinator::triggerRun(core::TimeInterval delay) {
+  const std::weak_ptr<VelmoRunCoordinator> weak = weak_from_this();
+  if (delay.count() > 0) {
+    platform::Clock& clock = collaborators_.clock;
+    co_await clock.sleep(core::toDuration(delay));
+  }
+  const auto self = weak.lock();
+  if (!self) co_return;
+  logger_.debug("Submitting Velmo Run request to RunGate.");
+  co_await gate_.request(gateOperation(false), kGateLimit);
+}
+
+asio::awaitable<void> VelmoRunCoordinator::requestRun(bool userInitiated) {
+  const auto self = shared_from_this();
+  logger_.debug(std::string("Submitting Velmo Run request (userInitiated=") +
+                (userInitiated ? "true" : "false") + ") to RunGate.");
+  co_await gate_.request(gateOperation(userInitiated), kGateLimit);
+}
+
+RunGate::Operation VelmoRunCoordinator::gateOperation(bool userInitiated) {
+  return [weak = weak_from_this(), userInitiated]() -> asio::awaitable<void> {
+    return [](std::weak_ptr<VelmoRunCoordinator> weak,
+              bool userInitiated) -> asio::awaitable<void> {
+      const auto self = weak.lock();
+      if (!self) co_return;
+      const core::Executor main = self->collaborators_.mainExecutor;
+      co_await core::runOn(main, self->performRun(userInitiated));
+      co_await core::runOn(main, [](std::shared_ptr<VelmoRunCoordinator> self)
+                                     -> asio::awaitable<void> {
+        self->scheduleNextRun();
+        co_return;
+      }(self));
+      self->logger_.debug("RunGate operation finished; scheduled next run.");
+    }(weak, userInitiated);
+  };
+}
+
+void VelmoRunCoordinator::invalidateTimer() {
+  timer_.reset();
+  timerFireDate_.reset();
+}
+
+void VelmoRunCoordinator::scheduleNextRun() {
+  invalidateTimer();
+  const platform::TimePoint now = collaborators_.clock.now();
+  const platform::TimePoint target = now + core::toDuration(timerInterval_);
+  const platform::TimePoint next = nextAllowedDate(target, std::nullopt);
+  const auto delta = next - now;
+  if (delta <= platform::Duration::zero()) {
+    logger_.info("Next allowed Velmo Run time is now or in the past. Running immediately.");
+    startTriggerRun(core::TimeInterval(0));
+    return;
+  }
+  scheduleTimer(std::chrono::duration_cast<core::TimeInterval>(delta), std::nullopt);
+}
+
+void VelmoRunCoordinator::rescheduleFromLastRun(std::optional<RescheduleReason> reason) {
+  invalidateTimer();
+  const platform::TimePoint now = collaborators_.clock.now();
+  const auto stored = plistManager_.value(PlistKey::lastUpdateTaskRun);
+  const auto* last = stored ? stored->getIf<core::PlistDate>() : nullptr;
+  if (!last) {
+    scheduleNextRun();
+    return;
+  }
+  const platform::TimePoint due = last->value + core::toDuration(timerInterval_);
+  const platform::TimePoint base = now >= due ? now : due;
+  const platform::TimePoint next = nextAllowedDate(base, reason);
+  const auto delta = next - now;
+  if (delta <= platform::Duration::zero()) {
+    logger_.info("Next scheduled Velmo Run time is now or in the past. Running immediately.");
+    startTriggerRun(core::TimeInterval(0));
+    return;
+  }
+  scheduleTimer(std::chrono::duration_cast<core::TimeInterval>(delta), reason);
+  // A last run stamped in the future (a clock set back) reads as just now.
+  logger_.debug("Last Velmo Run was " + describe(std::max(now - last->value, platform::Duration{})) +
+                " ago.");
+}
+
+platform::TimePoint VelmoRunCoordinator::nextAllowedDate(
+    platform::TimePoint date, std::optional<RescheduleReason> reason) const {
+  const auto policy = effectivePolicy();
+  if (!policy) return date;
+  const int days = policy->usesMonthScopedWindows() ? 60 : 21;
+  const platform::TimePoint next = policy->nextAllowedRunDate(date, days);
+  if (next > date) {
+    std::string line = "Global Velmo Run windows deferred the next run";
+    if (reason) line += " after " + label(reason);
+    line += " from " + friendly(date) + " to " + friendly(next) +
+            " (additional delay: " + describe(next - date) + ").";
+    logger_.debug(line);
+  }
+  return next;
+}
+
+void VelmoRunCoordinator::scheduleTimer(core::TimeInterval delta,
+                                        std::optional<RescheduleReason> reason) {
+  const platform::TimePoint fireDate = collaborators_.clock.now() + core::toDuration(delta);
+  std::string line = "Scheduled next Velmo Run ";
+  if (reason) line += "after " + label(reason) + " ";
+  line += "at " + friendly(fireDate) + " (in " + core::durationDescription(delta) + ").";
+  logger_.info(line);
+  // Replacing the handle cancels any timer still armed: two never coexist.
+  timer_ = collaborators_.clock.scheduleAfter(core::toDuration(delta), collaborators_.mainExecutor,
+                                              [this] {
+                                                timerFireDate_.reset();
+                                                startTriggerRun(core::TimeInterval(0));
+                                              });
+  timerFireDate_ = fireDate;
+}
+
+std::optional<core::VelmoWindowPolicy> VelmoRunCoordinator::effectivePolicy() const {
+  return config_.windowPolicy(collaborators_.currentTimeZone());
+}
+
+void VelmoRunCoordinator::handleWorkspaceEvent(platform::WorkspaceEvent event) {
+  switch (event) {
+    case platform::WorkspaceEvent::willSleep:
+      logger_.debug("System is going to sleep. Invalidating Velmo Run timer.");
+      invalidateTimer();
+      return;
+    case platform::WorkspaceEvent::willPowerOff:
+      logger_.debug("System is powering off. Invalidating Velmo Run timer.");
+      invalidateTimer();
+      return;
+    case platform::WorkspaceEvent::didWake:
+      wakeSubject_.trigger();
+      return;
+  }
+  logger_.debug("Received unexpected workspace notification: " +
+                std::to_string(static_cast<int>(event)));
+}
+
+asio::awaitable<bool> VelmoRunCoordinator::shouldSkipRun() {
+  const bool configured = co_await collaborators_.managedPrefs.boolValue(
+      "SkipFirstVelmoAgentRun", mdm::ManagedDomain::velmoAgent, false);
+  if (!configured) co_return false;
+  const auto count = plistManager_.value(PlistKey::updateTaskRunCount);
+  const auto* number = count ? count->getIf<std::int64_t>() : nullptr;
+  co_return number ? *number == 0 : true;
+}
+
+void VelmoRunCoordinator::recordRun(std::int64_t runNumber, platform::TimePoint date) {
+  plistManager_.setValue(core::PlistValue(runNumber), PlistKey::updateTaskRunCount);
+  plistManager_.setValue(core::PlistValue(core::PlistDate{date}), PlistKey::lastUpdateTaskRun);
+}
+
+bool VelmoRunCoordinator::windowsAllow(bool userInitiated, platform::TimePoint now) const {
+  const auto policy = effectivePolicy();
+  if (!policy) return true;
+  if (userInitiated) {
+    if (config_.allowUserInitiatedOutsideWindows || policy->isWithinAllowedWindow(now)) return true;
+    logger_.info(
+        "User\u2011initiated Velmo Run requested outside configured windows and overrides are "
+        "disabled. Skipping run.");
+    return false;
+  }
+  if (policy->isWithinAllowedWindow(now)) return true;
+  logger_.info("Current time is outside allowed Velmo Run windows. Skipping scheduled run.");
+  const platform::TimePoint next = policy->nextAllowedRunDate(now, kRefusedRunSearchDays);
+  if (next > now) {
+    logger_.info("Next allowed Velmo Run window begins at " + friendly(next) + " (in " +
+                 describe(next - now) + ").");
+  }
+  return false;
+}
+
+// Runs on the main executor; the gate operation brings it there.
+asio::awaitable<void> VelmoRunCoordinator::performRun(bool userInitiated) {
+  const platform::TimePoint now = collaborators_.clock.now();
+  const auto count = plistManager_.value(PlistKey::updateTaskRunCount);
+  const auto* stored = count ? count->getIf<std::int64_t>() : nullptr;
+  const std::int64_t runNumber = (stored ? *stored : 0) + 1;
+  const bool skip = co_await shouldSkipRun();
+
+  if (!windowsAllow(userInitiated, now)) co_return;
+
+  if (skip) {
+    logger_.info("Configured to skip the first Velmo Run.");
+    recordRun(runNumber, collaborators_.clock.now());
+    co_return;
+  }
+
+  const std::string name = runLabel(userInitiated);
+  logger_.info(name + " #" + std::to_string(runNumber) + " started.");
+  co_await compareListedItems();
+
+  co_await runJob(userInitiated);
+
+  const platform::TimePoint end = collaborators_.clock.now();
+  logger_.info(name + " #" + std::to_string(runNumber) + " finished in " + describe(end - now) +
+               ".");
+  recordRun(runNumber, end);
+}
+
+asio::awaitable<void> VelmoRunCoordinator::runJob(bool userInitiated) {
+  const VelmoRunJob::Collaborators jobCollaborators{
+      collaborators_.mainExecutor, collaborators_.userDefaults,      collaborators_.managedPrefs,
+      collaborators_.distributedCenter, collaborators_.runner, collaborators_.inventory};
+  auto job = std::make_unique<VelmoRunJob>(jobCollaborators, userInitiated);
+  co_await job->run();
+}
+
+asio::awaitable<void> VelmoRunCoordinator::compareListedItems() {
+  const auto controller = uiController_.lock();
+  if (!controller) {
+    logger_.warning("UIController reference is nil, skipping velmo comparison.");
+    co_return;
+  }
+  // The listed items arrive with the UI controller; until then there is
+  // nothing to compare.
+  co_return;
+}
+
+void VelmoRunCoordinator::handlePolicyChange(const policy::VelmoRunConfig& fresh) {
+  // Steps in this order; one doesn't end the others. `config_` is still the
+  // old policy until the last step, so a replan here uses the old windows.
+  if (fresh.runInterval != config_.runInterval) {
+    const core::TimeInterval target =
+        fresh.runInterval ? sanitizedInterval(*fresh.runInterval) : defaultTimerInterval;
+    if (target != timerInterval_) {
+      logger_.info(std::string("Velmo Run interval ") +
+                   (timerInterval_ < target ? "increased" : "decreased") + ": " +
+                   core::durationDescription(timerInterval_) + " \u2192 " +
+                   core::durationDescription(target) + ".");
+      timerInterval_ = target;
+      rescheduleFromLastRun(RescheduleReason::mdmChange);
+    }
+  }
+
+  if (fresh.installOrUpdate != config_.installOrUpdate) {
+    std::set<std::string> added;
+    for (const auto& id : fresh.installOrUpdate) {
+      if (!config_.installOrUpdate.count(id)) added.insert(id);
+    }
+    if (!added.empty()) {
+      logger_.info("New install or update items detected: " +
+                   joinedIDs({added.begin(), added.end()}));
+      startHolding(collaborators_.mainExecutor, weak_from_this(), logger_,
+                   [added](VelmoRunCoordinator& self) {
+                     return self.processInstallOrUpdateItems(added);
+                   });
+    }
+  }
+
+  if (fresh.updateOnly != config_.updateOnly) {
+    std::set<std::string> added;
+    for (const auto& id : fresh.updateOnly) {
+      if (!config_.updateOnly.count(id) && !fresh.installOrUpdate.count(id)) added.insert(id);
+    }
+    if (!added.empty()) {
+      logger_.info("New update-only items detected: " + joinedIDs({added.begin(), added.end()}));
+      startHolding(
+          collaborators_.mainExecutor, weak_from_this(), logger_,
+          [added](VelmoRunCoordinator& self) { return self.processUpdateOnlyItems(added); });
+    }
+  }
+
+  const bool windowsChanged = fresh.globalAllowWindows != config_.globalAllowWindows ||
+                              fresh.globalBlackoutWindows != config_.globalBlackoutWindows ||
+                              fresh.velmoTuesdayOnly != config_.velmoTuesdayOnly;
+  config_ = fresh;
+  if (!windowsChanged) return;
+  logger_.info(
+      "Global Velmo Run windows configuration changed; rescheduling next run based on new "
+      "window policy.");
+  rescheduleFromLastRun(RescheduleReason::mdmChange);
+}
+
+asio::awaitable<void> VelmoRunCoordinator::processInstallOrUpdateItems(std::set<std::string> ids) {
+  if (ids.empty()) co_return;
+  const std::vector<std::string> list(ids.begin(), ids.end());
+  logger_.info("Processing new install or update items: " + joinedIDs(list));
+  std::vector<std::string> arguments{"install"};
+  arguments.insert(arguments.end(), list.begin(), list.end());
+  co_await runNewItems(std::move(arguments), joinedIDs(list));
+}
+
+asio::awaitable<void> VelmoRunCoordinator::processUpdateOnlyItems(std::set<std::string> ids) {
+  if (config_.updateAll || ids.empty()) co_return;
+  const std::vector<std::string> list(ids.begin(), ids.end());
+  logger_.info("Processing new update-only items: " + joinedIDs(list));
+  std::vector<std::string> arguments{"install"};
+  arguments.insert(arguments.end(), list.begin(), list.end());
+  arguments.push_back("--update-only");
+  co_await runNewItems(std::move(arguments), joinedIDs(list));
+}
+
+// The tool at once, outside the gate and the windows, with no time limit.
+asio::awaitable<void> VelmoRunCoordinator::runNewItems(std::vector<std::string> arguments,
+                                                       std::string ids) {
+  if (co_await collaborators_.managedPrefs.boolValue("EnableMenuBarApp",
+                                                     mdm::ManagedDomain::velmoNotifier, false)) {
+    arguments.push_back("--menu-bar-notification");
+  }
+  const std::optional<core::TimeInterval> noLimit;
+  const int result = co_await collaborators_.runner.run(std::move(arguments), noLimit);
+  if (result != 0) {
+    logger_.error("Failed to process new update items: " + ids +
+                  " with exit code: " + std::to_string(result));
+  }
+}
+
+}  // namespace velmo::agent::run

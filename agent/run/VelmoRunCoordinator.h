@@ -1,0 +1,151 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <asio/awaitable.hpp>
+
+#include "agent/policy/MDMChangeObserver.h"
+#include "agent/policy/VelmoRunConfig.h"
+#include "agent/run/InventoryUpdater.h"
+#include "agent/run/PlistManager.h"
+#include "agent/run/RunGate.h"
+#include "agent/run/VelmoRunJob.h"
+#include "agent/run/VelmoRunner.h"
+#include "core/CustomLogger.h"
+#include "core/Debouncer.h"
+#include "core/Executors.h"
+#include "core/Published.h"
+#include "core/SubscriberOperators.h"
+#include "core/TimeInterval.h"
+#include "core/VelmoWindowPolicy.h"
+#include "mdm/ManagedPrefs.h"
+#include "platform/Clock.h"
+#include "platform/DistributedNotificationCenter.h"
+#include "platform/FileManager.h"
+#include "platform/Paths.h"
+#include "platform/UserDefaults.h"
+#include "platform/WorkspaceEvents.h"
+
+namespace velmo::agent::items {
+class UIController;
+}
+
+namespace velmo::agent::run {
+
+// What caused a rescheduling; it changes log text and nothing else.
+enum class RescheduleReason { wake, mdmChange };
+
+// Decides when an update run happens: owns the one-shot run timer, the gate
+// and the run policy in force, and follows sleep, power-off, wake and policy
+// changes. Lives on the main executor; all its state is touched there.
+//
+// Made only through make(), since the tasks it starts hold it weakly and the
+// first run is attempted one second after it stands.
+class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordinator> {
+ public:
+  static constexpr core::TimeInterval defaultTimerInterval{14400.0};
+  static constexpr core::TimeInterval kFirstRunDelay{1.0};
+  static constexpr core::TimeInterval kGateLimit{3600.0};
+  static constexpr platform::Duration kDebounce = std::chrono::seconds(5);
+  static constexpr int kRefusedRunSearchDays = 14;
+
+  struct Collaborators {
+    core::Executor mainExecutor;
+    platform::Clock& clock;
+    platform::FileManager& files;
+    const platform::Paths& paths;
+    platform::UserDefaults& userDefaults;
+    mdm::ManagedPrefs& managedPrefs;
+    platform::DistributedNotificationCenter& distributedCenter;
+    platform::WorkspaceEvents& workspaceEvents;
+    VelmoRunner& runner;
+    InventoryUpdater& inventory;
+    // The system's time zone at the moment of asking; windows are judged in it.
+    std::function<std::string()> currentTimeZone = core::VelmoWindowPolicy::currentTimeZoneId;
+  };
+
+  // Builds the coordinator and starts the first run attempt one second later.
+  // Call on the main executor.
+  static std::shared_ptr<VelmoRunCoordinator> make(Collaborators collaborators);
+  ~VelmoRunCoordinator();
+  VelmoRunCoordinator(const VelmoRunCoordinator&) = delete;
+  VelmoRunCoordinator& operator=(const VelmoRunCoordinator&) = delete;
+
+  // A user's request: one pass of the gate. Returns when the gate has served it.
+  asio::awaitable<void> requestRun(bool userInitiated);
+  // Waits `delay`, then submits a scheduled run to the gate.
+  asio::awaitable<void> triggerRun(core::TimeInterval delay);
+
+  // Plans from the present moment.
+  void scheduleNextRun();
+  // Plans from the last finished run.
+  void rescheduleFromLastRun(std::optional<RescheduleReason> reason);
+  // The first moment the windows allow at or after `date`.
+  platform::TimePoint nextAllowedDate(platform::TimePoint date,
+                                      std::optional<RescheduleReason> reason) const;
+  // Arms the one run timer for `delta` from now, replacing any armed one.
+  void scheduleTimer(core::TimeInterval delta, std::optional<RescheduleReason> reason);
+  // Built afresh at each call, in the zone the system has now; none means
+  // every moment is allowed.
+  std::optional<core::VelmoWindowPolicy> effectivePolicy() const;
+
+  asio::awaitable<void> performRun(bool userInitiated);
+  asio::awaitable<bool> shouldSkipRun();
+
+  // A new policy, 5 quiet seconds after it was published.
+  void handlePolicyChange(const policy::VelmoRunConfig& fresh);
+  asio::awaitable<void> processInstallOrUpdateItems(std::set<std::string> ids);
+  asio::awaitable<void> processUpdateOnlyItems(std::set<std::string> ids);
+  // Reconciles the listed items with the tool before a run's job.
+  asio::awaitable<void> compareListedItems();
+
+  void handleWorkspaceEvent(platform::WorkspaceEvent event);
+
+  // Set by the start-up once the UI controller stands.
+  void setUIController(std::weak_ptr<items::UIController> controller) {
+    uiController_ = std::move(controller);
+  }
+
+  core::TimeInterval timerInterval() const { return timerInterval_; }
+  const policy::VelmoRunConfig& config() const { return config_; }
+  // When the armed run timer fires; none when it is clear.
+  std::optional<platform::TimePoint> nextRunDate() const;
+
+ private:
+  explicit VelmoRunCoordinator(Collaborators collaborators);
+  void start();
+
+  RunGate::Operation gateOperation(bool userInitiated);
+  void startTriggerRun(core::TimeInterval delay);
+  void invalidateTimer();
+  // A usable interval from a configured one; a non-positive or non-finite one
+  // would run back to back, so it falls back to the default, with a warning.
+  core::TimeInterval sanitizedInterval(double seconds) const;
+  asio::awaitable<void> runNewItems(std::vector<std::string> arguments, std::string ids);
+  // The window check of a run, with its log lines; nothing is recorded for a refused run.
+  bool windowsAllow(bool userInitiated, platform::TimePoint now) const;
+  // One job, built for this run and dropped after it; the job can't fail as a whole.
+  asio::awaitable<void> runJob(bool userInitiated);
+  void recordRun(std::int64_t runNumber, platform::TimePoint date);
+
+  Collaborators collaborators_;
+  core::CustomLogger logger_{"VelmoRunCoordinator"};
+  std::unique_ptr<platform::Timer> timer_;
+  std::optional<platform::TimePoint> timerFireDate_;
+  core::TimeInterval timerInterval_{defaultTimerInterval};
+  PlistManager plistManager_;
+  core::Debouncer wakeSubject_;
+  std::weak_ptr<items::UIController> uiController_;
+  std::vector<core::Subscription> cancellables_;
+  std::optional<platform::ObserverToken> workspaceToken_;
+  policy::MDMChangeObserver mdmChangeObserver_;
+  policy::VelmoRunConfig config_;
+  RunGate gate_;
+};
+
+}  // namespace velmo::agent::run
