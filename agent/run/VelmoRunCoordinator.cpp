@@ -59,12 +59,12 @@ std::shared_ptr<VelmoRunCoordinator> VelmoRunCoordinator::make(Collaborators col
 VelmoRunCoordinator::VelmoRunCoordinator(Collaborators collaborators)
     : collaborators_(std::move(collaborators)),
       plistManager_(collaborators_.files, collaborators_.paths.agentStateFile()),
-      wakeSubject_(collaborators_.mainExecutor, collaborators_.clock, kDebounce,
-                   [this] {
-                     logger_.debug(
-                         "System woke up. Checking last Velmo Run and scheduling next run.");
-                     rescheduleFromLastRun(RescheduleReason::wake);
-                   }),
+      wakeSubject_(
+          collaborators_.mainExecutor, collaborators_.clock, kDebounce,
+          [this] {
+            logger_.debug("System woke up. Checking last Velmo Run and scheduling next run.");
+            rescheduleFromLastRun(RescheduleReason::wake);
+          }),
       mdmChangeObserver_({collaborators_.mainExecutor, collaborators_.clock,
                           collaborators_.distributedCenter, collaborators_.userDefaults},
                          kAgentDomain),
@@ -89,8 +89,8 @@ void VelmoRunCoordinator::start() {
   // Subscriptions die with the coordinator, so they may hold it by `this`.
   std::function<void(const policy::VelmoRunConfig&)> onPolicy =
       [this](const policy::VelmoRunConfig& fresh) { handlePolicyChange(fresh); };
-  cancellables_.push_back(mdmChangeObserver_.config().subscribe(
-      core::removeDuplicates(core::dropFirst(core::debounce(
+  cancellables_.push_back(
+      mdmChangeObserver_.config().subscribe(core::removeDuplicates(core::dropFirst(core::debounce(
           collaborators_.mainExecutor, collaborators_.clock, kDebounce, std::move(onPolicy))))));
 
   // Every start attempts a run, whatever the last run's time.
@@ -104,7 +104,8 @@ VelmoRunCoordinator::~VelmoRunCoordinator() {
 
 core::TimeInterval VelmoRunCoordinator::sanitizedInterval(double seconds) const {
   if (seconds > 0 && std::isfinite(seconds)) return core::TimeInterval(seconds);
-  logger_.warning("Ignoring RunInterval " + mdm::PreferenceConversions::string(seconds).value_or("") +
+  logger_.warning("Ignoring RunInterval " +
+                  mdm::PreferenceConversions::string(seconds).value_or("") +
                   ": it must be a number of seconds above 0. Using " +
                   core::durationDescription(defaultTimerInterval) + ".");
   return defaultTimerInterval;
@@ -140,19 +141,19 @@ asio::awaitable<void> VelmoRunCoordinator::requestRun(bool userInitiated) {
 
 RunGate::Operation VelmoRunCoordinator::gateOperation(bool userInitiated) {
   return [weak = weak_from_this(), userInitiated]() -> asio::awaitable<void> {
-    return [](std::weak_ptr<VelmoRunCoordinator> weak,
-              bool userInitiated) -> asio::awaitable<void> {
-      const auto self = weak.lock();
-      if (!self) co_return;
-      const core::Executor main = self->collaborators_.mainExecutor;
-      co_await core::runOn(main, self->performRun(userInitiated));
-      co_await core::runOn(main, [](std::shared_ptr<VelmoRunCoordinator> self)
-                                     -> asio::awaitable<void> {
-        self->scheduleNextRun();
-        co_return;
-      }(self));
-      self->logger_.debug("RunGate operation finished; scheduled next run.");
-    }(weak, userInitiated);
+    return
+        [](std::weak_ptr<VelmoRunCoordinator> weak, bool userInitiated) -> asio::awaitable<void> {
+          const auto self = weak.lock();
+          if (!self) co_return;
+          const core::Executor main = self->collaborators_.mainExecutor;
+          co_await core::runOn(main, self->performRun(userInitiated));
+          co_await core::runOn(
+              main, [](std::shared_ptr<VelmoRunCoordinator> self) -> asio::awaitable<void> {
+                self->scheduleNextRun();
+                co_return;
+              }(self));
+          self->logger_.debug("RunGate operation finished; scheduled next run.");
+        }(weak, userInitiated);
   };
 }
 
@@ -195,8 +196,8 @@ void VelmoRunCoordinator::rescheduleFromLastRun(std::optional<RescheduleReason> 
   }
   scheduleTimer(std::chrono::duration_cast<core::TimeInterval>(delta), reason);
   // A last run stamped in the future (a clock set back) reads as just now.
-  logger_.debug("Last Velmo Run was " + describe(std::max(now - last->value, platform::Duration{})) +
-                " ago.");
+  logger_.debug("Last Velmo Run was " +
+                describe(std::max(now - last->value, platform::Duration{})) + " ago.");
 }
 
 platform::TimePoint VelmoRunCoordinator::nextAllowedDate(
@@ -317,8 +318,8 @@ asio::awaitable<void> VelmoRunCoordinator::performRun(bool userInitiated) {
 
 asio::awaitable<void> VelmoRunCoordinator::runJob(bool userInitiated) {
   const VelmoRunJob::Collaborators jobCollaborators{
-      collaborators_.mainExecutor, collaborators_.userDefaults,      collaborators_.managedPrefs,
-      collaborators_.distributedCenter, collaborators_.runner, collaborators_.inventory};
+      collaborators_.mainExecutor,      collaborators_.userDefaults, collaborators_.managedPrefs,
+      collaborators_.distributedCenter, collaborators_.runner,       collaborators_.inventory};
   auto job = std::make_unique<VelmoRunJob>(jobCollaborators, userInitiated);
   co_await job->run();
 }
@@ -358,10 +359,9 @@ void VelmoRunCoordinator::handlePolicyChange(const policy::VelmoRunConfig& fresh
     if (!added.empty()) {
       logger_.info("New install or update items detected: " +
                    joinedIDs({added.begin(), added.end()}));
-      startHolding(collaborators_.mainExecutor, weak_from_this(), logger_,
-                   [added](VelmoRunCoordinator& self) {
-                     return self.processInstallOrUpdateItems(added);
-                   });
+      startHolding(
+          collaborators_.mainExecutor, weak_from_this(), logger_,
+          [added](VelmoRunCoordinator& self) { return self.processInstallOrUpdateItems(added); });
     }
   }
 

@@ -1,0 +1,393 @@
+#include "agent/run/VelmoRunCoordinator.h"
+
+#include <gtest/gtest.h>
+
+#include <asio/co_spawn.hpp>
+#include <asio/detached.hpp>
+#include <asio/io_context.hpp>
+
+#include "platform/fake/FakeDistributedNotificationCenter.h"
+#include "platform/fake/FakeFileManager.h"
+#include "platform/fake/FakePreferenceStores.h"
+#include "platform/fake/FakeProcessLauncher.h"
+#include "platform/fake/FakeUserDefaults.h"
+#include "platform/fake/FakeWorkspaceEvents.h"
+#include "platform/fake/VirtualClock.h"
+#include "tests/support/LogCapture.h"
+
+namespace velmo::agent::run {
+namespace {
+
+using platform::WorkspaceEvent;
+using std::chrono::hours;
+using std::chrono::milliseconds;
+using std::chrono::minutes;
+using std::chrono::seconds;
+using Calls = std::vector<std::vector<std::string>>;
+
+// The virtual clock starts on Tuesday 2026-03-10 at 14:05:09 UTC.
+const platform::TimePoint kStart = platform::fake::VirtualClock::kDefaultStart;
+const platform::TimePoint kWednesday0200 = kStart + hours(11) + minutes(54) + seconds(51);
+
+class VelmoRunCoordinatorTest : public ::testing::Test {
+ protected:
+  void setManaged(const char* domain, core::PlistDictionary values) {
+    stores_.setManaged(domain, std::move(values));
+    prefs_ = makePrefs();
+  }
+  // Runs may start only on Wednesdays from 02:00 to 03:00.
+  void allowOnlyWednesdayNight() {
+    core::VelmoTimeWindow window{.days = {core::Weekday::wed}, .start = {2, 0}, .end = {3, 0}};
+    defaults_.setObject("GlobalAllowWindows", core::VelmoTimeWindow::toPlistArray({window}));
+  }
+  void start() { coordinator_ = VelmoRunCoordinator::make(collaborators()); }
+
+  VelmoRunCoordinator::Collaborators collaborators() {
+    return {.mainExecutor = context_.get_executor(),
+            .clock = clock_,
+            .files = files_,
+            .paths = paths_,
+            .userDefaults = defaults_,
+            .managedPrefs = *prefs_,
+            .distributedCenter = distributed_,
+            .workspaceEvents = workspace_,
+            .runner = runner_,
+            .inventory = inventory_,
+            .currentTimeZone = [] { return std::string("UTC"); }};
+  }
+
+  Calls toolCalls() const {
+    Calls calls;
+    for (const auto& launch : launcher_.launches()) calls.push_back(launch.arguments);
+    return calls;
+  }
+  std::optional<std::int64_t> runCount() const {
+    const auto value = state_.value(PlistKey::updateTaskRunCount);
+    if (!value || !value->is<std::int64_t>()) return std::nullopt;
+    return *value->getIf<std::int64_t>();
+  }
+  std::optional<platform::TimePoint> lastRun() const {
+    const auto value = state_.value(PlistKey::lastUpdateTaskRun);
+    if (!value || !value->is<core::PlistDate>()) return std::nullopt;
+    return value->getIf<core::PlistDate>()->value;
+  }
+  bool logged(const std::string& text) const {
+    return capture_.standardOutput().find(text) != std::string::npos;
+  }
+  std::size_t debugCount(const std::string& text) const {
+    const auto debugs = capture_.debugs();
+    return std::count_if(debugs.begin(), debugs.end(), [&](const std::string& line) {
+      return line.find(text) != std::string::npos;
+    });
+  }
+
+  std::unique_ptr<mdm::ManagedPrefs> makePrefs() {
+    return std::make_unique<mdm::ManagedPrefs>(mdm::ManagedPrefs::Collaborators{
+        context_.get_executor(), clock_, stores_, distributed_, notifications_, workspace_});
+  }
+
+  asio::io_context context_;
+  platform::fake::VirtualClock clock_{context_};
+  testing::LogCapture capture_{&clock_};
+  platform::Paths paths_{"/sandbox"};
+  platform::fake::FakeFileManager files_;
+  PlistManager state_{files_, paths_.agentStateFile()};
+  platform::fake::FakeUserDefaults defaults_;
+  platform::fake::FakePreferenceStores stores_;
+  platform::fake::FakeDistributedNotificationCenter distributed_{context_.get_executor()};
+  core::NotificationCenter notifications_;
+  platform::fake::FakeWorkspaceEvents workspace_;
+  std::unique_ptr<mdm::ManagedPrefs> prefs_ = makePrefs();
+  platform::fake::FakeProcessLauncher launcher_{clock_};
+  VelmoRunner runner_{launcher_, clock_, "/tool/velmo"};
+  InventoryUpdater inventory_{launcher_, clock_, "/usr/local/bin/jamf"};
+  std::shared_ptr<VelmoRunCoordinator> coordinator_;
+};
+
+TEST_F(VelmoRunCoordinatorTest, FirstStartRunsAfterOneSecondAsNumberOne) {
+  start();
+  clock_.advance(milliseconds(999));
+  EXPECT_TRUE(toolCalls().empty());
+  clock_.advance(milliseconds(1));
+  EXPECT_EQ(toolCalls(), (Calls{{"install", "marvenith-velmo"}}));
+  EXPECT_EQ(runCount(), 1);
+  EXPECT_EQ(lastRun(), kStart + seconds(1));
+  EXPECT_TRUE(logged("Scheduled Velmo Run #1 started."));
+  EXPECT_TRUE(logged("Scheduled Velmo Run #1 finished in 0 seconds."));
+  // No UI controller yet: the comparison is skipped, the job runs.
+  EXPECT_TRUE(logged("UIController reference is nil, skipping velmo comparison."));
+  EXPECT_TRUE(logged("(in 4 hours)."));
+  EXPECT_EQ(coordinator_->nextRunDate(), kStart + seconds(1) + hours(4));
+
+  clock_.advance(hours(4));
+  EXPECT_EQ(toolCalls().size(), 2u);
+  EXPECT_EQ(runCount(), 2);
+  EXPECT_TRUE(logged("Scheduled Velmo Run #2 started."));
+}
+
+TEST_F(VelmoRunCoordinatorTest, TheRunIsRecordedWhenItEndsNotWhenItStarts) {
+  launcher_.enqueue({.exitAfter = minutes(10)});
+  start();
+  clock_.advance(minutes(5));
+  EXPECT_EQ(runCount(), std::nullopt);
+  clock_.advance(minutes(6));
+  EXPECT_EQ(runCount(), 1);
+  EXPECT_EQ(lastRun(), kStart + seconds(1) + minutes(10));
+  EXPECT_TRUE(logged("Scheduled Velmo Run #1 finished in 10 minutes."));
+  // The next run is planned from the end of this one.
+  EXPECT_EQ(coordinator_->nextRunDate(), kStart + seconds(1) + minutes(10) + hours(4));
+}
+
+struct SkipCase {
+  const char* name;
+  std::optional<core::PlistValue> storedCount;
+  bool skipped;
+};
+
+class SkipFirstRun : public VelmoRunCoordinatorTest,
+                     public ::testing::WithParamInterface<SkipCase> {};
+
+TEST_P(SkipFirstRun, SkipsOnlyWhileNoRunWasCounted) {
+  setManaged("com.marvenith.velmo-agent", {{"SkipFirstVelmoAgentRun", true}});
+  if (GetParam().storedCount)
+    state_.setValue(*GetParam().storedCount, PlistKey::updateTaskRunCount);
+  start();
+  clock_.advance(seconds(1));
+  EXPECT_EQ(logged("Configured to skip the first Velmo Run."), GetParam().skipped);
+  EXPECT_EQ(toolCalls().empty(), GetParam().skipped);
+  EXPECT_EQ(lastRun(), kStart + seconds(1));
+  if (!GetParam().skipped) return;
+  // The skipped run counts as the first; the next one is real.
+  EXPECT_EQ(runCount(), 1);
+  clock_.advance(hours(4));
+  EXPECT_EQ(toolCalls(), (Calls{{"install", "marvenith-velmo"}}));
+  EXPECT_TRUE(logged("Scheduled Velmo Run #2 started."));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Counts, SkipFirstRun,
+    ::testing::Values(SkipCase{"NoStateFile", std::nullopt, true},
+                      SkipCase{"CountZero", core::PlistValue(std::int64_t{0}), true},
+                      SkipCase{"CountOfWrongType", core::PlistValue("3"), true},
+                      SkipCase{"CountThree", core::PlistValue(std::int64_t{3}), false}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(VelmoRunCoordinatorTest, AStartOutsideTheWindowsRecordsNothingAndPlansTheNextWindow) {
+  allowOnlyWednesdayNight();
+  start();
+  clock_.advance(seconds(1));
+  EXPECT_TRUE(toolCalls().empty());
+  EXPECT_TRUE(logged("Current time is outside allowed Velmo Run windows. Skipping scheduled run."));
+  EXPECT_TRUE(logged("Next allowed Velmo Run window begins at "));
+  EXPECT_TRUE(logged(" (in 11 hours, 54 minutes, 50 seconds)."));
+  EXPECT_FALSE(files_.fileExists(paths_.agentStateFile()));
+  // The first allowed moment after now plus the interval.
+  EXPECT_EQ(coordinator_->nextRunDate(), kWednesday0200);
+  EXPECT_EQ(debugCount("Global Velmo Run windows deferred the next run from "), 1u);
+
+  clock_.advance(kWednesday0200 - clock_.now());
+  EXPECT_EQ(toolCalls(), (Calls{{"install", "marvenith-velmo"}}));
+  EXPECT_EQ(runCount(), 1);
+}
+
+TEST_F(VelmoRunCoordinatorTest, WindowsThatNeverAllowReplanEveryIntervalWithoutSpinning) {
+  core::VelmoTimeWindow never{.days = {}, .start = {0, 0}, .end = {23, 59}};
+  defaults_.setObject("GlobalAllowWindows", core::VelmoTimeWindow::toPlistArray({never}));
+  start();
+  clock_.advance(hours(24));
+  EXPECT_TRUE(toolCalls().empty());
+  const std::string out = capture_.standardOutput();
+  std::size_t refusals = 0;
+  for (auto at = out.find("Skipping scheduled run."); at != std::string::npos;
+       at = out.find("Skipping scheduled run.", at + 1)) {
+    ++refusals;
+  }
+  EXPECT_EQ(refusals, 6u);  // At 1 s, then every four hours.
+  EXPECT_EQ(coordinator_->nextRunDate(), kStart + seconds(1) + hours(24));
+}
+
+class UserInitiatedOutsideWindows : public VelmoRunCoordinatorTest,
+                                    public ::testing::WithParamInterface<bool> {};
+
+TEST_P(UserInitiatedOutsideWindows, RunsOnlyWhenTheOverrideAllowsIt) {
+  const bool allowed = GetParam();
+  allowOnlyWednesdayNight();
+  defaults_.setObject("AllowUserInitiatedOutsideWindows", allowed);
+  start();
+  clock_.advance(seconds(1));  // The scheduled first run is refused.
+  ASSERT_TRUE(toolCalls().empty());
+  const std::string before = capture_.standardOutput();
+
+  bool served = false;
+  asio::co_spawn(
+      context_,
+      [&]() -> asio::awaitable<void> {
+        co_await coordinator_->requestRun(true);
+        served = true;
+      },
+      asio::detached);
+  clock_.advance(seconds(1));
+  EXPECT_TRUE(served);
+  const std::string after = capture_.standardOutput().substr(before.size());
+  if (allowed) {
+    EXPECT_EQ(toolCalls(), (Calls{{"install", "marvenith-velmo", "--running-first"}}));
+    EXPECT_NE(after.find("User-Initiated Velmo Run #1 started."), std::string::npos) << after;
+    EXPECT_EQ(runCount(), 1);
+  } else {
+    EXPECT_TRUE(toolCalls().empty());
+    EXPECT_NE(after.find("User\u2011initiated Velmo Run requested outside configured windows and "
+                         "overrides are disabled. Skipping run."),
+              std::string::npos)
+        << after;
+    EXPECT_EQ(after.find("Next allowed Velmo Run window begins at"), std::string::npos);
+    EXPECT_EQ(runCount(), std::nullopt);
+  }
+  // A refused run replans all the same.
+  EXPECT_TRUE(coordinator_->nextRunDate().has_value());
+}
+
+INSTANTIATE_TEST_SUITE_P(Override, UserInitiatedOutsideWindows, ::testing::Bool());
+
+TEST_F(VelmoRunCoordinatorTest, WithoutWindowsNothingIsDeferred) {
+  start();
+  clock_.advance(seconds(1));
+  EXPECT_EQ(debugCount("Global Velmo Run windows deferred"), 0u);
+  EXPECT_EQ(coordinator_->nextRunDate(), kStart + seconds(1) + hours(4));
+}
+
+class SleepOrPowerOff : public VelmoRunCoordinatorTest,
+                        public ::testing::WithParamInterface<WorkspaceEvent> {};
+
+TEST_P(SleepOrPowerOff, ClearsTheTimer) {
+  start();
+  clock_.advance(seconds(1));
+  ASSERT_TRUE(coordinator_->nextRunDate().has_value());
+  workspace_.send(GetParam());
+  EXPECT_EQ(coordinator_->nextRunDate(), std::nullopt);
+  clock_.advance(hours(10));
+  EXPECT_EQ(toolCalls().size(), 1u);
+  EXPECT_EQ(clock_.pendingTimers(), 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Events, SleepOrPowerOff,
+                         ::testing::Values(WorkspaceEvent::willSleep,
+                                           WorkspaceEvent::willPowerOff));
+
+TEST_F(VelmoRunCoordinatorTest, AWakeAfterTheIntervalRunsFiveSecondsLater) {
+  start();
+  clock_.advance(seconds(1));
+  workspace_.send(WorkspaceEvent::willSleep);
+  clock_.advance(hours(5));
+  // Several wakes within five seconds give one reaction, five seconds after the last.
+  workspace_.send(WorkspaceEvent::didWake);
+  clock_.advance(seconds(2));
+  workspace_.send(WorkspaceEvent::didWake);
+  clock_.advance(seconds(2));
+  workspace_.send(WorkspaceEvent::didWake);
+  clock_.advance(milliseconds(4999));
+  EXPECT_EQ(toolCalls().size(), 1u);
+  clock_.advance(milliseconds(1));
+  EXPECT_EQ(toolCalls().size(), 2u);
+  EXPECT_EQ(debugCount("System woke up. Checking last Velmo Run and scheduling next run."), 1u);
+  EXPECT_TRUE(logged("Next scheduled Velmo Run time is now or in the past. Running immediately."));
+  EXPECT_TRUE(logged("Scheduled Velmo Run #2 started."));
+  clock_.advance(hours(1));
+  EXPECT_EQ(toolCalls().size(), 2u);
+}
+
+TEST_F(VelmoRunCoordinatorTest, AWakeWithinTheIntervalArmsTheRestOfIt) {
+  start();
+  clock_.advance(seconds(1));
+  for (int cycle = 0; cycle < 3; ++cycle) {
+    workspace_.send(WorkspaceEvent::willSleep);
+    clock_.advance(minutes(30));
+    workspace_.send(WorkspaceEvent::didWake);
+    clock_.advance(seconds(5));
+    // Never two timers: the replan replaced whatever was armed.
+    EXPECT_EQ(clock_.pendingTimers(), 1u);
+  }
+  EXPECT_EQ(coordinator_->nextRunDate(), kStart + seconds(1) + hours(4));
+  EXPECT_TRUE(logged("Scheduled next Velmo Run after wake at "));
+  EXPECT_EQ(debugCount("Last Velmo Run was 1 hour, 30 minutes, 15 seconds ago."), 1u);
+  clock_.advance(kStart + seconds(1) + hours(4) - clock_.now());
+  EXPECT_EQ(toolCalls().size(), 2u);
+}
+
+class DamagedStateFile : public VelmoRunCoordinatorTest,
+                         public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(DamagedStateFile, CountsAsNoRun) {
+  files_.addFile(paths_.agentStateFile(), GetParam());
+  launcher_.enqueue({.exitAfter = hours(1)});
+  start();
+  clock_.advance(seconds(30));  // The first run is under way, nothing recorded yet.
+  EXPECT_TRUE(logged("Scheduled Velmo Run #1 started."));
+  // A wake finds no last run and plans from now.
+  workspace_.send(WorkspaceEvent::didWake);
+  clock_.advance(seconds(5));
+  EXPECT_EQ(coordinator_->nextRunDate(), clock_.now() + hours(4));
+  clock_.advance(hours(1));
+  EXPECT_EQ(runCount(), 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Contents, DamagedStateFile,
+    ::testing::Values("", "not a property list",
+                      "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict>"
+                      "<key>UpdateTaskRunCount</key><string>seven</string>"
+                      "<key>LastUpdateTaskRun</key><integer>5</integer></dict></plist>"));
+
+struct IntervalCase {
+  const char* name;
+  core::PlistValue runInterval;
+  double expected;
+  bool warned;
+};
+
+class RunIntervalSetting : public VelmoRunCoordinatorTest,
+                           public ::testing::WithParamInterface<IntervalCase> {};
+
+TEST_P(RunIntervalSetting, NeverRunsBackToBack) {
+  defaults_.setObject("RunInterval", GetParam().runInterval);
+  start();
+  EXPECT_EQ(coordinator_->timerInterval().count(), GetParam().expected);
+  EXPECT_EQ(logged("Ignoring RunInterval"), GetParam().warned);
+  clock_.advance(seconds(1));
+  EXPECT_EQ(coordinator_->nextRunDate(),
+            clock_.now() + core::toDuration(core::TimeInterval(GetParam().expected)));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Values, RunIntervalSetting,
+    ::testing::Values(IntervalCase{"Hour", core::PlistValue(3600), 3600.0, false},
+                      IntervalCase{"Zero", core::PlistValue(0), 14400.0, true},
+                      IntervalCase{"Negative", core::PlistValue(-60.5), 14400.0, true},
+                      // Not a number to the policy, but the platform's double reading takes it.
+                      IntervalCase{"NumericString", core::PlistValue("7200"), 7200.0, false},
+                      IntervalCase{"Garbage", core::PlistValue("soon"), 14400.0, false}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(VelmoRunCoordinatorTest, ARequestDuringARunSharesOneFurtherPass) {
+  launcher_.enqueue({.exitAfter = minutes(10)});
+  start();
+  clock_.advance(seconds(2));
+  int served = 0;
+  for (int i = 0; i < 2; ++i) {
+    asio::co_spawn(
+        context_,
+        [&]() -> asio::awaitable<void> {
+          co_await coordinator_->requestRun(true);
+          ++served;
+        },
+        asio::detached);
+  }
+  clock_.advance(minutes(11));
+  EXPECT_EQ(served, 2);
+  // The further pass has the scheduled run's arguments.
+  EXPECT_EQ(toolCalls(), (Calls{{"install", "marvenith-velmo"}, {"install", "marvenith-velmo"}}));
+  EXPECT_EQ(runCount(), 2);
+  EXPECT_EQ(clock_.pendingTimers(), 1u);
+}
+
+}  // namespace
+}  // namespace velmo::agent::run

@@ -1,0 +1,76 @@
+# Sourced by the end-to-end scenarios: a sandbox root with the stand-in tool, a
+# private bus, the agent as a real process, and bounded waits. Every scenario
+# is driven only from outside the agent: bus clients, files and signals.
+#   e2e_setup <velmo-agent> <stand-in tool>   sets $workdir $root $tooldir
+#   start_agent                               sets $agent_pid; logs in $workdir
+#   wait_for <seconds> <command...>           polls every 50 ms; false on time-out
+#   fail <text>                               counts a failure; finish reports them
+set -u
+failures=0
+agent_pid="" bus_pid="" extra_pids=""
+
+fail() {
+  echo "FAIL: $*"
+  failures=$((failures + 1))
+}
+
+cleanup() {
+  # shellcheck disable=SC2086
+  kill $agent_pid $extra_pids $bus_pid 2>/dev/null
+  wait 2>/dev/null
+  rm -rf "$workdir"
+}
+
+e2e_setup() {
+  agent="$1"
+  standin="$2"
+  if [ "$(id -u)" -ne 0 ]; then
+    echo "note: not root; skipped"
+    exit 0
+  fi
+  workdir=$(mktemp -d)
+  trap cleanup EXIT
+  source "$(dirname "${BASH_SOURCE[0]}")/../support/private-bus.sh"
+  start_private_bus || exit 1
+  root="$workdir/root"
+  tooldir="$root/Library/Application Support/Marvenith/Velmo"
+  mkdir -p "$tooldir" "$root/Library/Managed Preferences"
+  cp "$standin" "$tooldir/velmo"
+  export VELMO_STANDIN_RECORD="$workdir/calls.log" VELMO_STANDIN_TIMELINE="$workdir/timeline.log"
+  touch "$workdir/calls.log" "$workdir/timeline.log"
+}
+
+start_agent() {
+  agent_started=$(date +%s.%N)
+  VELMO_ROOT="$root" VELMO_UNIFIED_LOG="$workdir/unified.log" "$agent" start \
+    >"$workdir/agent.log" 2>&1 &
+  agent_pid=$!
+}
+
+wait_for() {
+  local limit="$1"
+  shift
+  local deadline=$(($(date +%s%N) + limit * 1000000000))
+  until "$@"; do
+    [ "$(date +%s%N)" -lt "$deadline" ] || return 1
+    sleep 0.05
+  done
+}
+
+# grep_file <pattern> <file>: a fixed string is present.
+has_line() { grep -qF -- "$1" "$2" 2>/dev/null; }
+
+# Seconds from the first to the second epoch time, to two decimals.
+seconds_between() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", b - a }'; }
+# Whether a number lies within [low, high].
+within() { awk -v x="$1" -v lo="$2" -v hi="$3" 'BEGIN { exit !(x >= lo && x <= hi) }'; }
+
+finish() {
+  kill -0 "$agent_pid" 2>/dev/null || fail "the agent died"
+  if [ "$failures" -ne 0 ]; then
+    echo "--- agent output"; cat "$workdir/agent.log"
+    echo "--- unified log"; cat "$workdir/unified.log" 2>/dev/null
+    echo "--- tool calls"; cat "$workdir/timeline.log"
+  fi
+  exit "$failures"
+}

@@ -1,0 +1,36 @@
+// Stands in for logind on a private bus: owns org.freedesktop.login1 and turns
+// each line of standard input into its signal.
+//   sleep     PrepareForSleep(true)      wake  PrepareForSleep(false)
+//   poweroff  PrepareForShutdown(true)
+// Prints "ready" once it owns the name; ends at the end of its input.
+#include <systemd/sd-bus.h>
+
+#include <iostream>
+#include <string>
+
+int main() {
+  sd_bus* bus = nullptr;
+  if (sd_bus_open_system(&bus) < 0) {
+    std::cerr << "velmo-fake-logind: no system bus\n";
+    return 69;
+  }
+  if (sd_bus_request_name(bus, "org.freedesktop.login1", 0) < 0) {
+    std::cerr << "velmo-fake-logind: name taken\n";
+    return 69;
+  }
+  std::cout << "ready" << std::endl;
+  std::string line;
+  while (std::getline(std::cin, line)) {
+    const char* member = line == "poweroff" ? "PrepareForShutdown" : "PrepareForSleep";
+    if (line != "sleep" && line != "wake" && line != "poweroff") {
+      std::cerr << "velmo-fake-logind: unknown command " << line << "\n";
+      continue;
+    }
+    const int value = line == "wake" ? 0 : 1;
+    sd_bus_emit_signal(bus, "/org/freedesktop/login1", "org.freedesktop.login1.Manager", member,
+                       "b", value);
+    sd_bus_flush(bus);
+  }
+  sd_bus_flush_close_unref(bus);
+  return 0;
+}
