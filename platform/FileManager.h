@@ -6,6 +6,13 @@
 
 namespace velmo::platform {
 
+// Why a file operation failed, as the platform's error object tells it.
+struct FileError {
+  std::string description;
+  std::string domain;
+  int code = 0;
+};
+
 class FileManager {
  public:
   virtual ~FileManager() = default;
@@ -17,6 +24,19 @@ class FileManager {
   // never a part. Gives the reason on failure, when the old file is untouched.
   virtual std::optional<std::string> writeFileAtomically(const std::filesystem::path& path,
                                                          const std::string& contents) = 0;
+
+  // The folder and every missing folder above it; an existing folder is fine.
+  virtual std::optional<FileError> createDirectories(const std::filesystem::path& path) = 0;
+  virtual std::optional<FileError> removeItem(const std::filesystem::path& path) = 0;
+  // A plain write in place, creating or truncating the file: not atomic.
+  virtual std::optional<FileError> writeFile(const std::filesystem::path& path,
+                                             const std::string& contents) = 0;
+  // Puts `replacement` in the place of `original` in one step.
+  virtual std::optional<FileError> replaceItem(const std::filesystem::path& original,
+                                               const std::filesystem::path& replacement) = 0;
+  // Fails when something is at `destination` already.
+  virtual std::optional<FileError> moveItem(const std::filesystem::path& source,
+                                            const std::filesystem::path& destination) = 0;
 };
 
 }  // namespace velmo::platform

@@ -7,11 +7,12 @@
 #include <memory>
 
 #include <asio/io_context.hpp>
+#include <asio/thread_pool.hpp>
 
 #include "agent/main/BuildInfo.h"
+#include "agent/main/StartCommand.h"
 #include "agent/run/AgentCommand.h"
 #include "agent/run/InventoryUpdater.h"
-#include "agent/run/StartCommand.h"
 #include "agent/run/VelmoRunner.h"
 #include "core/Bundle.h"
 #include "core/Executors.h"
@@ -88,9 +89,14 @@ int main(int argc, char** argv) {
   platform::linux::PosixProcessLauncher launcher;
   agent::run::VelmoRunner runner(launcher, clock, paths.toolExecutable());
   agent::run::InventoryUpdater inventory(launcher, clock, paths.inventoryTool());
-  agent::run::StartCommand start({mainExecutor, clock, paths, runner, distributedCenter,
-                                  notificationCenter, workspaceEvents, managedPrefs, userDefaults,
-                                  files, inventory});
+  // File work of the update state file runs on a thread of its own, so a slow
+  // disk never holds up the event loop.
+  asio::thread_pool fileThread(1);
+  agent::items::VelmoAgentQueue agentQueue({mainExecutor, clock, userDefaults, runner});
+  agent::items::VelmoAgentQueue::setShared(&agentQueue);
+  agent::StartCommand start({mainExecutor, clock, paths, fileThread.get_executor(), runner,
+                             distributedCenter, notificationCenter, workspaceEvents, managedPrefs,
+                             userDefaults, files, inventory, agentQueue});
 
   core::startTask(mainExecutor, start.run(), core::CustomLogger("StartCommand"));
   mainContext.run();

@@ -12,6 +12,7 @@
 #include "agent/policy/MDMChangeObserver.h"
 #include "agent/policy/VelmoRunConfig.h"
 #include "agent/run/InventoryUpdater.h"
+#include "agent/run/ListedItems.h"
 #include "agent/run/PlistManager.h"
 #include "agent/run/RunGate.h"
 #include "agent/run/VelmoRunJob.h"
@@ -30,10 +31,6 @@
 #include "platform/Paths.h"
 #include "platform/UserDefaults.h"
 #include "platform/WorkspaceEvents.h"
-
-namespace velmo::agent::items {
-class UIController;
-}
 
 namespace velmo::agent::run {
 
@@ -106,8 +103,9 @@ class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordina
 
   void handleWorkspaceEvent(platform::WorkspaceEvent event);
 
-  // Set by the start-up once the UI controller stands.
-  void setUIController(std::weak_ptr<items::UIController> controller) {
+  // Set by the start-up once the UI controller stands; held weakly, as the
+  // controller holds the coordinator.
+  void setUIController(std::weak_ptr<ListedItems> controller) {
     uiController_ = std::move(controller);
   }
 
@@ -140,7 +138,7 @@ class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordina
   core::TimeInterval timerInterval_{defaultTimerInterval};
   PlistManager plistManager_;
   core::Debouncer wakeSubject_;
-  std::weak_ptr<items::UIController> uiController_;
+  std::weak_ptr<ListedItems> uiController_;
   std::vector<core::Subscription> cancellables_;
   std::optional<platform::ObserverToken> workspaceToken_;
   policy::MDMChangeObserver mdmChangeObserver_;

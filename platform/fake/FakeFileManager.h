@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 
 #include "platform/FileManager.h"
 
@@ -28,10 +29,45 @@ class FakeFileManager final : public FileManager {
     files_[path] = contents;
     return std::nullopt;
   }
+  std::optional<FileError> createDirectories(const std::filesystem::path& path) override {
+    directories_.insert(path);
+    return std::nullopt;
+  }
+  std::optional<FileError> removeItem(const std::filesystem::path& path) override {
+    if (failRemovals_) return FileError{"Cannot remove " + path.string(), "NSPOSIXErrorDomain", 1};
+    if (!files_.erase(path)) return FileError{"No such file", "NSPOSIXErrorDomain", 2};
+    return std::nullopt;
+  }
+  std::optional<FileError> writeFile(const std::filesystem::path& path,
+                                     const std::string& contents) override {
+    if (failWrites_) return FileError{"Cannot write " + path.string(), "NSPOSIXErrorDomain", 30};
+    files_[path] = contents;
+    return std::nullopt;
+  }
+  std::optional<FileError> replaceItem(const std::filesystem::path& original,
+                                       const std::filesystem::path& replacement) override {
+    auto found = files_.find(replacement);
+    if (found == files_.end()) return FileError{"No such file", "NSPOSIXErrorDomain", 2};
+    files_[original] = found->second;
+    files_.erase(replacement);
+    return std::nullopt;
+  }
+  std::optional<FileError> moveItem(const std::filesystem::path& source,
+                                    const std::filesystem::path& destination) override {
+    if (files_.count(destination)) return FileError{"File exists", "NSPOSIXErrorDomain", 17};
+    return replaceItem(destination, source);
+  }
+
+  void failRemovals(bool fail) { failRemovals_ = fail; }
+  bool directoryCreated(const std::filesystem::path& path) const {
+    return directories_.count(path) > 0;
+  }
 
  private:
   std::map<std::filesystem::path, std::string> files_;
+  std::set<std::filesystem::path> directories_;
   bool failWrites_ = false;
+  bool failRemovals_ = false;
 };
 
 }  // namespace velmo::platform::fake

@@ -12,6 +12,15 @@ class PosixFileManager final : public FileManager {
   // the old one.
   std::optional<std::string> writeFileAtomically(const std::filesystem::path& path,
                                                  const std::string& contents) override;
+  std::optional<FileError> createDirectories(const std::filesystem::path& path) override;
+  std::optional<FileError> removeItem(const std::filesystem::path& path) override;
+  std::optional<FileError> writeFile(const std::filesystem::path& path,
+                                     const std::string& contents) override;
+  // rename(2): atomic within one file system.
+  std::optional<FileError> replaceItem(const std::filesystem::path& original,
+                                       const std::filesystem::path& replacement) override;
+  std::optional<FileError> moveItem(const std::filesystem::path& source,
+                                    const std::filesystem::path& destination) override;
 };
 
 }  // namespace velmo::platform::linux

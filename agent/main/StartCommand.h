@@ -4,6 +4,8 @@
 
 #include <asio/awaitable.hpp>
 
+#include "agent/items/UIController.h"
+#include "agent/items/VelmoAgentQueue.h"
 #include "core/CustomLogger.h"
 #include "core/Executors.h"
 #include "core/NotificationCenter.h"
@@ -15,11 +17,13 @@
 #include "platform/UserDefaults.h"
 #include "platform/WorkspaceEvents.h"
 
-namespace velmo::agent::run {
+namespace velmo::agent {
 
+namespace run {
 class InventoryUpdater;
 class VelmoRunCoordinator;
 class VelmoRunner;
+}  // namespace run
 
 // The start-up sequence: builds the long-lived objects on the main executor
 // in their order, then sleeps for ever in one-second steps while timers,
@@ -30,14 +34,16 @@ class StartCommand {
     core::Executor mainExecutor;
     platform::Clock& clock;
     const platform::Paths& paths;
-    VelmoRunner& runner;
+    core::Executor fileExecutor;
+    run::VelmoRunner& runner;
     platform::DistributedNotificationCenter& distributedCenter;
     core::NotificationCenter& notificationCenter;
     platform::WorkspaceEvents& workspaceEvents;
     mdm::ManagedPrefs& managedPrefs;
     platform::UserDefaults& userDefaults;
     platform::FileManager& files;
-    InventoryUpdater& inventory;
+    run::InventoryUpdater& inventory;
+    items::VelmoAgentQueue& agentQueue;
   };
 
   explicit StartCommand(Collaborators collaborators);
@@ -49,7 +55,7 @@ class StartCommand {
   Collaborators collaborators_;
   core::CustomLogger logger_{"StartCommand"};
   // The long-lived objects; they live as long as the process.
-  std::shared_ptr<VelmoRunCoordinator> coordinator_;
+  std::shared_ptr<items::UIController> uiController_;
 };
 
-}  // namespace velmo::agent::run
+}  // namespace velmo::agent

@@ -1,0 +1,333 @@
+#include "agent/items/UIController.h"
+
+#include <cmath>
+#include <cstdio>
+
+#include <asio/post.hpp>
+
+#include "core/InstallState.h"
+#include "core/NotificationNames.h"
+
+namespace velmo::agent::items {
+namespace {
+
+namespace Name = core::NotificationName;
+
+// Seconds as the platform prints a float: "3.0", "0.0", "0.25".
+std::string secondsText(core::TimeInterval delay) {
+  char buffer[40];
+  const double value = delay.count();
+  if (value == std::trunc(value) && std::abs(value) < 1e15) {
+    std::snprintf(buffer, sizeof buffer, "%.1f", value);
+  } else {
+    std::snprintf(buffer, sizeof buffer, "%.15g", value);
+  }
+  return buffer;
+}
+
+std::vector<core::UpdateItem>::iterator findByID(std::vector<core::UpdateItem>& items,
+                                                 const std::string& id) {
+  return std::find_if(items.begin(), items.end(),
+                      [&](const core::UpdateItem& item) { return item.id == id; });
+}
+
+const std::string* objectString(const platform::DistributedNotification& notification) {
+  return notification.object ? &*notification.object : nullptr;
+}
+
+}  // namespace
+
+std::shared_ptr<UIController> UIController::make(
+    Collaborators collaborators, std::shared_ptr<run::VelmoRunCoordinator> coordinator) {
+  std::shared_ptr<UIController> controller(
+      new UIController(std::move(collaborators), std::move(coordinator)));
+  controller->start();
+  return controller;
+}
+
+UIController::UIController(Collaborators collaborators,
+                           std::shared_ptr<run::VelmoRunCoordinator> coordinator)
+    : collaborators_(std::move(collaborators)),
+      updateStateFile_(collaborators_.paths.updateStateFile()),
+      itemUpdateQueue_(core::makeSerialExecutor(collaborators_.fileExecutor)),
+      velmoRunCoordinator_(std::move(coordinator)) {}
+
+void UIController::start() {
+  logger_.debug("Initializing UIController.");
+  loadState();
+  observe(Name::addItemsToUIControllerQueue, &UIController::handleAddItems);
+  observe(Name::userInitiatedUpdateCheck, &UIController::handleUserInitiatedCheck);
+  observe(Name::enqueueUpdateItem, &UIController::handleEnqueue);
+  observe(Name::updateItemStateChange, &UIController::handleStateChange);
+}
+
+UIController::~UIController() {
+  logger_.debug("Deinitializing UIController.");
+  for (const auto& token : observers_) collaborators_.distributedCenter.removeObserver(token);
+}
+
+// List work always runs as a task of its own on the main executor, never
+// inside the centre's delivery.
+void UIController::observe(std::string_view name, void (UIController::*handler)(
+                                                      const platform::DistributedNotification&)) {
+  observers_.push_back(collaborators_.distributedCenter.addObserver(
+      name, [weak = weak_from_this(), handler,
+             main = collaborators_.mainExecutor](const platform::DistributedNotification& n) {
+        asio::post(main, [weak, handler, n] {
+          if (auto self = weak.lock()) ((*self).*handler)(n);
+        });
+      }));
+  logger_.debug("Listening for distributed notifications named " + std::string(name) + ".");
+}
+
+void UIController::handleAddItems(const platform::DistributedNotification& notification) {
+  const std::string* object = objectString(notification);
+  const auto items = object ? core::UpdateItem::arrayFromJSONText(*object) : std::nullopt;
+  if (!items) {
+    logger_.error("Failed to decode items from notification.");
+    return;
+  }
+  for (const auto& item : *items) {
+    const auto found = findByID(updateItems_, item.id);
+    if (found != updateItems_.end()) {
+      *found = item;
+      saveState(false);
+      logger_.debug("Updated existing update item: " + item.id);
+    } else {
+      updateItems_.push_back(item);
+      saveState(false);
+      logger_.debug("Added update item: " + item.id);
+    }
+  }
+}
+
+void UIController::handleUserInitiatedCheck(const platform::DistributedNotification&) {
+  core::startTask(
+      collaborators_.mainExecutor,
+      [](std::shared_ptr<UIController> self) -> asio::awaitable<void> {
+        co_await self->userInitiatedCheck();
+      }(shared_from_this()),
+      logger_);
+}
+
+asio::awaitable<void> UIController::userInitiatedCheck() {
+  // A progress post every two seconds while the gate serves the request; the
+  // first comes two seconds after the start, none after the completion.
+  auto progress = std::make_shared<std::unique_ptr<platform::Timer>>();
+  auto arm = std::make_shared<std::function<void()>>();
+  *arm = [this, progress, weakArm = std::weak_ptr<std::function<void()>>(arm)] {
+    *progress = collaborators_.clock.scheduleAfter(
+        kProgressPeriod, collaborators_.mainExecutor, [this, weakArm] {
+          collaborators_.distributedCenter.post(Name::userInitiatedUpdateCheckInProgress);
+          if (auto again = weakArm.lock()) (*again)();
+        });
+  };
+  (*arm)();
+
+  if (velmoRunCoordinator_) co_await velmoRunCoordinator_->requestRun(true);
+  collaborators_.distributedCenter.post(Name::userInitiatedUpdateCheckCompleted);
+  logger_.debug("Distributed notification sent for user-initiated update check completion.");
+  progress->reset();
+  arm.reset();
+}
+
+void UIController::handleEnqueue(const platform::DistributedNotification& notification) {
+  const std::string* object = objectString(notification);
+  const auto item = object ? core::UpdateItem::fromJSONText(*object) : std::nullopt;
+  if (!item) {
+    logger_.error("Failed to decode item from notification.");
+    return;
+  }
+  if (findByID(updateItems_, item->id) != updateItems_.end()) {
+    logger_.debug("Item with ID " + item->id + " already exists in the updateItems array.");
+  }
+  logger_.debug("Received notification to enqueue item with ID: " + item->id);
+  collaborators_.agentQueue.enqueue(*item);
+}
+
+void UIController::handleStateChange(const platform::DistributedNotification& notification) {
+  const auto& info = notification.userInfo;
+  const auto text = [&](const char* key) -> const std::string* {
+    if (!info) return nullptr;
+    const auto found = info->find(key);
+    return found == info->end() ? nullptr : found->second.getIf<std::string>();
+  };
+  const std::string* id = text("id");
+  const std::string* raw = text("state");
+  const auto state = raw ? core::installStateFromRawValue(*raw) : std::nullopt;
+  if (!info || info->empty() || !id || !state) {
+    logger_.error("Invalid state change notification.");
+    return;
+  }
+  const auto found = findByID(updateItems_, *id);
+  if (found == updateItems_.end()) {
+    logger_.debug("Discarding state change notification alien ID " + *id + ".");
+    return;
+  }
+  // Only the end of an install matters here; the install's course lives in
+  // the tool and the notifier.
+  if (*state != core::InstallState::installed) return;
+  scheduleRemoval(*found, kInstalledRemovalDelay);
+}
+
+void UIController::scheduleRemoval(const core::UpdateItem& item, core::TimeInterval delay) {
+  logger_.debug("Scheduling removal of update item: " + item.id + " after " + secondsText(delay) +
+                " seconds.");
+  core::startTask(
+      collaborators_.mainExecutor,
+      [](std::shared_ptr<UIController> self, core::UpdateItem item,
+         core::TimeInterval delay) -> asio::awaitable<void> {
+        co_await self->removeItem(std::move(item), delay);
+      }(shared_from_this(), item, delay),
+      logger_);
+}
+
+void UIController::postRemoveDeferrals(const core::UpdateItem& item) {
+  logger_.debug("Sending notification to remove deferrals for app ID: " + item.id);
+  collaborators_.notificationCenter.post(Name::removeDeferralsForItem, std::any(item));
+}
+
+asio::awaitable<void> UIController::removeItem(core::UpdateItem item, core::TimeInterval delay) {
+  platform::Clock& clock = collaborators_.clock;
+  co_await clock.sleep(core::toDuration(delay));
+  // Goes by id: an item removed and added back meanwhile is removed all the same.
+  if (!loaded_) removedBeforeLoad_.insert(item.id);
+  const auto found = findByID(updateItems_, item.id);
+  if (found == updateItems_.end()) co_return;
+  updateItems_.erase(found);
+  logger_.debug("Removed update item: " + item.id);
+  saveState(false);
+}
+
+// The update state file. File work runs on `itemUpdateQueue_`, in the order
+// it was submitted, so the load comes before every save started after it.
+
+void UIController::loadState() {
+  asio::post(itemUpdateQueue_, [weak = weak_from_this(), url = updateStateFile_,
+                                &files = collaborators_.files, main = collaborators_.mainExecutor] {
+    const auto text = files.readFile(url);
+    auto items = text ? core::UpdateItem::arrayFromJSONText(*text) : std::nullopt;
+    asio::post(main, [weak, items = std::move(items)]() mutable {
+      if (auto self = weak.lock()) self->finishLoad(std::move(items));
+    });
+  });
+}
+
+// Observers are registered before the file is read, so items can arrive
+// first. They are kept: the loaded list comes first, without the ids removed
+// meanwhile, and what arrived overwrites or follows it. A save asked for in
+// that time waits for the merge, so that it can't write a partial list over
+// the file.
+void UIController::finishLoad(std::optional<std::vector<core::UpdateItem>> loaded) {
+  if (loaded) {
+    fileLogger_.debug("Loaded update state for " + std::to_string(loaded->size()) + " items.");
+  } else {
+    fileLogger_.debug("No existing update state found. Starting fresh.");
+  }
+  std::vector<core::UpdateItem> merged;
+  if (loaded) {
+    for (auto& item : *loaded) {
+      if (!removedBeforeLoad_.count(item.id)) merged.push_back(std::move(item));
+    }
+  }
+  for (auto& item : updateItems_) {
+    const auto found = findByID(merged, item.id);
+    if (found != merged.end()) {
+      *found = std::move(item);
+    } else {
+      merged.push_back(std::move(item));
+    }
+  }
+  updateItems_ = std::move(merged);
+  removedBeforeLoad_.clear();
+  loaded_ = true;
+  if (std::exchange(saveAfterLoad_, false)) saveState(false);
+}
+
+void UIController::saveState(bool force) {
+  if (!loaded_) {
+    saveAfterLoad_ = true;
+    return;
+  }
+  const platform::TimePoint now = collaborators_.clock.now();
+  if (!force && lastSaveTime_) {
+    const auto elapsed = std::chrono::duration_cast<core::TimeInterval>(now - *lastSaveTime_);
+    if (elapsed < minSaveInterval) {
+      const core::TimeInterval remaining = minSaveInterval - elapsed;
+      char formatted[32];
+      std::snprintf(formatted, sizeof formatted, "%.3f", remaining.count());
+      if (delayedSaveWorkItem_) {
+        fileLogger_.debug("Skipping save - delayed save already scheduled");
+        return;
+      }
+      // Owned by this object, so the action may hold it by `this`.
+      delayedSaveWorkItem_ = collaborators_.clock.scheduleAfter(
+          core::toDuration(remaining), collaborators_.mainExecutor, [this] {
+            asio::post(collaborators_.mainExecutor, [weak = weak_from_this()] {
+              if (auto self = weak.lock()) {
+                self->delayedSaveWorkItem_.reset();
+                self->saveState(true);
+              }
+            });
+          });
+      fileLogger_.debug(std::string("Skipping immediate save - scheduling delayed save in ") +
+                        formatted + "s");
+      return;
+    }
+  }
+  delayedSaveWorkItem_.reset();
+  lastSaveTime_ = now;
+  asio::post(itemUpdateQueue_,
+             [weak = weak_from_this(), items = updateItems_, url = updateStateFile_] {
+               if (auto self = weak.lock()) self->writeState(items, url);
+             });
+}
+
+void UIController::writeState(const std::vector<core::UpdateItem>& items,
+                              const std::filesystem::path& url) {
+  platform::FileManager& files = collaborators_.files;
+  const auto failed = [&](const platform::FileError& error) {
+    fileLogger_.error("Failed to save update state file: " + error.description + " (" +
+                      error.domain + ", code: " + std::to_string(error.code) + ")");
+  };
+  const auto text = core::UpdateItem::prettyJSONText(items);
+  if (!text) {
+    failed({"The data couldn't be written because it isn't in the correct format.",
+            "NSCocoaErrorDomain", 4866});
+    return;
+  }
+  if (auto error = files.createDirectories(url.parent_path())) return failed(*error);
+  const std::filesystem::path temporary = url.string() + ".tmp";
+  fileLogger_.debug("Writing update state to temporary file at " + temporary.string());
+  if (files.fileExists(temporary)) {
+    if (auto error = files.removeItem(temporary)) return failed(*error);
+  }
+  // The state file itself is only ever replaced whole, by a rename.
+  if (auto error = files.writeFile(temporary, *text)) return failed(*error);
+  const bool exists = files.fileExists(url);
+  fileLogger_.debug(std::string("Update state file already exists: ") +
+                    (exists ? "true" : "false"));
+  if (exists) {
+    if (auto error = files.replaceItem(url, temporary)) {
+      fileLogger_.error("Replace of update state file failed, trying move: " + error->description);
+      if (auto moveError = files.moveItem(temporary, url)) return failed(*moveError);
+    }
+  } else if (auto error = files.moveItem(temporary, url)) {
+    return failed(*error);
+  }
+  fileLogger_.debug("Successfully saved update state to " + url.string());
+  asio::post(collaborators_.mainExecutor, [weak = weak_from_this()] {
+    if (auto self = weak.lock()) self->scheduleQueueChangedNotification();
+  });
+}
+
+void UIController::scheduleQueueChangedNotification() {
+  // Replacing the handle cancels the pending post: a burst gives one post.
+  notificationWorkItem_ = collaborators_.clock.scheduleAfter(
+      core::toDuration(notificationDebounceInterval), collaborators_.mainExecutor, [this] {
+        collaborators_.distributedCenter.post(Name::uiControllerQueueChanged);
+        fileLogger_.debug("Distributed notification sent for save operation.");
+      });
+}
+
+}  // namespace velmo::agent::items

@@ -1,0 +1,110 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <asio/awaitable.hpp>
+
+#include "agent/items/VelmoAgentQueue.h"
+#include "agent/run/ListedItems.h"
+#include "agent/run/VelmoRunCoordinator.h"
+#include "core/CustomLogger.h"
+#include "core/Executors.h"
+#include "core/NotificationCenter.h"
+#include "core/TimeInterval.h"
+#include "core/UpdateItem.h"
+#include "platform/Clock.h"
+#include "platform/DistributedNotificationCenter.h"
+#include "platform/FileManager.h"
+#include "platform/Paths.h"
+
+namespace velmo::agent::items {
+
+// Keeps the list of pending update items that the per-user notifier shows:
+// takes in what the sibling programs announce, keeps the list saved in the
+// update state file, tells the siblings when that file changed, hands single
+// items to the agent queue and starts user-initiated checks.
+//
+// The list lives on the main executor. File work runs in order on a strand of
+// its own, over `fileExecutor`, and never blocks the main executor.
+class UIController final : public run::ListedItems,
+                           public std::enable_shared_from_this<UIController> {
+ public:
+  static constexpr core::TimeInterval notificationDebounceInterval{2.0};
+  static constexpr core::TimeInterval minSaveInterval{0.3};
+  static constexpr core::TimeInterval kInstalledRemovalDelay{3.0};
+  static constexpr platform::Duration kProgressPeriod = std::chrono::seconds(2);
+
+  struct Collaborators {
+    core::Executor mainExecutor;
+    // Where file work runs; a thread of its own in the agent, the main
+    // executor in unit tests.
+    core::Executor fileExecutor;
+    platform::Clock& clock;
+    platform::FileManager& files;
+    const platform::Paths& paths;
+    platform::DistributedNotificationCenter& distributedCenter;
+    core::NotificationCenter& notificationCenter;
+    VelmoAgentQueue& agentQueue;
+  };
+
+  // Starts the load of the state file and registers the observers; does not
+  // wait for the load. `coordinator` may be null where no run can be asked for.
+  static std::shared_ptr<UIController> make(Collaborators collaborators,
+                                            std::shared_ptr<run::VelmoRunCoordinator> coordinator);
+  ~UIController() override;
+  UIController(const UIController&) = delete;
+  UIController& operator=(const UIController&) = delete;
+
+  const std::vector<core::UpdateItem>& updateItems() const override { return updateItems_; }
+  void scheduleRemoval(const core::UpdateItem& item, core::TimeInterval delay) override;
+  void postRemoveDeferrals(const core::UpdateItem& item) override;
+
+  // Waits `delay`, then takes the first item with that id from the list and saves.
+  asio::awaitable<void> removeItem(core::UpdateItem item, core::TimeInterval delay);
+  // At most one write per 0.3 s unless forced; requests in between fold into
+  // one delayed save of the list as it then stands.
+  void saveState(bool force);
+  bool isLoaded() const { return loaded_; }
+
+  void handleAddItems(const platform::DistributedNotification& notification);
+  void handleUserInitiatedCheck(const platform::DistributedNotification& notification);
+  void handleEnqueue(const platform::DistributedNotification& notification);
+  void handleStateChange(const platform::DistributedNotification& notification);
+
+ private:
+  UIController(Collaborators collaborators, std::shared_ptr<run::VelmoRunCoordinator> coordinator);
+  void start();
+  void loadState();
+  void finishLoad(std::optional<std::vector<core::UpdateItem>> loaded);
+  // On the file strand.
+  void writeState(const std::vector<core::UpdateItem>& items, const std::filesystem::path& url);
+  void scheduleQueueChangedNotification();
+  asio::awaitable<void> userInitiatedCheck();
+  void observe(std::string_view name,
+               void (UIController::*handler)(const platform::DistributedNotification&));
+
+  Collaborators collaborators_;
+  core::CustomLogger logger_{"UIController"};
+  core::CustomLogger fileLogger_{"UIController+Load+Save"};
+  std::vector<core::UpdateItem> updateItems_;
+  std::filesystem::path updateStateFile_;
+  core::SerialExecutor itemUpdateQueue_;
+  std::unique_ptr<platform::Timer> notificationWorkItem_;
+  std::unique_ptr<platform::Timer> delayedSaveWorkItem_;
+  std::optional<platform::TimePoint> lastSaveTime_;  // None: the distant past.
+  std::shared_ptr<run::VelmoRunCoordinator> velmoRunCoordinator_;
+  std::vector<platform::ObserverToken> observers_;
+
+  // Until the state file is read, changes are kept apart so that the load
+  // can't drop them: items added or overwritten, and ids removed.
+  bool loaded_ = false;
+  bool saveAfterLoad_ = false;
+  std::set<std::string> removedBeforeLoad_;
+};
+
+}  // namespace velmo::agent::items

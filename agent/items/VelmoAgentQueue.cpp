@@ -1,0 +1,135 @@
+#include "agent/items/VelmoAgentQueue.h"
+
+#include <cstdio>
+#include <ctime>
+
+#include "core/SubscriberOperators.h"
+
+namespace velmo::agent::items {
+namespace {
+
+VelmoAgentQueue* sharedInstance = nullptr;
+
+// A date as the platform describes it by default: "2026-03-10 14:05:09 +0000".
+std::string defaultDescription(platform::TimePoint date) {
+  const std::time_t seconds =
+      std::chrono::system_clock::to_time_t(std::chrono::floor<std::chrono::seconds>(date));
+  std::tm utc{};
+  gmtime_r(&seconds, &utc);
+  char buffer[40];
+  std::strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M:%S +0000", &utc);
+  return buffer;
+}
+
+// ["a", "b"]
+std::string idList(const std::vector<core::UpdateItem>& items) {
+  std::string text = "[";
+  for (const auto& item : items) {
+    if (text.size() > 1) text += ", ";
+    text += "\"" + item.id + "\"";
+  }
+  return text + "]";
+}
+
+}  // namespace
+
+VelmoAgentQueue::VelmoAgentQueue(const Collaborators& collaborators)
+    : collaborators_(collaborators), _updateMAS(collaborators.userDefaults, "UpdateMAS", false) {
+  using Items = std::vector<core::UpdateItem>;
+  cancellables_.push_back(_serialQueueItems.subscribe(core::dropFirst<Items>(
+      [this](const Items& items) { logger_.debug("Items in serial queue: " + idList(items)); })));
+  cancellables_.push_back(
+      _concurrentQueueItems.subscribe(core::dropFirst<Items>([this](const Items& items) {
+        logger_.debug("Items in concurrent queue: " + idList(items));
+      })));
+}
+
+VelmoAgentQueue::~VelmoAgentQueue() {
+  *alive_ = false;
+  if (sharedInstance == this) sharedInstance = nullptr;
+}
+
+VelmoAgentQueue& VelmoAgentQueue::shared() { return *sharedInstance; }
+void VelmoAgentQueue::setShared(VelmoAgentQueue* instance) { sharedInstance = instance; }
+
+void VelmoAgentQueue::insert(core::Published<std::vector<core::UpdateItem>>& set,
+                             const core::UpdateItem& item) {
+  auto items = set.value();
+  // One element per id: one already there stays as it is.
+  if (std::find(items.begin(), items.end(), item) == items.end()) items.push_back(item);
+  set.set(std::move(items));
+}
+
+void VelmoAgentQueue::remove(core::Published<std::vector<core::UpdateItem>>& set,
+                             const core::UpdateItem& item) {
+  auto items = set.value();
+  std::erase(items, item);
+  set.set(std::move(items));
+}
+
+void VelmoAgentQueue::enqueue(const core::UpdateItem& item) {
+  if (item.serialInstallRequired.value_or(false)) {
+    insert(_serialQueueItems, item);
+    logger_.debug("Adding serial-required update item to serial queue: " + item.id);
+    serialQueue_.push_back(item);
+    if (!serialBusy_) {
+      serialBusy_ = true;
+      core::startTask(collaborators_.mainExecutor, runSerialSide(), logger_);
+    }
+    return;
+  }
+  insert(_concurrentQueueItems, item);
+  logger_.debug("Adding concurrent-ready update item to concurrent queue: " + item.id);
+  core::startTask(
+      collaborators_.mainExecutor,
+      [](VelmoAgentQueue& queue, std::shared_ptr<bool> alive,
+         core::UpdateItem item) -> asio::awaitable<void> {
+        co_await queue.process(item);
+        if (*alive) queue.remove(queue._concurrentQueueItems, item);
+      }(*this, alive_, item),
+      logger_);
+}
+
+// Works through the serial side until it is empty: at most one tool run of
+// that side exists at any time.
+asio::awaitable<void> VelmoAgentQueue::runSerialSide() {
+  const std::shared_ptr<bool> alive = alive_;
+  while (*alive && !serialQueue_.empty()) {
+    const core::UpdateItem item = serialQueue_.front();
+    serialQueue_.pop_front();
+    co_await process(item);
+    if (!*alive) co_return;
+    remove(_serialQueueItems, item);
+  }
+  if (*alive) serialBusy_ = false;
+}
+
+std::vector<std::string> VelmoAgentQueue::arguments(const core::UpdateItem& item) const {
+  std::vector<std::string> words{"install", item.id, "--menu-bar-notification", "--user-initiated"};
+  if (_updateMAS.wrappedValue()) words.push_back("--update-mas");
+  return words;
+}
+
+asio::awaitable<void> VelmoAgentQueue::process(core::UpdateItem item) {
+  const std::shared_ptr<bool> alive = alive_;
+  const platform::TimePoint start = collaborators_.clock.now();
+  logger_.debug("Started processing queued update item: " + item.id + " at " +
+                defaultDescription(start));
+  const std::optional<core::TimeInterval> noLimit;
+  const int status = co_await collaborators_.runner.run(arguments(item), noLimit);
+  if (!*alive) co_return;
+  if (status != 0) {
+    logger_.error("Failed to process queued update item: " + item.id +
+                  " with exit code: " + std::to_string(status));
+  }
+  const platform::TimePoint end = collaborators_.clock.now();
+  char seconds[32];
+  std::snprintf(seconds, sizeof seconds, "%.2f",
+                std::chrono::duration_cast<core::TimeInterval>(end - start).count());
+  logger_.debug("Finished processing queued update item: " + item.id + " at " +
+                defaultDescription(end));
+  logger_.debug("Time taken to process queued update item " + item.id + ": " + seconds +
+                " seconds");
+}
+
+}  // namespace velmo::agent::items
