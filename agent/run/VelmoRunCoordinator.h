@@ -1,5 +1,6 @@
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -50,6 +51,10 @@ class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordina
   static constexpr core::TimeInterval kGateLimit{3600.0};
   static constexpr platform::Duration kDebounce = std::chrono::seconds(5);
   static constexpr int kRefusedRunSearchDays = 14;
+  static constexpr core::TimeInterval kCompareTimeout{60.0};
+  // Exit statuses of `compare <id> --fail`.
+  static constexpr int kCompareNothingDue = 0;
+  static constexpr int kCompareUpdateAvailable = 57;
 
   struct Collaborators {
     core::Executor mainExecutor;
@@ -98,8 +103,11 @@ class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordina
   void handlePolicyChange(const policy::VelmoRunConfig& fresh);
   asio::awaitable<void> processInstallOrUpdateItems(std::set<std::string> ids);
   asio::awaitable<void> processUpdateOnlyItems(std::set<std::string> ids);
-  // Reconciles the listed items with the tool before a run's job.
+  // Reconciles the listed items with the tool before a run's job: an item
+  // with nothing due leaves the list, and its deferrals go.
   asio::awaitable<void> compareListedItems();
+  asio::awaitable<int> compareItem(std::string id, core::TimeInterval timeout);
+  void handleCompareResult(const std::string& id, int exitCode);
 
   void handleWorkspaceEvent(platform::WorkspaceEvent event);
 
@@ -124,6 +132,7 @@ class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordina
   // A usable interval from a configured one; a non-positive or non-finite one
   // would run back to back, so it falls back to the default, with a warning.
   core::TimeInterval sanitizedInterval(double seconds) const;
+  asio::awaitable<void> compareWorker(std::shared_ptr<std::deque<std::string>> pending);
   asio::awaitable<void> runNewItems(std::vector<std::string> arguments, std::string ids);
   // The window check of a run, with its log lines; nothing is recorded for a refused run.
   bool windowsAllow(bool userInitiated, platform::TimePoint now) const;

@@ -56,7 +56,7 @@ class FakeChildProcess final : public ChildProcess {
 LaunchResult FakeProcessLauncher::launch(const std::filesystem::path& executable,
                                          const std::vector<std::string>& arguments,
                                          StandardError standardError) {
-  launches_.push_back({executable, arguments, {}, standardError});
+  launches_.push_back({executable, arguments, {}, standardError, clock_.now()});
   if (!failures_.empty()) {
     std::string description = std::move(failures_.front());
     failures_.pop_front();

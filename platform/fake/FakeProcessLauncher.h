@@ -28,6 +28,7 @@ class FakeProcessLauncher final : public ProcessLauncher {
     std::vector<std::string> arguments;
     std::vector<int> signals;  // Signals sent to the child, in order.
     StandardError standardError = StandardError::discard;
+    TimePoint at{};  // When it was launched, on the clock.
   };
 
   explicit FakeProcessLauncher(Clock& clock) : clock_(clock) {}

@@ -29,6 +29,26 @@ using Calls = std::vector<std::vector<std::string>>;
 const platform::TimePoint kStart = platform::fake::VirtualClock::kDefaultStart;
 const platform::TimePoint kWednesday0200 = kStart + hours(11) + minutes(54) + seconds(51);
 
+core::UpdateItem item(const std::string& id) {
+  return core::UpdateItem(id, id, "2.0", "1.0", "/Applications/" + id + ".app", false, false);
+}
+
+// The list as the UI controller keeps it, with what the coordinator asked of it.
+class FakeListedItems final : public ListedItems {
+ public:
+  std::vector<core::UpdateItem> items;
+  std::vector<std::pair<std::string, double>> removals;
+  std::vector<std::string> deferralRemovals;
+
+  const std::vector<core::UpdateItem>& updateItems() const override { return items; }
+  void scheduleRemoval(const core::UpdateItem& item, core::TimeInterval delay) override {
+    removals.emplace_back(item.id, delay.count());
+  }
+  void postRemoveDeferrals(const core::UpdateItem& item) override {
+    deferralRemovals.push_back(item.id);
+  }
+};
+
 class VelmoRunCoordinatorTest : public ::testing::Test {
  protected:
   void setManaged(const char* domain, core::PlistDictionary values) {
@@ -388,6 +408,169 @@ TEST_F(VelmoRunCoordinatorTest, ARequestDuringARunSharesOneFurtherPass) {
   EXPECT_EQ(runCount(), 2);
   EXPECT_EQ(clock_.pendingTimers(), 1u);
 }
+
+TEST_F(VelmoRunCoordinatorTest, ComparesAtMostThreeAtOnceAndRunsTheJobAfterTheLast) {
+  auto listed = std::make_shared<FakeListedItems>();
+  for (const char* id : {"a", "b", "c", "d", "e"}) listed->items.push_back(item(id));
+  for (int i = 0; i < 5; ++i) launcher_.enqueue({.exitAfter = seconds(1) + milliseconds(100 * i)});
+  start();
+  coordinator_->setUIController(listed);
+  clock_.advance(seconds(10));
+
+  const auto& launches = launcher_.launches();
+  ASSERT_EQ(launches.size(), 6u);
+  const auto at = [&](std::size_t i) { return launches[i].at - (kStart + seconds(1)); };
+  for (std::size_t i = 0; i < 3; ++i) EXPECT_EQ(at(i), platform::Duration::zero()) << i;
+  // The fourth starts when the first ends, the fifth when the next one ends.
+  EXPECT_GE(at(3), seconds(1));
+  EXPECT_LT(at(3), milliseconds(1100));
+  EXPECT_GE(at(4), milliseconds(1100));
+  EXPECT_LT(at(4), milliseconds(1300));
+  EXPECT_EQ(launches[4].arguments, (std::vector<std::string>{"compare", "e", "--fail"}));
+  EXPECT_EQ(launches[5].arguments, (std::vector<std::string>{"install", "marvenith-velmo"}));
+  // The job waits for the last comparison, which began with the fifth.
+  EXPECT_GE(launches[5].at - launches[4].at, milliseconds(1400));
+}
+
+struct CompareCase {
+  const char* name;
+  std::optional<int> exitStatus;  // None: the comparison outlives its limit.
+  bool removed;
+  const char* line;
+};
+
+class CompareResult : public VelmoRunCoordinatorTest,
+                      public ::testing::WithParamInterface<CompareCase> {};
+
+TEST_P(CompareResult, OnlyNothingDueTakesTheItemAndItsDeferrals) {
+  auto listed = std::make_shared<FakeListedItems>();
+  listed->items = {item("a"), item("b")};
+  if (GetParam().exitStatus) {
+    launcher_.enqueue({.exitAfter = seconds(0), .exitStatus = *GetParam().exitStatus});
+  } else {
+    launcher_.enqueue({.exitAfterTerminate = seconds(0)});
+  }
+  launcher_.enqueue({.exitAfter = seconds(0), .exitStatus = 57});
+  start();
+  coordinator_->setUIController(listed);
+  clock_.advance(minutes(3));
+  using Removals = std::vector<std::pair<std::string, double>>;
+  const Removals expected = GetParam().removed ? Removals{{"a", 0.0}} : Removals{};
+  EXPECT_EQ(listed->removals, expected);
+  EXPECT_EQ(listed->deferralRemovals,
+            GetParam().removed ? std::vector<std::string>{"a"} : std::vector<std::string>{});
+  const std::string out = capture_.standardOutput();
+  const auto debugs = capture_.debugs();
+  const bool seen = out.find(GetParam().line) != std::string::npos ||
+                    std::any_of(debugs.begin(), debugs.end(),
+                                [&](const std::string& line) { return line == GetParam().line; });
+  EXPECT_TRUE(seen) << GetParam().line;
+  // The other comparison went on, and the job ran.
+  EXPECT_EQ(launcher_.launches().back().arguments,
+            (std::vector<std::string>{"install", "marvenith-velmo"}));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Statuses, CompareResult,
+    ::testing::Values(
+        CompareCase{"NothingDue", 0, true,
+                    "Velmo compare completed successfully for a, scheduling removal from list."},
+        CompareCase{"UpdateAvailable", 57, false,
+                    "Velmo compare indicates an update is available for a."},
+        CompareCase{"TimedOut", std::nullopt, false,
+                    "Velmo compare timed out for a; leaving item in list."},
+        CompareCase{"ToolSays124", 124, false,
+                    "Velmo compare timed out for a; leaving item in list."},
+        CompareCase{"Failed", 3, false, "Velmo compare failed for a with exit code 3."}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(VelmoRunCoordinatorTest, AResultForAnItemThatLeftTheListIsDropped) {
+  auto listed = std::make_shared<FakeListedItems>();
+  listed->items = {item("a")};
+  launcher_.enqueue({.exitAfter = seconds(5)});
+  start();
+  coordinator_->setUIController(listed);
+  clock_.advance(seconds(3));
+  listed->items.clear();
+  clock_.advance(seconds(10));
+  EXPECT_TRUE(listed->removals.empty());
+  EXPECT_EQ(debugCount("Discarding compare result; item with ID a no longer present."), 1u);
+}
+
+struct PolicyCase {
+  const char* name;
+  core::PlistDictionary before;
+  core::PlistDictionary after;
+  Calls tool;
+  std::vector<std::string> lines;
+};
+
+class PolicyChange : public VelmoRunCoordinatorTest,
+                     public ::testing::WithParamInterface<PolicyCase> {};
+
+TEST_P(PolicyChange, AppliesTheNewPolicyStepByStep) {
+  for (const auto& [key, value] : GetParam().before) defaults_.setObject(key, value);
+  start();
+  clock_.advance(seconds(1));  // The first run.
+  const std::size_t runs = launcher_.launches().size();
+  const std::string before = capture_.standardOutput();
+  for (const auto& [key, value] : GetParam().after) defaults_.setObject(key, value);
+  const auto fresh = policy::VelmoRunConfig::read(defaults_);
+  coordinator_->handlePolicyChange(fresh);
+  clock_.runUntilIdle();
+  Calls tool;
+  for (std::size_t i = runs; i < launcher_.launches().size(); ++i) {
+    tool.push_back(launcher_.launches()[i].arguments);
+  }
+  EXPECT_EQ(tool, GetParam().tool);
+  const std::string out = capture_.standardOutput().substr(before.size());
+  for (const auto& line : GetParam().lines) EXPECT_NE(out.find(line), std::string::npos) << out;
+  if (GetParam().lines.empty()) {
+    EXPECT_EQ(out, "");
+  }
+  EXPECT_EQ(coordinator_->config(), fresh);
+}
+
+const core::PlistArray kAB{"a", "b"};
+
+INSTANTIATE_TEST_SUITE_P(
+    Steps, PolicyChange,
+    ::testing::Values(PolicyCase{"IntervalRaised",
+                                 {{"RunInterval", 3600}},
+                                 {{"RunInterval", 7200}},
+                                 {},
+                                 {"Velmo Run interval increased: 1 hour \u2192 2 hours.",
+                                  "Scheduled next Velmo Run after MDM change event at "}},
+                      PolicyCase{
+                          "IntervalGoneWhileAtDefault", {{"RunInterval", 14400}}, {}, {}, {}},
+                      PolicyCase{"NewInstallOrUpdateFromUpdateOnly",
+                                 {{"UpdateOnly", core::PlistArray{"a"}}},
+                                 {{"InstallOrUpdate", core::PlistArray{"a"}}},
+                                 {{"install", "a"}},
+                                 {"New install or update items detected: a",
+                                  "Processing new install or update items: a"}},
+                      PolicyCase{"NewUpdateOnly",
+                                 {},
+                                 {{"UpdateOnly", kAB}},
+                                 {{"install", "a", "b", "--update-only"}},
+                                 {"New update-only items detected: a, b"}},
+                      PolicyCase{"NewUpdateOnlyUnderUpdateAll",
+                                 {{"UpdateAll", true}},
+                                 {{"UpdateOnly", kAB}},
+                                 {},
+                                 {"New update-only items detected: a, b"}},
+                      PolicyCase{"AddedToBothLists",
+                                 {},
+                                 {{"UpdateOnly", kAB}, {"InstallOrUpdate", core::PlistArray{"a"}}},
+                                 {{"install", "a"}, {"install", "b", "--update-only"}},
+                                 {"New install or update items detected: a",
+                                  "New update-only items detected: b"}},
+                      PolicyCase{"RemovedIDsStartNothing",
+                                 {{"InstallOrUpdate", kAB}},
+                                 {{"InstallOrUpdate", core::PlistArray{"a"}}},
+                                 {},
+                                 {}}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace velmo::agent::run

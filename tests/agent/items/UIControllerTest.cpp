@@ -1,0 +1,282 @@
+#include "agent/items/UIController.h"
+
+#include <gtest/gtest.h>
+
+#include <asio/io_context.hpp>
+
+#include "core/NotificationNames.h"
+#include "platform/fake/FakeDistributedNotificationCenter.h"
+#include "platform/fake/FakeFileManager.h"
+#include "platform/fake/FakeProcessLauncher.h"
+#include "platform/fake/FakeUserDefaults.h"
+#include "platform/fake/VirtualClock.h"
+#include "tests/support/LogCapture.h"
+
+namespace velmo::agent::items {
+namespace {
+
+namespace Name = core::NotificationName;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+std::string itemJSON(const std::string& id, const std::string& version = "2.0") {
+  return R"({"id":")" + id + R"(","friendlyName":")" + id + R"(","targetVersion":")" + version +
+         R"(","installPath":"/Applications/)" + id +
+         R"(.app","respectDnd":false,"respectMeetings":false})";
+}
+std::string arrayJSON(const std::vector<std::string>& ids) {
+  std::string text = "[";
+  for (const auto& id : ids) text += (text.size() > 1 ? "," : "") + itemJSON(id);
+  return text + "]";
+}
+
+class UIControllerTest : public ::testing::Test {
+ protected:
+  // File work runs on a context of its own, so a test decides when the load ends.
+  void start(bool finishLoad = true) {
+    controller_ = UIController::make({.mainExecutor = context_.get_executor(),
+                                      .fileExecutor = files_context_.get_executor(),
+                                      .clock = clock_,
+                                      .files = files_,
+                                      .paths = paths_,
+                                      .distributedCenter = distributed_,
+                                      .notificationCenter = notifications_,
+                                      .agentQueue = queue_},
+                                     nullptr);
+    if (finishLoad) settle();
+  }
+  // Runs file work and main work until both are quiet.
+  void settle() {
+    for (int i = 0; i < 10; ++i) {
+      files_context_.restart();
+      files_context_.poll();
+      clock_.runUntilIdle();
+    }
+  }
+  void advance(platform::Duration step) {
+    const auto end = clock_.now() + step;
+    while (clock_.now() < end) {
+      clock_.advance(std::min<platform::Duration>(milliseconds(50), end - clock_.now()));
+      settle();
+    }
+  }
+  void deliver(std::string_view name, std::optional<std::string> object,
+               std::optional<core::PlistDictionary> info = std::nullopt) {
+    distributed_.deliver({std::string(name), std::move(object), std::move(info)});
+    settle();
+  }
+  std::vector<std::string> ids() const {
+    std::vector<std::string> result;
+    for (const auto& item : controller_->updateItems()) result.push_back(item.id);
+    return result;
+  }
+  std::vector<std::string> fileIDs() const {
+    std::vector<std::string> result;
+    const auto text = files_.readFile(paths_.updateStateFile());
+    const auto items = text ? core::UpdateItem::arrayFromJSONText(*text) : std::nullopt;
+    if (items) {
+      for (const auto& item : *items) result.push_back(item.id);
+    }
+    return result;
+  }
+  std::size_t debugCount(const std::string& text) const {
+    const auto debugs = capture_.debugs();
+    return std::count(debugs.begin(), debugs.end(), text);
+  }
+  std::size_t queueChangedPosts() const {
+    return distributed_.postsNamed(Name::uiControllerQueueChanged).size();
+  }
+
+  asio::io_context context_;
+  asio::io_context files_context_;
+  platform::fake::VirtualClock clock_{context_};
+  testing::LogCapture capture_{&clock_};
+  platform::Paths paths_{"/sandbox"};
+  platform::fake::FakeFileManager files_;
+  platform::fake::FakeDistributedNotificationCenter distributed_{context_.get_executor()};
+  core::NotificationCenter notifications_;
+  platform::fake::FakeUserDefaults defaults_;
+  platform::fake::FakeProcessLauncher launcher_{clock_};
+  run::VelmoRunner runner_{launcher_, clock_, "/tool/velmo"};
+  VelmoAgentQueue queue_{{context_.get_executor(), clock_, defaults_, runner_}};
+  std::shared_ptr<UIController> controller_;
+};
+
+TEST_F(UIControllerTest, ThreeSavesWithinTheThrottleWriteTwice) {
+  start();
+  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"a", "b", "c"}));
+  EXPECT_EQ(debugCount("Skipping immediate save - scheduling delayed save in 0.300s"), 1u);
+  EXPECT_EQ(debugCount("Skipping save - delayed save already scheduled"), 1u);
+  EXPECT_EQ(fileIDs(), (std::vector<std::string>{"a"}));
+  advance(milliseconds(300));
+  // The delayed save writes the list as it stands then.
+  EXPECT_EQ(fileIDs(), (std::vector<std::string>{"a", "b", "c"}));
+  const std::string saved =
+      "Successfully saved update state to " + paths_.updateStateFile().string();
+  EXPECT_EQ(debugCount(saved), 2u);
+  // One post, two seconds after the last write.
+  advance(milliseconds(1990));
+  EXPECT_EQ(queueChangedPosts(), 0u);
+  advance(milliseconds(20));
+  EXPECT_EQ(queueChangedPosts(), 1u);
+}
+
+TEST_F(UIControllerTest, WritesFarApartPostOnceEach) {
+  start();
+  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"a"}));
+  advance(seconds(3));
+  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"b"}));
+  advance(seconds(1));
+  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"c"}));
+  advance(seconds(3));
+  EXPECT_EQ(queueChangedPosts(), 2u);
+}
+
+TEST_F(UIControllerTest, AnAddWithAKnownIDKeepsItsPlaceAndTakesAllFields) {
+  start();
+  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"a", "b"}));
+  deliver(Name::addItemsToUIControllerQueue, "[" + itemJSON("a", "3.0") + "]");
+  EXPECT_EQ(ids(), (std::vector<std::string>{"a", "b"}));
+  EXPECT_EQ(controller_->updateItems()[0].targetVersion, "3.0");
+  EXPECT_EQ(debugCount("Updated existing update item: a"), 1u);
+}
+
+struct BadInput {
+  const char* name;
+  std::string_view notification;
+  std::optional<std::string> object;
+  std::optional<core::PlistDictionary> info;
+  const char* error;
+};
+
+class UIControllerBadInput : public UIControllerTest,
+                             public ::testing::WithParamInterface<BadInput> {};
+
+TEST_P(UIControllerBadInput, IsALoggedNoOp) {
+  start();
+  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"a"}));
+  advance(seconds(3));
+  const auto posts = distributed_.posts().size();
+  deliver(GetParam().notification, GetParam().object, GetParam().info);
+  advance(seconds(5));
+  EXPECT_EQ(capture_.errors(), std::vector<std::string>{GetParam().error});
+  EXPECT_EQ(ids(), std::vector<std::string>{"a"});
+  EXPECT_EQ(fileIDs(), std::vector<std::string>{"a"});
+  EXPECT_EQ(distributed_.posts().size(), posts);
+  EXPECT_TRUE(launcher_.launches().empty());
+}
+
+const char* kItemsError = "Failed to decode items from notification.";
+const char* kItemError = "Failed to decode item from notification.";
+const char* kStateError = "Invalid state change notification.";
+using Info = core::PlistDictionary;
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, UIControllerBadInput,
+    ::testing::Values(
+        BadInput{
+            "AddWithoutObject", Name::addItemsToUIControllerQueue, std::nullopt, {}, kItemsError},
+        BadInput{"AddWithBadJSON", Name::addItemsToUIControllerQueue, "[{", {}, kItemsError},
+        BadInput{
+            "AddWithOneItem", Name::addItemsToUIControllerQueue, itemJSON("b"), {}, kItemsError},
+        BadInput{"AddWithOneBadElement",
+                 Name::addItemsToUIControllerQueue,
+                 "[" + itemJSON("b") + R"(,{"id":"c"}])",
+                 {},
+                 kItemsError},
+        BadInput{"EnqueueWithoutObject", Name::enqueueUpdateItem, std::nullopt, {}, kItemError},
+        BadInput{"EnqueueAnArray", Name::enqueueUpdateItem, arrayJSON({"b"}), {}, kItemError},
+        BadInput{"StateWithoutInfo", Name::updateItemStateChange, std::nullopt, {}, kStateError},
+        BadInput{"StateWithEmptyInfo", Name::updateItemStateChange, std::nullopt, Info{},
+                 kStateError},
+        BadInput{"StateWithoutID", Name::updateItemStateChange, std::nullopt,
+                 Info{{"state", "installed"}}, kStateError},
+        BadInput{"StateWithNumericID", Name::updateItemStateChange, std::nullopt,
+                 Info{{"id", 7}, {"state", "installed"}}, kStateError},
+        // A capital makes it no state at all, listed or not.
+        BadInput{"StateWithACapital", Name::updateItemStateChange, std::nullopt,
+                 Info{{"id", "a"}, {"state", "Installed"}}, kStateError},
+        BadInput{"StateUnlistedWithACapital", Name::updateItemStateChange, std::nullopt,
+                 Info{{"id", "zz"}, {"state", "Installed"}}, kStateError}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(UIControllerTest, OnlyInstalledRemovesAndOnlyAfterThreeSeconds) {
+  start();
+  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"a", "b"}));
+  advance(seconds(1));
+  deliver(Name::updateItemStateChange, std::nullopt, Info{{"id", "a"}, {"state", "failed"}});
+  deliver(Name::updateItemStateChange, std::nullopt, Info{{"id", "zz"}, {"state", "installed"}});
+  EXPECT_EQ(debugCount("Discarding state change notification alien ID zz."), 1u);
+  deliver(Name::updateItemStateChange, std::nullopt, Info{{"id", "b"}, {"state", "installed"}});
+  EXPECT_EQ(debugCount("Scheduling removal of update item: b after 3.0 seconds."), 1u);
+  advance(milliseconds(2950));
+  EXPECT_EQ(ids(), (std::vector<std::string>{"a", "b"}));
+  advance(milliseconds(100));
+  EXPECT_EQ(ids(), std::vector<std::string>{"a"});
+  advance(seconds(1));
+  EXPECT_EQ(fileIDs(), std::vector<std::string>{"a"});
+  EXPECT_TRUE(capture_.errors().empty());
+}
+
+TEST_F(UIControllerTest, ABadStateFileReadsAsEmptyAndTheFirstSaveReplacesIt) {
+  files_.addFile(paths_.updateStateFile(), "{not json");
+  start();
+  EXPECT_EQ(debugCount("No existing update state found. Starting fresh."), 1u);
+  EXPECT_TRUE(ids().empty());
+  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"a"}));
+  EXPECT_EQ(fileIDs(), std::vector<std::string>{"a"});
+}
+
+TEST_F(UIControllerTest, ItemsThatArriveBeforeTheLoadEndsAreKept) {
+  files_.addFile(paths_.updateStateFile(), arrayJSON({"x", "y", "z"}));
+  start(/*finishLoad=*/false);
+  distributed_.deliver(
+      {std::string(Name::addItemsToUIControllerQueue), arrayJSON({"new", "y"}), std::nullopt});
+  clock_.runUntilIdle();
+  EXPECT_FALSE(controller_->isLoaded());
+  settle();
+  EXPECT_EQ(debugCount("Loaded update state for 3 items."), 1u);
+  EXPECT_EQ(ids(), (std::vector<std::string>{"x", "y", "z", "new"}));
+  // The save asked for meanwhile waited for the merge.
+  EXPECT_EQ(fileIDs(), (std::vector<std::string>{"x", "y", "z", "new"}));
+}
+
+TEST_F(UIControllerTest, AFailedWritePostsNothingAndLeavesTheOldFile) {
+  start();
+  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"a"}));
+  advance(seconds(3));
+  files_.failWrites(true);
+  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"b"}));
+  advance(seconds(3));
+  EXPECT_EQ(capture_.errors(),
+            std::vector<std::string>{"Failed to save update state file: Cannot write "
+                                     "/sandbox/Library/Application Support/Marvenith/Velmo/"
+                                     "UpdateState.json.tmp (NSPOSIXErrorDomain, code: 30)"});
+  EXPECT_EQ(fileIDs(), std::vector<std::string>{"a"});
+  EXPECT_EQ(queueChangedPosts(), 1u);
+  EXPECT_EQ(ids(), (std::vector<std::string>{"a", "b"}));
+}
+
+TEST_F(UIControllerTest, AnEnqueuedItemGoesToTheQueueNotToTheList) {
+  start();
+  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"a"}));
+  deliver(Name::enqueueUpdateItem, itemJSON("a"));
+  deliver(Name::enqueueUpdateItem, itemJSON("b"));
+  EXPECT_EQ(debugCount("Item with ID a already exists in the updateItems array."), 1u);
+  ASSERT_EQ(launcher_.launches().size(), 2u);
+  EXPECT_EQ(
+      launcher_.launches()[1].arguments,
+      (std::vector<std::string>{"install", "b", "--menu-bar-notification", "--user-initiated"}));
+  EXPECT_EQ(ids(), std::vector<std::string>{"a"});
+}
+
+TEST_F(UIControllerTest, ACheckWithoutARunCompletesAtOnceWithoutProgress) {
+  start();
+  deliver(Name::userInitiatedUpdateCheck, std::nullopt);
+  advance(seconds(5));
+  EXPECT_EQ(distributed_.postsNamed(Name::userInitiatedUpdateCheckCompleted).size(), 1u);
+  EXPECT_EQ(distributed_.postsNamed(Name::userInitiatedUpdateCheckInProgress).size(), 0u);
+}
+
+}  // namespace
+}  // namespace velmo::agent::items

@@ -1,0 +1,100 @@
+#include "agent/items/VelmoAgentQueue.h"
+
+#include <gtest/gtest.h>
+
+#include <asio/io_context.hpp>
+
+#include "platform/fake/FakeProcessLauncher.h"
+#include "platform/fake/FakeUserDefaults.h"
+#include "platform/fake/VirtualClock.h"
+#include "tests/support/LogCapture.h"
+
+namespace velmo::agent::items {
+namespace {
+
+using std::chrono::seconds;
+
+core::UpdateItem item(const std::string& id, std::optional<bool> serial) {
+  return core::UpdateItem(id, id, "2.0", std::nullopt, "/Applications/" + id + ".app", false, false,
+                          serial);
+}
+
+class VelmoAgentQueueTest : public ::testing::Test {
+ protected:
+  std::vector<platform::Duration> launchTimes() const {
+    std::vector<platform::Duration> times;
+    for (const auto& launch : launcher_.launches()) times.push_back(launch.at - start_);
+    return times;
+  }
+
+  asio::io_context context_;
+  platform::fake::VirtualClock clock_{context_};
+  platform::TimePoint start_ = clock_.now();
+  testing::LogCapture capture_{&clock_};
+  platform::fake::FakeUserDefaults defaults_;
+  platform::fake::FakeProcessLauncher launcher_{clock_};
+  run::VelmoRunner runner_{launcher_, clock_, "/tool/velmo"};
+  VelmoAgentQueue queue_{{context_.get_executor(), clock_, defaults_, runner_}};
+};
+
+struct SideCase {
+  const char* name;
+  std::optional<bool> serial;
+  std::vector<platform::Duration> starts;
+};
+
+class QueueSides : public VelmoAgentQueueTest, public ::testing::WithParamInterface<SideCase> {};
+
+TEST_P(QueueSides, SerialItemsWaitForEachOtherOthersDoNot) {
+  launcher_.enqueue({.exitAfter = seconds(10)});
+  launcher_.enqueue({.exitAfter = seconds(10)});
+  queue_.enqueue(item("a", GetParam().serial));
+  queue_.enqueue(item("b", GetParam().serial));
+  clock_.advance(seconds(30));
+  EXPECT_EQ(launchTimes(), GetParam().starts);
+  EXPECT_TRUE(queue_.serialQueueItems().empty());
+  EXPECT_TRUE(queue_.concurrentQueueItems().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Sides, QueueSides,
+    ::testing::Values(SideCase{"Serial", true, {seconds(0), seconds(10)}},
+                      SideCase{"ConcurrentFalse", false, {seconds(0), seconds(0)}},
+                      SideCase{"ConcurrentAbsent", std::nullopt, {seconds(0), seconds(0)}}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(VelmoAgentQueueTest, AnItemTwiceInWorkRunsTwiceAndShowsOnce) {
+  launcher_.enqueue({.exitAfter = seconds(5)});
+  launcher_.enqueue({.exitAfter = seconds(20)});
+  queue_.enqueue(item("a", false));
+  queue_.enqueue(item("a", false));
+  clock_.runUntilIdle();
+  EXPECT_EQ(queue_.concurrentQueueItems().size(), 1u);
+  EXPECT_EQ(launcher_.launches().size(), 2u);
+  clock_.advance(seconds(6));
+  EXPECT_TRUE(queue_.concurrentQueueItems().empty());
+  const auto debugs = capture_.debugs();
+  EXPECT_NE(std::find(debugs.begin(), debugs.end(), "Items in concurrent queue: [\"a\"]"),
+            debugs.end());
+}
+
+TEST_F(VelmoAgentQueueTest, UpdateMASAddsAFifthWordAndAFailureIsLoggedThenFinished) {
+  defaults_.setObject("UpdateMAS", true);
+  launcher_.enqueue({.exitAfter = seconds(2), .exitStatus = 1});
+  queue_.enqueue(item("a", true));
+  clock_.advance(seconds(3));
+  ASSERT_EQ(launcher_.launches().size(), 1u);
+  EXPECT_EQ(launcher_.launches()[0].arguments,
+            (std::vector<std::string>{"install", "a", "--menu-bar-notification", "--user-initiated",
+                                      "--update-mas"}));
+  EXPECT_EQ(capture_.errors(),
+            std::vector<std::string>{"Failed to process queued update item: a with exit code: 1"});
+  const auto debugs = capture_.debugs();
+  EXPECT_NE(std::find(debugs.begin(), debugs.end(),
+                      "Time taken to process queued update item a: 2.00 seconds"),
+            debugs.end());
+  EXPECT_TRUE(queue_.serialQueueItems().empty());
+}
+
+}  // namespace
+}  // namespace velmo::agent::items
