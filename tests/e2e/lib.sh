@@ -3,7 +3,8 @@
 # is driven only from outside the agent: bus clients, files and signals.
 #   e2e_setup <velmo-agent> <stand-in tool>   sets $workdir $root $tooldir
 #   start_agent                               sets $agent_pid; logs in $workdir
-#   wait_for <seconds> <command...>           polls every 50 ms; false on time-out
+#   wait_for <seconds> <command...>           polls every 50 ms; false on time-out;
+#                                             one quoted word is evaluated afresh each time
 #   fail <text>                               counts a failure; finish reports them
 set -u
 failures=0
@@ -51,7 +52,9 @@ wait_for() {
   local limit="$1"
   shift
   local deadline=$(($(date +%s%N) + limit * 1000000000))
-  until "$@"; do
+  local check=("$@")
+  [ $# -eq 1 ] && check=(eval "$1")
+  until "${check[@]}"; do
     [ "$(date +%s%N)" -lt "$deadline" ] || return 1
     sleep 0.05
   done
@@ -74,3 +77,55 @@ finish() {
   fi
   exit "$failures"
 }
+
+# The bus as dbus-monitor sees it, into $workdir/monitor.log.
+start_monitor() {
+  dbus-monitor --address "$DBUS_SYSTEM_BUS_ADDRESS" \
+    "type='signal',interface='com.marvenith.velmo.Notifications'" >"$workdir/monitor.log" 2>&1 &
+  extra_pids="$extra_pids $!"
+  wait_for 5 test -s "$workdir/monitor.log"
+}
+
+# post_times <short name>: the bus times of each post of that notification.
+post_times() {
+  awk -v name="\"com.marvenith.velmo.$1\"" '
+    /^signal / { split($2, t, "="); time = t[2]; post = /member=Post/; first = 1; next }
+    post && first && /^ +string / { first = 0; if ($2 == name) print time }' "$workdir/monitor.log"
+}
+
+# post <short name> [object] [user info as GVariant text]
+post() {
+  local object="@as []" info="@a{sv} {}"
+  [ -n "${2:-}" ] && object="@as ['$2']"
+  [ -n "${3:-}" ] && info="$3"
+  gdbus emit --system -o /com/marvenith/velmo -s com.marvenith.velmo.Notifications.Post \
+    "'com.marvenith.velmo.$1'" "$object" "$info" >/dev/null
+}
+
+# item_json <id> [serialInstallRequired]
+item_json() {
+  local serial=""
+  [ -n "${2:-}" ] && serial=",\"serialInstallRequired\":$2"
+  printf '{"id":"%s","friendlyName":"%s","targetVersion":"2.0","installPath":"/Applications/%s.app","respectDnd":false,"respectMeetings":false%s}' \
+    "$1" "$1" "$1" "$serial"
+}
+
+state_file() { echo "$root/Library/Application Support/Marvenith/Velmo/UpdateState.json"; }
+# The ids in the update state file, one per line.
+state_ids() { grep -o '"id": "[^"]*"' "$(state_file)" 2>/dev/null | cut -d'"' -f4; }
+
+# manage <plist body>: an administrator's profile for the agent's domain,
+# written beside and moved into place as configuration tools do.
+manage() {
+  local managed="$root/Library/Managed Preferences"
+  cat >"$workdir/policy.plist" <<PLIST
+<?xml version="1.0" encoding="UTF-8"?>
+<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
+<plist version="1.0"><dict>$1</dict></plist>
+PLIST
+  cp "$workdir/policy.plist" "$managed/.policy.tmp"
+  mv "$managed/.policy.tmp" "$managed/com.marvenith.velmo-agent.plist"
+}
+
+# Lines of the agent's standard output without colour codes.
+agent_output() { sed 's/\x1b\[[0-9;]*m//g' "$workdir/agent.log"; }
