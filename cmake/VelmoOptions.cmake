@@ -21,6 +21,12 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   target_compile_definitions(velmo_options INTERFACE ASIO_HAS_CO_AWAIT=1)
 endif()
 
+# With fuzzers on, every library carries the coverage hooks, so that the
+# fuzzers learn from the decoders' own branches, not only their harnesses.
+if(VELMO_BUILD_FUZZERS AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  target_compile_options(velmo_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
 set(_velmo_sanitizers "")
 if(VELMO_ASAN)
   list(APPEND _velmo_sanitizers address)
