@@ -61,6 +61,9 @@ std::optional<platform::TimePoint> Iso8601DateFormatter::date(std::string_view t
                                                  std::chrono::month(static_cast<unsigned>(*month)),
                                                  std::chrono::day(static_cast<unsigned>(*day))};
   if (!calendarDate.ok()) return std::nullopt;
+  // Instants are nanoseconds in 64 bits: about 1678 to 2261. A date outside
+  // can't be held, and reads as no date rather than overflowing.
+  if (*year < 1678 || *year > 2261) return std::nullopt;
   return platform::TimePoint(std::chrono::sys_days(calendarDate)) + std::chrono::hours(*hour) +
          std::chrono::minutes(*minute - *offset) + std::chrono::seconds(*second);
 }

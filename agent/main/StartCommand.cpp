@@ -35,6 +35,9 @@ asio::awaitable<void> StartCommand::run() {
                                              .notificationCenter = c.notificationCenter,
                                              .agentQueue = c.agentQueue},
                                             coordinator);
+  deferralManager_ =
+      std::make_unique<deferrals::DeferralManager>(deferrals::DeferralManager::Collaborators{
+          c.clock, c.files, c.paths, c.distributedCenter, c.notificationCenter});
 
   // Whether users' quitting of applications may start their updates; the
   // object that acts on it joins the start-up with its own subsystem.
@@ -42,6 +45,12 @@ asio::awaitable<void> StartCommand::run() {
       "ActiveIntervals", mdm::ManagedDomain::velmoAgent, true);
   logger_.debug(std::string("Active intervals are ") + (activeIntervals ? "enabled" : "disabled"));
   coordinator->setUIController(uiController_);
+  if (activeIntervals) {
+    activeIntervalManager_ = std::make_unique<deferrals::ActiveIntervalManager>(
+        deferrals::ActiveIntervalManager::Collaborators{
+            c.mainExecutor, c.clock, c.distributedCenter, c.terminations, c.runner},
+        uiController_);
+  }
 
   // Nothing ends this loop: the process lives until it is stopped by a signal.
   for (;;) {

@@ -4,6 +4,8 @@
 
 #include <asio/awaitable.hpp>
 
+#include "agent/deferrals/ActiveIntervalManager.h"
+#include "agent/deferrals/DeferralManager.h"
 #include "agent/items/UIController.h"
 #include "agent/items/VelmoAgentQueue.h"
 #include "core/CustomLogger.h"
@@ -44,6 +46,7 @@ class StartCommand {
     platform::FileManager& files;
     run::InventoryUpdater& inventory;
     items::VelmoAgentQueue& agentQueue;
+    platform::ApplicationTerminations& terminations;
   };
 
   explicit StartCommand(Collaborators collaborators);
@@ -56,6 +59,8 @@ class StartCommand {
   core::CustomLogger logger_{"StartCommand"};
   // The long-lived objects; they live as long as the process.
   std::shared_ptr<items::UIController> uiController_;
+  std::unique_ptr<deferrals::DeferralManager> deferralManager_;
+  std::unique_ptr<deferrals::ActiveIntervalManager> activeIntervalManager_;
 };
 
 }  // namespace velmo::agent

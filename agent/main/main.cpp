@@ -29,6 +29,7 @@
 #include "platform/linux/PosixFileManager.h"
 #include "platform/linux/PosixHost.h"
 #include "platform/linux/PosixProcessLauncher.h"
+#include "platform/linux/ProcessConnectorTerminations.h"
 #include "platform/linux/SdBusConnection.h"
 #include "platform/linux/SdBusNotificationCenter.h"
 #include "platform/linux/SystemClock.h"
@@ -94,9 +95,11 @@ int main(int argc, char** argv) {
   asio::thread_pool fileThread(1);
   agent::items::VelmoAgentQueue agentQueue({mainExecutor, clock, userDefaults, runner});
   agent::items::VelmoAgentQueue::setShared(&agentQueue);
+  platform::linux::ProcessConnectorTerminations terminations(mainExecutor, clock);
+  terminations.start();
   agent::StartCommand start({mainExecutor, clock, paths, fileThread.get_executor(), runner,
                              distributedCenter, notificationCenter, workspaceEvents, managedPrefs,
-                             userDefaults, files, inventory, agentQueue});
+                             userDefaults, files, inventory, agentQueue, terminations});
 
   core::startTask(mainExecutor, start.run(), core::CustomLogger("StartCommand"));
   mainContext.run();

@@ -118,9 +118,16 @@ std::optional<platform::TimePoint> VelmoRunCoordinator::nextRunDate() const {
   return timer_ ? timerFireDate_ : std::nullopt;
 }
 
+// The wait holds the coordinator weakly: one that is gone by then runs nothing.
 void VelmoRunCoordinator::startTriggerRun(core::TimeInterval delay) {
-  startHolding(collaborators_.mainExecutor, weak_from_this(), logger_,
-               [delay](VelmoRunCoordinator& self) { return self.triggerRun(delay); });
+  core::startTask(
+      collaborators_.mainExecutor,
+      [](std::weak_ptr<VelmoRunCoordinator> weak, platform::Clock& clock,
+         core::TimeInterval delay) -> asio::awaitable<void> {
+        if (delay.count() > 0) co_await clock.sleep(core::toDuration(delay));
+        if (auto self = weak.lock()) co_await self->triggerRun(core::TimeInterval(0));
+      }(weak_from_this(), collaborators_.clock, delay),
+      logger_);
 }
 
 asio::awaitable<void> VelmoRunCoordinator::triggerRun(core::TimeInterval delay) {

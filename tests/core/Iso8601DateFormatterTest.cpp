@@ -40,7 +40,10 @@ INSTANTIATE_TEST_SUITE_P(
                       ParseCase{"2026-03-10T24:00:00Z", std::nullopt},
                       ParseCase{"2026-03-10T14:05:09Zjunk", std::nullopt},
                       ParseCase{"2026-03-10T14:05:09+1:00", std::nullopt},
-                      ParseCase{"", std::nullopt}, ParseCase{"not a date at all!!", std::nullopt}));
+                      // Beyond what an instant of 64-bit nanoseconds holds.
+                      ParseCase{"9999-12-31T23:59:59Z", std::nullopt},
+                      ParseCase{"0001-01-01T00:00:00Z", std::nullopt}, ParseCase{"", std::nullopt},
+                      ParseCase{"not a date at all!!", std::nullopt}));
 
 TEST(Iso8601DateFormatter, WritesUtcWholeSecondsAndReadsItBack) {
   const auto withFraction = kT + std::chrono::milliseconds(987);

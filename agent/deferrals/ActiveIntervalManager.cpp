@@ -1,0 +1,172 @@
+#include "agent/deferrals/ActiveIntervalManager.h"
+
+#include <asio/post.hpp>
+
+#include "core/NotificationNames.h"
+#include "core/URL.h"
+
+namespace velmo::agent::deferrals {
+
+namespace Name = core::NotificationName;
+
+ActiveIntervalManager::ActiveIntervalManager(const Collaborators& collaborators,
+                                             std::shared_ptr<items::UIController> uiController)
+    : collaborators_(collaborators), uiController_(std::move(uiController)) {
+  logger_.debug("Initializing ActiveIntervalManager.");
+  observe(Name::willPerformInstall, &ActiveIntervalManager::handleWillPerformInstall);
+  observe(Name::didPerformInstall, &ActiveIntervalManager::handleDidPerformInstall);
+  observe(Name::dialogResponse, &ActiveIntervalManager::handleDialogResponse);
+  logger_.debug("Registering for NSWorkspace.didTerminateApplicationNotification.");
+  terminationObserver_ = collaborators_.terminations.addObserver(
+      [this](const std::optional<std::filesystem::path>& bundle) {
+        handleTerminationNotification(bundle);
+      });
+}
+
+ActiveIntervalManager::~ActiveIntervalManager() {
+  *alive_ = false;
+  logger_.debug("Deinitializing ActiveIntervalManager.");
+  for (const auto& token : observers_) collaborators_.distributedCenter.removeObserver(token);
+  collaborators_.terminations.removeObserver(terminationObserver_);
+}
+
+// Each notification's work runs as a task of its own on the main executor.
+void ActiveIntervalManager::observe(
+    std::string_view name,
+    void (ActiveIntervalManager::*handler)(const platform::DistributedNotification&)) {
+  observers_.push_back(collaborators_.distributedCenter.addObserver(
+      name, [this, handler](const platform::DistributedNotification& n) {
+        asio::post(collaborators_.mainExecutor, [this, handler, n, alive = alive_] {
+          if (*alive) (this->*handler)(n);
+        });
+      }));
+}
+
+std::string ActiveIntervalManager::normalizedPath(const std::string& path) {
+  const auto url = core::URL::fileURLWithPath(path);
+  return url ? url->path() : path;
+}
+
+void ActiveIntervalManager::handleDialogResponse(
+    const platform::DistributedNotification& notification) {
+  const auto response =
+      notification.object ? core::DialogResponse::fromJSONText(*notification.object) : std::nullopt;
+  if (!response) {
+    logger_.error("Failed to decode notification object to DialogResponse.");
+    return;
+  }
+  if (!response->response.isDeferral()) {
+    logger_.debug("Dialog response was not a deferral.");
+    return;
+  }
+  logger_.debug("Adding " + response->appId + " to recently deferred apps to monitor.");
+  // The first response of an identifier stays; a later one changes nothing.
+  if (std::find(recentlyDeferredApps_.begin(), recentlyDeferredApps_.end(), *response) ==
+      recentlyDeferredApps_.end()) {
+    recentlyDeferredApps_.push_back(*response);
+  }
+}
+
+void ActiveIntervalManager::handleWillPerformInstall(
+    const platform::DistributedNotification& notification) {
+  const auto item =
+      notification.object ? core::UpdateItem::fromJSONText(*notification.object) : std::nullopt;
+  if (!item) {
+    logger_.error("Failed to decode item from notification.");
+    return;
+  }
+  const auto deferred = std::find_if(
+      recentlyDeferredApps_.begin(), recentlyDeferredApps_.end(),
+      [&](const core::DialogResponse& response) { return response.identifier == item->id; });
+  if (deferred != recentlyDeferredApps_.end()) {
+    logger_.debug("Removing deferral for " + item->id);
+    recentlyDeferredApps_.erase(deferred);
+  } else {
+    logger_.debug("No matching deferral found for " + item->id);
+  }
+  if (std::find(ignoredApps_.begin(), ignoredApps_.end(), *item) == ignoredApps_.end()) {
+    logger_.debug("Adding " + item->id + " to ignored apps.");
+    ignoredApps_.push_back(*item);
+  }
+}
+
+void ActiveIntervalManager::handleDidPerformInstall(
+    const platform::DistributedNotification& notification) {
+  const auto item =
+      notification.object ? core::UpdateItem::fromJSONText(*notification.object) : std::nullopt;
+  if (!item) {
+    logger_.error("Failed to decode item from notification.");
+    return;
+  }
+  const auto ignored = std::find(ignoredApps_.begin(), ignoredApps_.end(), *item);
+  if (ignored != ignoredApps_.end()) {
+    logger_.debug("Removing " + item->id + " from ignored apps.");
+    ignoredApps_.erase(ignored);
+  } else {
+    logger_.debug("No matching ignored app found for " + item->id);
+  }
+}
+
+void ActiveIntervalManager::handleTerminationNotification(
+    const std::optional<std::filesystem::path>& bundle) {
+  logger_.debug("Received application termination notification.");
+  if (!bundle || bundle->empty()) {
+    logger_.debug("Failed to get terminated app information.");
+    return;
+  }
+  const std::string path = normalizedPath(bundle->string());
+  const auto samePath = [&](const std::string& other) { return normalizedPath(other) == path; };
+  if (std::any_of(ignoredApps_.begin(), ignoredApps_.end(),
+                  [&](const core::UpdateItem& item) { return samePath(item.installPath); })) {
+    logger_.debug("Terminated app is in the ignored list, skipping active interval update.");
+    return;
+  }
+  std::optional<std::string> identifier;
+  for (const auto& item : uiController_->updateItems()) {
+    if (samePath(item.installPath)) {
+      identifier = item.id;
+      logger_.debug("Matching app found in Velmo Menu Bar App update list: " + path);
+      break;
+    }
+  }
+  if (!identifier) {
+    logger_.debug("No matching app found in Velmo Menu Bar App update list: " + path);
+    for (const auto& response : recentlyDeferredApps_) {
+      if (samePath(response.path())) {
+        identifier = response.appId;
+        break;
+      }
+    }
+    if (!identifier) {
+      logger_.debug("No matching deferral found for terminated app: " + path);
+      return;
+    }
+    logger_.debug("Matching deferral found for terminated app: " + path);
+  }
+  core::startTask(
+      collaborators_.mainExecutor,
+      [](ActiveIntervalManager& manager, std::shared_ptr<bool> alive,
+         std::string identifier) -> asio::awaitable<void> {
+        platform::Clock& clock = manager.collaborators_.clock;
+        co_await clock.sleep(core::toDuration(kSettleDelay));
+        if (!*alive) co_return;
+        co_await manager.activeIntervalUpdate(std::move(identifier));
+      }(*this, alive_, *identifier),
+      logger_);
+}
+
+asio::awaitable<void> ActiveIntervalManager::activeIntervalUpdate(std::string identifier) {
+  const std::shared_ptr<bool> alive = alive_;
+  std::vector<std::string> arguments{"install", identifier, "--update-only", "--silent",
+                                     "--active-interval-update"};
+  const std::optional<core::TimeInterval> noLimit;
+  const int status = co_await collaborators_.runner.run(std::move(arguments), noLimit);
+  if (!*alive) co_return;
+  logger_.info("Processing Active Interval update for: " + identifier);
+  if (status != 0) {
+    logger_.error("Failed to process Active Interval update for " + identifier +
+                  " with exit code " + std::to_string(status));
+  }
+}
+
+}  // namespace velmo::agent::deferrals

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <asio/awaitable.hpp>
+
+#include "agent/items/UIController.h"
+#include "agent/run/VelmoRunner.h"
+#include "core/CustomLogger.h"
+#include "core/DialogResponse.h"
+#include "core/Executors.h"
+#include "core/UpdateItem.h"
+#include "platform/ApplicationTerminations.h"
+#include "platform/Clock.h"
+#include "platform/DistributedNotificationCenter.h"
+
+namespace velmo::agent::deferrals {
+
+// Updates an application the moment its user quits it, when it has an update
+// listed or recently deferred, unless it is being installed right now. Both
+// sets live in memory only. Lives on the main executor.
+class ActiveIntervalManager {
+ public:
+  static constexpr core::TimeInterval kSettleDelay{1.0};
+
+  struct Collaborators {
+    core::Executor mainExecutor;
+    platform::Clock& clock;
+    platform::DistributedNotificationCenter& distributedCenter;
+    platform::ApplicationTerminations& terminations;
+    run::VelmoRunner& runner;
+  };
+
+  ActiveIntervalManager(const Collaborators& collaborators,
+                        std::shared_ptr<items::UIController> uiController);
+  ~ActiveIntervalManager();
+  ActiveIntervalManager(const ActiveIntervalManager&) = delete;
+  ActiveIntervalManager& operator=(const ActiveIntervalManager&) = delete;
+
+  void handleDialogResponse(const platform::DistributedNotification& notification);
+  void handleWillPerformInstall(const platform::DistributedNotification& notification);
+  void handleDidPerformInstall(const platform::DistributedNotification& notification);
+  void handleTerminationNotification(const std::optional<std::filesystem::path>& bundle);
+
+  // One per identifier / id, in order of arrival.
+  const std::vector<core::DialogResponse>& recentlyDeferredApps() const {
+    return recentlyDeferredApps_;
+  }
+  const std::vector<core::UpdateItem>& ignoredApps() const { return ignoredApps_; }
+
+  // The form paths are compared in: a file URL made of the path, and its path back.
+  static std::string normalizedPath(const std::string& path);
+
+ private:
+  asio::awaitable<void> activeIntervalUpdate(std::string identifier);
+  void observe(std::string_view name,
+               void (ActiveIntervalManager::*handler)(const platform::DistributedNotification&));
+
+  Collaborators collaborators_;
+  core::CustomLogger logger_{"ActiveIntervalManager"};
+  std::shared_ptr<items::UIController> uiController_;
+  std::vector<core::DialogResponse> recentlyDeferredApps_;
+  std::vector<core::UpdateItem> ignoredApps_;
+  std::vector<platform::ObserverToken> observers_;
+  platform::ObserverToken terminationObserver_;
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+};
+
+}  // namespace velmo::agent::deferrals

@@ -1,0 +1,200 @@
+#include "platform/linux/ProcessConnectorTerminations.h"
+
+#include <linux/cn_proc.h>
+#include <linux/connector.h>
+#include <linux/netlink.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <system_error>
+
+namespace velmo::platform::linux {
+namespace {
+
+std::optional<std::filesystem::path> executableOf(pid_t pid) {
+  std::error_code error;
+  auto path = std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/exe", error);
+  if (error) return std::nullopt;
+  return path;
+}
+
+// Every process with an application's executable, by process id.
+std::map<pid_t, std::filesystem::path> runningApplications() {
+  std::map<pid_t, std::filesystem::path> found;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
+    const std::string name = entry.path().filename();
+    if (name.empty() || name.find_first_not_of("0123456789") != std::string::npos) continue;
+    const pid_t pid = static_cast<pid_t>(std::stol(name));
+    if (const auto executable = executableOf(pid)) {
+      if (auto bundle = ApplicationTerminations::bundleOfExecutable(*executable)) {
+        found.emplace(pid, std::move(*bundle));
+      }
+    }
+  }
+  return found;
+}
+
+}  // namespace
+
+ProcessConnectorTerminations::ProcessConnectorTerminations(core::Executor mainExecutor,
+                                                           Clock& clock)
+    : mainExecutor_(std::move(mainExecutor)), clock_(clock) {}
+
+ProcessConnectorTerminations::~ProcessConnectorTerminations() { *alive_ = false; }
+
+void ProcessConnectorTerminations::start() {
+  // Listen first, then look: a process that starts in between is seen twice,
+  // never missed.
+  const bool connected = openConnector();
+  applications_ = runningApplications();
+  if (!connected) {
+    scheduleScan();
+    return;
+  }
+  waitForEvents();
+  // Outside the machine's first namespaces the kernel takes the subscription
+  // but sends nothing. A child that ends at once must be heard of soon.
+  const pid_t probe = ::fork();
+  if (probe == 0) ::_exit(0);
+  if (probe > 0) ::waitpid(probe, nullptr, 0);
+  scanTimer_ = clock_.scheduleAfter(kProbeWait, mainExecutor_, [this] {
+    if (heard_) return;
+    logger_.warning(
+        "The kernel's process connector sends no events here; looking for ended applications in "
+        "/proc every 2 s.");
+    descriptor_.reset();
+    scheduleScan();
+  });
+}
+
+bool ProcessConnectorTerminations::openConnector() {
+  const int fd = ::socket(PF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_CONNECTOR);
+  const auto giveUp = [&](const char* what) {
+    const int error = errno;
+    if (fd >= 0) ::close(fd);
+    logger_.warning(std::string("Cannot use the kernel's process connector (") + what + ": " +
+                    std::strerror(error) + "); looking for ended applications in /proc every 2 s.");
+    return false;
+  };
+  if (fd < 0) return giveUp("socket");
+  sockaddr_nl address{};
+  address.nl_family = AF_NETLINK;
+  address.nl_groups = CN_IDX_PROC;
+  if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+    return giveUp("bind");
+  }
+  // The subscription: a netlink header, a connector message and its operation.
+  alignas(nlmsghdr) char request[NLMSG_SPACE(sizeof(cn_msg) + sizeof(proc_cn_mcast_op))]{};
+  auto* header = reinterpret_cast<nlmsghdr*>(request);
+  header->nlmsg_len = NLMSG_LENGTH(sizeof(cn_msg) + sizeof(proc_cn_mcast_op));
+  header->nlmsg_type = NLMSG_DONE;
+  auto* message = static_cast<cn_msg*>(NLMSG_DATA(header));
+  message->id.idx = CN_IDX_PROC;
+  message->id.val = CN_VAL_PROC;
+  message->len = sizeof(proc_cn_mcast_op);
+  const proc_cn_mcast_op operation = PROC_CN_MCAST_LISTEN;
+  std::memcpy(message->data, &operation, sizeof operation);
+  if (::send(fd, request, header->nlmsg_len, 0) != static_cast<ssize_t>(header->nlmsg_len)) {
+    return giveUp("subscribe");
+  }
+  descriptor_ = std::make_unique<asio::posix::stream_descriptor>(mainExecutor_, fd);
+  logger_.debug("Watching application terminations through the kernel's process connector.");
+  return true;
+}
+
+void ProcessConnectorTerminations::waitForEvents() {
+  descriptor_->async_wait(asio::posix::stream_descriptor::wait_read,
+                          [this, alive = alive_](const std::error_code& error) {
+                            if (!*alive || error) return;
+                            readEvents();
+                            waitForEvents();
+                          });
+}
+
+void ProcessConnectorTerminations::readEvents() {
+  alignas(nlmsghdr) char buffer[16384];
+  for (;;) {
+    const ssize_t size = ::recv(descriptor_->native_handle(), buffer, sizeof buffer, 0);
+    if (size < 0) {
+      if (errno == EINTR) continue;
+      // Events were dropped: what runs now is the best knowledge left.
+      if (errno == ENOBUFS) {
+        logger_.warning("The process connector dropped events; looking at /proc again.");
+        scan();
+        continue;
+      }
+      return;  // EAGAIN: all read.
+    }
+    int left = static_cast<int>(size);
+    for (auto* header = reinterpret_cast<nlmsghdr*>(buffer); NLMSG_OK(header, left);
+         header = NLMSG_NEXT(header, left)) {
+      if (header->nlmsg_type != NLMSG_DONE) continue;
+      const auto* message = static_cast<const cn_msg*>(NLMSG_DATA(header));
+      if (message->id.idx != CN_IDX_PROC || message->id.val != CN_VAL_PROC) continue;
+      if (message->len < sizeof(proc_event)) continue;
+      const auto* event = reinterpret_cast<const proc_event*>(message->data);
+      heard_ = true;
+      if (event->what == proc_event::PROC_EVENT_EXEC) {
+        noteExec(event->event_data.exec.process_tgid);
+      } else if (event->what == proc_event::PROC_EVENT_EXIT &&
+                 event->event_data.exit.process_pid == event->event_data.exit.process_tgid) {
+        noteExit(event->event_data.exit.process_tgid);  // The whole process, not one thread.
+      }
+    }
+  }
+}
+
+void ProcessConnectorTerminations::noteExec(pid_t pid) {
+  const auto executable = executableOf(pid);
+  auto bundle = executable ? bundleOfExecutable(*executable) : std::nullopt;
+  if (bundle) {
+    applications_[pid] = std::move(*bundle);
+  } else {
+    applications_.erase(pid);  // An application that became another program.
+  }
+}
+
+void ProcessConnectorTerminations::noteExit(pid_t pid) {
+  const auto found = applications_.find(pid);
+  if (found == applications_.end()) return;
+  const std::filesystem::path bundle = std::move(found->second);
+  applications_.erase(found);
+  emit(bundle);
+}
+
+void ProcessConnectorTerminations::scan() {
+  auto now = runningApplications();
+  for (const auto& [pid, bundle] : applications_) {
+    const auto still = now.find(pid);
+    if (still == now.end() || still->second != bundle) emit(bundle);
+  }
+  applications_ = std::move(now);
+}
+
+void ProcessConnectorTerminations::scheduleScan() {
+  scanTimer_ = clock_.scheduleAfter(kScanPeriod, mainExecutor_, [this] {
+    scan();
+    scheduleScan();
+  });
+}
+
+void ProcessConnectorTerminations::emit(const std::filesystem::path& bundle) {
+  auto handlers = handlers_;
+  for (auto& [token, handler] : handlers) handler(bundle);
+}
+
+ObserverToken ProcessConnectorTerminations::addObserver(Handler handler) {
+  handlers_.emplace(nextToken_, std::move(handler));
+  return {nextToken_++};
+}
+
+void ProcessConnectorTerminations::removeObserver(ObserverToken token) {
+  handlers_.erase(token.value);
+}
+
+}  // namespace velmo::platform::linux

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <map>
+#include <memory>
+
+#include <asio/posix/stream_descriptor.hpp>
+
+#include "core/CustomLogger.h"
+#include "core/Executors.h"
+#include "platform/ApplicationTerminations.h"
+#include "platform/Clock.h"
+
+namespace velmo::platform::linux {
+
+// Application terminations from the kernel's process connector: each exec
+// remembers the executable of the new program, so that its exit can be told
+// as the end of `<X>.app` even though the process is gone by then. Nothing
+// polls while nothing happens. Needs root; where the connector can't be
+// opened, one warning and a scan of /proc every 2 s take its place.
+// Lives on the main executor.
+class ProcessConnectorTerminations final : public ApplicationTerminations {
+ public:
+  static constexpr Duration kScanPeriod = std::chrono::seconds(2);
+  static constexpr Duration kProbeWait = std::chrono::seconds(1);
+
+  ProcessConnectorTerminations(core::Executor mainExecutor, Clock& clock);
+  ~ProcessConnectorTerminations() override;
+
+  // Opens the connector (or starts the scan) and notes the applications
+  // running now.
+  void start();
+  bool usesConnector() const { return descriptor_ != nullptr && heard_; }
+
+  ObserverToken addObserver(Handler handler) override;
+  void removeObserver(ObserverToken token) override;
+
+ private:
+  bool openConnector();
+  void waitForEvents();
+  void readEvents();
+  void scan();
+  void scheduleScan();
+  void noteExec(pid_t pid);
+  void noteExit(pid_t pid);
+  void emit(const std::filesystem::path& bundle);
+
+  core::Executor mainExecutor_;
+  Clock& clock_;
+  core::CustomLogger logger_{"ProcessConnectorTerminations"};
+  std::unique_ptr<asio::posix::stream_descriptor> descriptor_;
+  std::unique_ptr<Timer> scanTimer_;
+  bool heard_ = false;  // An event arrived through the connector.
+  // Application processes alive now, by process id.
+  std::map<pid_t, std::filesystem::path> applications_;
+  std::uint64_t nextToken_ = 1;
+  std::map<std::uint64_t, Handler> handlers_;
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+};
+
+}  // namespace velmo::platform::linux

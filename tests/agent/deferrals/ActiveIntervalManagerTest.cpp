@@ -1,0 +1,141 @@
+#include "agent/deferrals/ActiveIntervalManager.h"
+
+#include <gtest/gtest.h>
+
+#include <asio/io_context.hpp>
+
+#include "core/NotificationNames.h"
+#include "platform/fake/FakeApplicationTerminations.h"
+#include "platform/fake/FakeDistributedNotificationCenter.h"
+#include "platform/fake/FakeFileManager.h"
+#include "platform/fake/FakeProcessLauncher.h"
+#include "platform/fake/FakeUserDefaults.h"
+#include "platform/fake/VirtualClock.h"
+#include "tests/support/LogCapture.h"
+
+namespace velmo::agent::deferrals {
+namespace {
+
+namespace Name = core::NotificationName;
+using Kind = core::ResponseType::Kind;
+using Calls = std::vector<std::vector<std::string>>;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+core::UpdateItem item(const std::string& id, const std::string& path) {
+  return core::UpdateItem(id, id, "2.0", "1.0", path, false, false);
+}
+
+class ActiveIntervalManagerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    controller_ =
+        items::UIController::make({context_.get_executor(), context_.get_executor(), clock_, files_,
+                                   paths_, distributed_, notifications_, queue_},
+                                  nullptr);
+    clock_.runUntilIdle();
+  }
+  void list(const std::vector<core::UpdateItem>& items) {
+    deliver(Name::addItemsToUIControllerQueue, core::UpdateItem::jsonText(items));
+  }
+  void deliver(std::string_view name, std::optional<std::string> object) {
+    distributed_.deliver({std::string(name), std::move(object), std::nullopt});
+    clock_.runUntilIdle();
+  }
+  void deferred(const core::UpdateItem& forItem, Kind kind = Kind::deferral) {
+    deliver(Name::dialogResponse, core::DialogResponse::fromItem(forItem, {kind, ""}).jsonText());
+  }
+  Calls quitAndWait(const std::string& bundle) {
+    terminations_.terminate(bundle);
+    clock_.advance(seconds(2));
+    Calls calls;
+    for (const auto& launch : launcher_.launches()) calls.push_back(launch.arguments);
+    return calls;
+  }
+  static std::vector<std::string> update(const std::string& id) {
+    return {"install", id, "--update-only", "--silent", "--active-interval-update"};
+  }
+
+  asio::io_context context_;
+  platform::fake::VirtualClock clock_{context_};
+  testing::LogCapture capture_{&clock_};
+  platform::Paths paths_{"/sandbox"};
+  platform::fake::FakeFileManager files_;
+  platform::fake::FakeDistributedNotificationCenter distributed_{context_.get_executor()};
+  core::NotificationCenter notifications_;
+  platform::fake::FakeUserDefaults defaults_;
+  platform::fake::FakeProcessLauncher launcher_{clock_};
+  run::VelmoRunner runner_{launcher_, clock_, "/tool/velmo"};
+  items::VelmoAgentQueue queue_{{context_.get_executor(), clock_, defaults_, runner_}};
+  platform::fake::FakeApplicationTerminations terminations_;
+  std::shared_ptr<items::UIController> controller_;
+};
+
+TEST_F(ActiveIntervalManagerTest, AListedAppThatQuitsIsUpdatedOneSecondLater) {
+  ActiveIntervalManager manager(
+      {context_.get_executor(), clock_, distributed_, terminations_, runner_}, controller_);
+  list({item("foo", "/Applications/Foo.app")});
+  terminations_.terminate(std::filesystem::path("/Applications/Foo.app/"));
+  clock_.advance(milliseconds(999));
+  EXPECT_TRUE(launcher_.launches().empty());
+  clock_.advance(milliseconds(1));
+  ASSERT_EQ(launcher_.launches().size(), 1u);
+  EXPECT_EQ(launcher_.launches()[0].arguments, update("foo"));
+  clock_.runUntilIdle();
+  EXPECT_NE(capture_.standardOutput().find("Processing Active Interval update for: foo"),
+            std::string::npos);
+}
+
+TEST_F(ActiveIntervalManagerTest, AnAppBeingInstalledStartsNothingUntilItsInstallEnds) {
+  ActiveIntervalManager manager(
+      {context_.get_executor(), clock_, distributed_, terminations_, runner_}, controller_);
+  const auto foo = item("foo", "/Applications/Foo.app");
+  list({foo});
+  deferred(foo);
+  deliver(Name::willPerformInstall, foo.jsonText());
+  EXPECT_TRUE(manager.recentlyDeferredApps().empty());
+  EXPECT_EQ(quitAndWait("/Applications/Foo.app"), Calls{});
+  deliver(Name::didPerformInstall, foo.jsonText());
+  EXPECT_EQ(quitAndWait("/Applications/Foo.app"), Calls{update("foo")});
+}
+
+TEST_F(ActiveIntervalManagerTest, ADeferredAppNoLongerListedIsUpdatedThroughTheResponse) {
+  ActiveIntervalManager manager(
+      {context_.get_executor(), clock_, distributed_, terminations_, runner_}, controller_);
+  deferred(item("foo.response", "/Applications/Foo.app"));
+  // A second response of that identifier with another bundle changes nothing.
+  deferred(item("foo.response", "/Applications/Elsewhere.app"));
+  deferred(item("bar", "/Applications/Bar.app"), Kind::forceUpdateAtDeferralLimit);
+  EXPECT_EQ(manager.recentlyDeferredApps().size(), 1u);
+  EXPECT_EQ(quitAndWait("/Applications/Elsewhere.app"), Calls{});
+  EXPECT_EQ(quitAndWait("/Applications/Bar.app"), Calls{});
+  EXPECT_EQ(quitAndWait("/Applications/Foo.app"), Calls{update("foo.response")});
+}
+
+TEST_F(ActiveIntervalManagerTest, TheListGoesBeforeTheResponses) {
+  ActiveIntervalManager manager(
+      {context_.get_executor(), clock_, distributed_, terminations_, runner_}, controller_);
+  deferred(item("from.response", "/Applications/Foo.app"));
+  list({item("from.list", "/Applications/Foo.app")});
+  EXPECT_EQ(quitAndWait("/Applications/Foo.app"), Calls{update("from.list")});
+}
+
+TEST_F(ActiveIntervalManagerTest, BadInputIsALoggedNoOp) {
+  ActiveIntervalManager manager(
+      {context_.get_executor(), clock_, distributed_, terminations_, runner_}, controller_);
+  deliver(Name::dialogResponse, "not json");
+  deliver(Name::willPerformInstall, std::nullopt);
+  terminations_.terminate(std::nullopt);
+  clock_.advance(seconds(2));
+  EXPECT_EQ(capture_.errors(),
+            (std::vector<std::string>{"Failed to decode notification object to DialogResponse.",
+                                      "Failed to decode item from notification."}));
+  const auto debugs = capture_.debugs();
+  EXPECT_NE(std::find(debugs.begin(), debugs.end(), "Failed to get terminated app information."),
+            debugs.end());
+  EXPECT_TRUE(manager.ignoredApps().empty());
+  EXPECT_TRUE(launcher_.launches().empty());
+}
+
+}  // namespace
+}  // namespace velmo::agent::deferrals

@@ -1,0 +1,163 @@
+#include "agent/deferrals/DeferralManager.h"
+
+#include <gtest/gtest.h>
+
+#include <asio/io_context.hpp>
+
+#include "core/DialogResponse.h"
+#include "core/NotificationNames.h"
+#include "platform/fake/FakeDistributedNotificationCenter.h"
+#include "platform/fake/FakeFileManager.h"
+#include "platform/fake/VirtualClock.h"
+#include "tests/support/LogCapture.h"
+
+namespace velmo::agent::deferrals {
+namespace {
+
+namespace Name = core::NotificationName;
+using Kind = core::ResponseType::Kind;
+
+core::UpdateItem item(const std::string& id, const std::string& version = "2.0") {
+  return core::UpdateItem(id, id, version, "1.0", "/Applications/" + id + ".app", false, false);
+}
+
+class DeferralManagerTest : public ::testing::Test {
+ protected:
+  void respond(const core::UpdateItem& forItem, core::ResponseType response) {
+    const auto text = core::DialogResponse::fromItem(forItem, response).jsonText();
+    distributed_.deliver({std::string(Name::dialogResponse), text, std::nullopt});
+    clock_.advance(std::chrono::minutes(1));
+  }
+  core::DeferralMap records() const {
+    const auto text = files_.readFile(paths_.deferralsFile());
+    return text ? core::decodeDeferralMap(*text).value_or(core::DeferralMap{})
+                : core::DeferralMap{};
+  }
+  std::size_t changedPosts() const {
+    return distributed_.postsNamed(Name::deferralsDidChange).size();
+  }
+
+  asio::io_context context_;
+  platform::fake::VirtualClock clock_{context_};
+  testing::LogCapture capture_{&clock_};
+  platform::Paths paths_{"/sandbox"};
+  platform::fake::FakeFileManager files_;
+  platform::fake::FakeDistributedNotificationCenter distributed_{context_.get_executor()};
+  core::NotificationCenter notifications_;
+  DeferralManager manager_{{clock_, files_, paths_, distributed_, notifications_}};
+};
+
+TEST_F(DeferralManagerTest, DeferralsCountPerAppAndVersionAndAnInstallClearsThemAll) {
+  const auto start = clock_.now();
+  respond(item("com.example.app"), {Kind::deferral, ""});
+  ASSERT_EQ(records().size(), 1u);
+  EXPECT_EQ(records().at("com.example.app_2.0").deferralCount, 1);
+  respond(item("com.example.app"), {Kind::dndDeferral, ""});
+  respond(item("com.example.app"), {Kind::meetingDeferral, "video call"});
+  const auto record = records().at("com.example.app_2.0");
+  EXPECT_EQ(record.deferralCount, 3);
+  ASSERT_TRUE(record.deferrals);
+  EXPECT_EQ(*record.deferrals,
+            (std::vector<core::DeferralDetail>{
+                {start, "User chose to defer"},
+                {start + std::chrono::minutes(1), "Respect DND deferral"},
+                {start + std::chrono::minutes(2), "Respect meetings deferral (video call)"}}));
+  respond(item("com.example.app", "3.0"), {Kind::timeoutAsDeferral, ""});
+  respond(item("other"), {Kind::deferral, ""});
+  EXPECT_EQ(records().size(), 3u);
+  EXPECT_EQ(records().at("com.example.app_3.0").deferralCount, 1);
+  EXPECT_EQ(changedPosts(), 5u);
+
+  distributed_.deliver(
+      {std::string(Name::didPerformInstall), item("com.example.app").jsonText(), std::nullopt});
+  clock_.runUntilIdle();
+  EXPECT_EQ(records().size(), 1u);
+  EXPECT_EQ(records().count("other_2.0"), 1u);
+  EXPECT_EQ(changedPosts(), 6u);
+}
+
+TEST_F(DeferralManagerTest, NonDeferralsChangeNothingAndPostNothing) {
+  respond(item("a"), {Kind::deferral, ""});
+  const auto before = files_.readFile(paths_.deferralsFile());
+  for (auto kind : {Kind::forceUpdateAtDeferralLimit, Kind::update, Kind::timeout, Kind::error,
+                    Kind::interruptedDueToSleep}) {
+    respond(item("a"), {kind, ""});
+  }
+  EXPECT_EQ(files_.readFile(paths_.deferralsFile()), before);
+  EXPECT_EQ(changedPosts(), 1u);
+  const auto debugs = capture_.debugs();
+  EXPECT_NE(std::find(debugs.begin(), debugs.end(),
+                      "Received non-deferral dialog response: forceUpdateAtDeferralLimit"),
+            debugs.end());
+}
+
+TEST_F(DeferralManagerTest, RemovalGoesByTheRecordsOwnAppIDUnderscoresAndAll) {
+  respond(item("com.example_tool"), {Kind::deferral, ""});
+  respond(item("com.example"), {Kind::deferral, ""});
+  respond(item("com.example", "3.0"), {Kind::deferral, ""});
+  notifications_.post(Name::removeDeferralsForItem, std::any(item("com.example_tool")));
+  auto left = records();
+  ASSERT_EQ(left.size(), 2u);
+  for (const auto& [key, record] : left) EXPECT_EQ(record.appId, "com.example") << key;
+  // "com.example" is a prefix of the other key, and still only its own records go.
+  respond(item("com.example_tool"), {Kind::deferral, ""});
+  notifications_.post(Name::removeDeferralsForItem, std::any(item("com.example")));
+  left = records();
+  ASSERT_EQ(left.size(), 1u);
+  EXPECT_EQ(left.begin()->second.appId, "com.example_tool");
+}
+
+TEST_F(DeferralManagerTest, ADamagedFileCountsAsEmptyAndIsReplaced) {
+  files_.addFile(paths_.deferralsFile(), "{\"broken\": ");
+  respond(item("a"), {Kind::deferral, ""});
+  EXPECT_EQ(records().at("a_2.0").deferralCount, 1);
+}
+
+struct BadNotification {
+  const char* name;
+  std::string_view notification;
+  std::optional<std::string> object;
+  const char* error;
+};
+
+class DeferralManagerBadInput : public DeferralManagerTest,
+                                public ::testing::WithParamInterface<BadNotification> {};
+
+TEST_P(DeferralManagerBadInput, IsALoggedNoOp) {
+  respond(item("a"), {Kind::deferral, ""});
+  const auto before = files_.readFile(paths_.deferralsFile());
+  distributed_.deliver({std::string(GetParam().notification), GetParam().object, std::nullopt});
+  clock_.runUntilIdle();
+  EXPECT_EQ(capture_.errors(), std::vector<std::string>{GetParam().error});
+  EXPECT_EQ(files_.readFile(paths_.deferralsFile()), before);
+  EXPECT_EQ(changedPosts(), 1u);
+}
+
+const char* kResponseError = "Failed to decode dialog response notification.";
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, DeferralManagerBadInput,
+    ::testing::Values(
+        BadNotification{"NoObject", Name::dialogResponse, std::nullopt, kResponseError},
+        BadNotification{
+            "TwoKeys", Name::dialogResponse,
+            R"({"identifier":"a","appId":"a","targetVersion":"2","url":"file:///A.app","response":{"update":{},"deferral":{}}})",
+            kResponseError},
+        BadNotification{
+            "UnknownKey", Name::dialogResponse,
+            R"({"identifier":"a","appId":"a","targetVersion":"2","url":"file:///A.app","response":{"later":{}}})",
+            kResponseError},
+        BadNotification{
+            "MeetingWithoutType", Name::dialogResponse,
+            R"({"identifier":"a","appId":"a","targetVersion":"2","url":"file:///A.app","response":{"meetingDeferral":{}}})",
+            kResponseError},
+        BadNotification{
+            "MalformedURL", Name::dialogResponse,
+            R"({"identifier":"a","appId":"a","targetVersion":"2","url":"http://[x","response":{"deferral":{}}})",
+            kResponseError},
+        BadNotification{"InstallWithoutItem", Name::didPerformInstall, "{}",
+                        "Failed to decode item from notification."}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace velmo::agent::deferrals
