@@ -67,14 +67,18 @@ void ActiveIntervalManager::handleDialogResponse(
   }
 }
 
+std::optional<core::UpdateItem> ActiveIntervalManager::decodedItem(
+    const platform::DistributedNotification& notification) const {
+  auto item =
+      notification.object ? core::UpdateItem::fromJSONText(*notification.object) : std::nullopt;
+  if (!item) logger_.error("Failed to decode item from notification.");
+  return item;
+}
+
 void ActiveIntervalManager::handleWillPerformInstall(
     const platform::DistributedNotification& notification) {
-  const auto item =
-      notification.object ? core::UpdateItem::fromJSONText(*notification.object) : std::nullopt;
-  if (!item) {
-    logger_.error("Failed to decode item from notification.");
-    return;
-  }
+  const auto item = decodedItem(notification);
+  if (!item) return;
   const auto deferred = std::find_if(
       recentlyDeferredApps_.begin(), recentlyDeferredApps_.end(),
       [&](const core::DialogResponse& response) { return response.identifier == item->id; });
@@ -92,12 +96,8 @@ void ActiveIntervalManager::handleWillPerformInstall(
 
 void ActiveIntervalManager::handleDidPerformInstall(
     const platform::DistributedNotification& notification) {
-  const auto item =
-      notification.object ? core::UpdateItem::fromJSONText(*notification.object) : std::nullopt;
-  if (!item) {
-    logger_.error("Failed to decode item from notification.");
-    return;
-  }
+  const auto item = decodedItem(notification);
+  if (!item) return;
   const auto ignored = std::find(ignoredApps_.begin(), ignoredApps_.end(), *item);
   if (ignored != ignoredApps_.end()) {
     logger_.debug("Removing " + item->id + " from ignored apps.");

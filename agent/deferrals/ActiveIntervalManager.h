@@ -57,6 +57,9 @@ class ActiveIntervalManager {
 
  private:
   asio::awaitable<void> activeIntervalUpdate(std::string identifier);
+  // The item of a notification's object; none, with the error line, when it doesn't decode.
+  std::optional<core::UpdateItem> decodedItem(
+      const platform::DistributedNotification& notification) const;
   void observe(std::string_view name,
                void (ActiveIntervalManager::*handler)(const platform::DistributedNotification&));
 

@@ -130,22 +130,29 @@ void ProcessConnectorTerminations::readEvents() {
       }
       return;  // EAGAIN: all read.
     }
-    int left = static_cast<int>(size);
-    for (auto* header = reinterpret_cast<nlmsghdr*>(buffer); NLMSG_OK(header, left);
-         header = NLMSG_NEXT(header, left)) {
-      if (header->nlmsg_type != NLMSG_DONE) continue;
-      const auto* message = static_cast<const cn_msg*>(NLMSG_DATA(header));
-      if (message->id.idx != CN_IDX_PROC || message->id.val != CN_VAL_PROC) continue;
-      if (message->len < sizeof(proc_event)) continue;
-      const auto* event = reinterpret_cast<const proc_event*>(message->data);
-      heard_ = true;
-      if (event->what == proc_event::PROC_EVENT_EXEC) {
-        noteExec(event->event_data.exec.process_tgid);
-      } else if (event->what == proc_event::PROC_EVENT_EXIT &&
-                 event->event_data.exit.process_pid == event->event_data.exit.process_tgid) {
-        noteExit(event->event_data.exit.process_tgid);  // The whole process, not one thread.
-      }
+    // Message by message; the kernel's own macros mix signed and unsigned.
+    const auto total = static_cast<std::size_t>(size);
+    for (std::size_t offset = 0; offset + sizeof(nlmsghdr) <= total;) {
+      const auto* header = reinterpret_cast<const nlmsghdr*>(buffer + offset);
+      if (header->nlmsg_len < sizeof(nlmsghdr) || offset + header->nlmsg_len > total) break;
+      handleMessage(header);
+      offset += NLMSG_ALIGN(header->nlmsg_len);
     }
+  }
+}
+
+void ProcessConnectorTerminations::handleMessage(const nlmsghdr* header) {
+  if (header->nlmsg_type != NLMSG_DONE) return;
+  const auto* message = static_cast<const cn_msg*>(NLMSG_DATA(header));
+  if (message->id.idx != CN_IDX_PROC || message->id.val != CN_VAL_PROC) return;
+  if (message->len < sizeof(proc_event)) return;
+  const auto* event = reinterpret_cast<const proc_event*>(message->data);
+  heard_ = true;
+  if (event->what == proc_event::PROC_EVENT_EXEC) {
+    noteExec(event->event_data.exec.process_tgid);
+  } else if (event->what == proc_event::PROC_EVENT_EXIT &&
+             event->event_data.exit.process_pid == event->event_data.exit.process_tgid) {
+    noteExit(event->event_data.exit.process_tgid);  // The whole process, not one thread.
   }
 }
 

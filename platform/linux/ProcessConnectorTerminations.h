@@ -1,5 +1,6 @@
 #pragma once
 
+#include <linux/netlink.h>
 #include <sys/types.h>
 
 #include <map>
@@ -40,6 +41,7 @@ class ProcessConnectorTerminations final : public ApplicationTerminations {
   bool openConnector();
   void waitForEvents();
   void readEvents();
+  void handleMessage(const nlmsghdr* header);
   void scan();
   void scheduleScan();
   void noteExec(pid_t pid);
