@@ -146,13 +146,15 @@ void ProcessConnectorTerminations::handleMessage(const nlmsghdr* header) {
   const auto* message = static_cast<const cn_msg*>(NLMSG_DATA(header));
   if (message->id.idx != CN_IDX_PROC || message->id.val != CN_VAL_PROC) return;
   if (message->len < sizeof(proc_event)) return;
-  const auto* event = reinterpret_cast<const proc_event*>(message->data);
+  // The event follows a 20-byte header and so is not aligned for its type: copy it out.
+  proc_event event;
+  std::memcpy(&event, message->data, sizeof event);
   heard_ = true;
-  if (event->what == proc_event::PROC_EVENT_EXEC) {
-    noteExec(event->event_data.exec.process_tgid);
-  } else if (event->what == proc_event::PROC_EVENT_EXIT &&
-             event->event_data.exit.process_pid == event->event_data.exit.process_tgid) {
-    noteExit(event->event_data.exit.process_tgid);  // The whole process, not one thread.
+  if (event.what == proc_event::PROC_EVENT_EXEC) {
+    noteExec(event.event_data.exec.process_tgid);
+  } else if (event.what == proc_event::PROC_EVENT_EXIT &&
+             event.event_data.exit.process_pid == event.event_data.exit.process_tgid) {
+    noteExit(event.event_data.exit.process_tgid);  // The whole process, not one thread.
   }
 }
 
