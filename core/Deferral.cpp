@@ -15,23 +15,6 @@ namespace {
 // Sorted keys at every level, as the siblings write the file.
 using Json = nlohmann::json;
 
-// A TimePoint counts nanoseconds in 64 bits: 1677-09-21 to 2262-04-11. The
-// formatter would overflow outside that, so the year is checked first, with a
-// day's margin either side for the zone.
-constexpr int kFirstYear = 1678;
-constexpr int kLastYear = 2261;
-
-std::optional<platform::TimePoint> timestampFromText(std::string_view text) {
-  if (text.size() < 4) return std::nullopt;
-  int year = 0;
-  for (const char c : text.substr(0, 4)) {
-    if (c < '0' || c > '9') return std::nullopt;
-    year = year * 10 + (c - '0');
-  }
-  if (year < kFirstYear || year > kLastYear) return std::nullopt;
-  return Iso8601DateFormatter::date(text);
-}
-
 const Json& requiredString(const Json& object, const char* key) {
   const Json& value = object.at(key);
   if (!value.is_string()) throw Json::type_error::create(302, "not a string", &value);
@@ -51,7 +34,8 @@ void requireObject(const Json& json) {
 // Throws nlohmann's exceptions on any mismatch.
 DeferralDetail decodeDetail(const Json& json) {
   requireObject(json);
-  const auto timestamp = timestampFromText(requiredString(json, "timestamp").get<std::string>());
+  const auto timestamp =
+      Iso8601DateFormatter::date(requiredString(json, "timestamp").get<std::string>());
   if (!timestamp) throw Json::other_error::create(501, "not an ISO 8601 date", &json);
   return DeferralDetail{*timestamp, requiredString(json, "reason").get<std::string>()};
 }

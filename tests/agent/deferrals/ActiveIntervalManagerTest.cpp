@@ -11,14 +11,13 @@
 #include "platform/fake/FakeProcessLauncher.h"
 #include "platform/fake/FakeUserDefaults.h"
 #include "platform/fake/VirtualClock.h"
-#include "tests/support/LogCapture.h"
+#include "tests/support/AgentFakes.h"
 
 namespace velmo::agent::deferrals {
 namespace {
 
 namespace Name = core::NotificationName;
 using Kind = core::ResponseType::Kind;
-using Calls = std::vector<std::vector<std::string>>;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
@@ -26,7 +25,7 @@ core::UpdateItem item(const std::string& id, const std::string& path) {
   return core::UpdateItem(id, id, "2.0", "1.0", path, false, false);
 }
 
-class ActiveIntervalManagerTest : public ::testing::Test {
+class ActiveIntervalManagerTest : public ::testing::Test, protected testing::AgentFakes {
  protected:
   void SetUp() override {
     controller_ =
@@ -48,24 +47,12 @@ class ActiveIntervalManagerTest : public ::testing::Test {
   Calls quitAndWait(const std::string& bundle) {
     terminations_.terminate(bundle);
     clock_.advance(seconds(2));
-    Calls calls;
-    for (const auto& launch : launcher_.launches()) calls.push_back(launch.arguments);
-    return calls;
+    return launchedArguments();
   }
   static std::vector<std::string> update(const std::string& id) {
     return {"install", id, "--update-only", "--silent", "--active-interval-update"};
   }
 
-  asio::io_context context_;
-  platform::fake::VirtualClock clock_{context_};
-  testing::LogCapture capture_{&clock_};
-  platform::Paths paths_{"/sandbox"};
-  platform::fake::FakeFileManager files_;
-  platform::fake::FakeDistributedNotificationCenter distributed_{context_.get_executor()};
-  core::NotificationCenter notifications_;
-  platform::fake::FakeUserDefaults defaults_;
-  platform::fake::FakeProcessLauncher launcher_{clock_};
-  run::VelmoRunner runner_{launcher_, clock_, "/tool/velmo"};
   items::VelmoAgentQueue queue_{{context_.get_executor(), clock_, defaults_, runner_}};
   platform::fake::FakeApplicationTerminations terminations_;
   std::shared_ptr<items::UIController> controller_;

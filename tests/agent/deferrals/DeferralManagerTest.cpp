@@ -9,7 +9,7 @@
 #include "platform/fake/FakeDistributedNotificationCenter.h"
 #include "platform/fake/FakeFileManager.h"
 #include "platform/fake/VirtualClock.h"
-#include "tests/support/LogCapture.h"
+#include "tests/support/AgentFakes.h"
 
 namespace velmo::agent::deferrals {
 namespace {
@@ -21,7 +21,7 @@ core::UpdateItem item(const std::string& id, const std::string& version = "2.0")
   return core::UpdateItem(id, id, version, "1.0", "/Applications/" + id + ".app", false, false);
 }
 
-class DeferralManagerTest : public ::testing::Test {
+class DeferralManagerTest : public ::testing::Test, protected testing::AgentFakes {
  protected:
   void respond(const core::UpdateItem& forItem, core::ResponseType response) {
     const auto text = core::DialogResponse::fromItem(forItem, response).jsonText();
@@ -37,13 +37,6 @@ class DeferralManagerTest : public ::testing::Test {
     return distributed_.postsNamed(Name::deferralsDidChange).size();
   }
 
-  asio::io_context context_;
-  platform::fake::VirtualClock clock_{context_};
-  testing::LogCapture capture_{&clock_};
-  platform::Paths paths_{"/sandbox"};
-  platform::fake::FakeFileManager files_;
-  platform::fake::FakeDistributedNotificationCenter distributed_{context_.get_executor()};
-  core::NotificationCenter notifications_;
   DeferralManager manager_{{clock_, files_, paths_, distributed_, notifications_}};
 };
 

@@ -10,7 +10,7 @@
 #include "platform/fake/FakeProcessLauncher.h"
 #include "platform/fake/FakeUserDefaults.h"
 #include "platform/fake/VirtualClock.h"
-#include "tests/support/LogCapture.h"
+#include "tests/support/AgentFakes.h"
 
 namespace velmo::agent::items {
 namespace {
@@ -30,7 +30,7 @@ std::string arrayJSON(const std::vector<std::string>& ids) {
   return text + "]";
 }
 
-class UIControllerTest : public ::testing::Test {
+class UIControllerTest : public ::testing::Test, protected testing::AgentFakes {
  protected:
   // File work runs on a context of its own, so a test decides when the load ends.
   void start(bool finishLoad = true) {
@@ -79,25 +79,11 @@ class UIControllerTest : public ::testing::Test {
     }
     return result;
   }
-  std::size_t debugCount(const std::string& text) const {
-    const auto debugs = capture_.debugs();
-    return std::count(debugs.begin(), debugs.end(), text);
-  }
   std::size_t queueChangedPosts() const {
     return distributed_.postsNamed(Name::uiControllerQueueChanged).size();
   }
 
-  asio::io_context context_;
   asio::io_context files_context_;
-  platform::fake::VirtualClock clock_{context_};
-  testing::LogCapture capture_{&clock_};
-  platform::Paths paths_{"/sandbox"};
-  platform::fake::FakeFileManager files_;
-  platform::fake::FakeDistributedNotificationCenter distributed_{context_.get_executor()};
-  core::NotificationCenter notifications_;
-  platform::fake::FakeUserDefaults defaults_;
-  platform::fake::FakeProcessLauncher launcher_{clock_};
-  run::VelmoRunner runner_{launcher_, clock_, "/tool/velmo"};
   VelmoAgentQueue queue_{{context_.get_executor(), clock_, defaults_, runner_}};
   std::shared_ptr<UIController> controller_;
 };

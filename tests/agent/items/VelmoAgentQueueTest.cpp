@@ -7,7 +7,7 @@
 #include "platform/fake/FakeProcessLauncher.h"
 #include "platform/fake/FakeUserDefaults.h"
 #include "platform/fake/VirtualClock.h"
-#include "tests/support/LogCapture.h"
+#include "tests/support/AgentFakes.h"
 
 namespace velmo::agent::items {
 namespace {
@@ -19,7 +19,7 @@ core::UpdateItem item(const std::string& id, std::optional<bool> serial) {
                           serial);
 }
 
-class VelmoAgentQueueTest : public ::testing::Test {
+class VelmoAgentQueueTest : public ::testing::Test, protected testing::AgentFakes {
  protected:
   std::vector<platform::Duration> launchTimes() const {
     std::vector<platform::Duration> times;
@@ -27,13 +27,7 @@ class VelmoAgentQueueTest : public ::testing::Test {
     return times;
   }
 
-  asio::io_context context_;
-  platform::fake::VirtualClock clock_{context_};
   platform::TimePoint start_ = clock_.now();
-  testing::LogCapture capture_{&clock_};
-  platform::fake::FakeUserDefaults defaults_;
-  platform::fake::FakeProcessLauncher launcher_{clock_};
-  run::VelmoRunner runner_{launcher_, clock_, "/tool/velmo"};
   VelmoAgentQueue queue_{{context_.get_executor(), clock_, defaults_, runner_}};
 };
 

@@ -13,7 +13,7 @@
 #include "platform/fake/FakeUserDefaults.h"
 #include "platform/fake/FakeWorkspaceEvents.h"
 #include "platform/fake/VirtualClock.h"
-#include "tests/support/LogCapture.h"
+#include "tests/support/AgentFakes.h"
 
 namespace velmo::agent::run {
 namespace {
@@ -49,7 +49,7 @@ class FakeListedItems final : public ListedItems {
   }
 };
 
-class VelmoRunCoordinatorTest : public ::testing::Test {
+class VelmoRunCoordinatorTest : public ::testing::Test, protected testing::AgentFakes {
  protected:
   void setManaged(const char* domain, core::PlistDictionary values) {
     stores_.setManaged(domain, std::move(values));
@@ -76,11 +76,6 @@ class VelmoRunCoordinatorTest : public ::testing::Test {
             .currentTimeZone = [] { return std::string("UTC"); }};
   }
 
-  Calls toolCalls() const {
-    Calls calls;
-    for (const auto& launch : launcher_.launches()) calls.push_back(launch.arguments);
-    return calls;
-  }
   std::optional<std::int64_t> runCount() const {
     const auto value = state_.value(PlistKey::updateTaskRunCount);
     if (!value || !value->is<std::int64_t>()) return std::nullopt;
@@ -91,35 +86,9 @@ class VelmoRunCoordinatorTest : public ::testing::Test {
     if (!value || !value->is<core::PlistDate>()) return std::nullopt;
     return value->getIf<core::PlistDate>()->value;
   }
-  bool logged(const std::string& text) const {
-    return capture_.standardOutput().find(text) != std::string::npos;
-  }
-  std::size_t debugCount(const std::string& text) const {
-    const auto debugs = capture_.debugs();
-    return std::count_if(debugs.begin(), debugs.end(), [&](const std::string& line) {
-      return line.find(text) != std::string::npos;
-    });
-  }
 
-  std::unique_ptr<mdm::ManagedPrefs> makePrefs() {
-    return std::make_unique<mdm::ManagedPrefs>(mdm::ManagedPrefs::Collaborators{
-        context_.get_executor(), clock_, stores_, distributed_, notifications_, workspace_});
-  }
-
-  asio::io_context context_;
-  platform::fake::VirtualClock clock_{context_};
-  testing::LogCapture capture_{&clock_};
-  platform::Paths paths_{"/sandbox"};
-  platform::fake::FakeFileManager files_;
   PlistManager state_{files_, paths_.agentStateFile()};
-  platform::fake::FakeUserDefaults defaults_;
-  platform::fake::FakePreferenceStores stores_;
-  platform::fake::FakeDistributedNotificationCenter distributed_{context_.get_executor()};
-  core::NotificationCenter notifications_;
-  platform::fake::FakeWorkspaceEvents workspace_;
   std::unique_ptr<mdm::ManagedPrefs> prefs_ = makePrefs();
-  platform::fake::FakeProcessLauncher launcher_{clock_};
-  VelmoRunner runner_{launcher_, clock_, "/tool/velmo"};
   InventoryUpdater inventory_{launcher_, clock_, "/usr/local/bin/jamf"};
   std::shared_ptr<VelmoRunCoordinator> coordinator_;
 };
@@ -127,9 +96,9 @@ class VelmoRunCoordinatorTest : public ::testing::Test {
 TEST_F(VelmoRunCoordinatorTest, FirstStartRunsAfterOneSecondAsNumberOne) {
   start();
   clock_.advance(milliseconds(999));
-  EXPECT_TRUE(toolCalls().empty());
+  EXPECT_TRUE(launchedArguments().empty());
   clock_.advance(milliseconds(1));
-  EXPECT_EQ(toolCalls(), (Calls{{"install", "marvenith-velmo"}}));
+  EXPECT_EQ(launchedArguments(), (Calls{{"install", "marvenith-velmo"}}));
   EXPECT_EQ(runCount(), 1);
   EXPECT_EQ(lastRun(), kStart + seconds(1));
   EXPECT_TRUE(logged("Scheduled Velmo Run #1 started."));
@@ -140,7 +109,7 @@ TEST_F(VelmoRunCoordinatorTest, FirstStartRunsAfterOneSecondAsNumberOne) {
   EXPECT_EQ(coordinator_->nextRunDate(), kStart + seconds(1) + hours(4));
 
   clock_.advance(hours(4));
-  EXPECT_EQ(toolCalls().size(), 2u);
+  EXPECT_EQ(launchedArguments().size(), 2u);
   EXPECT_EQ(runCount(), 2);
   EXPECT_TRUE(logged("Scheduled Velmo Run #2 started."));
 }
@@ -174,13 +143,13 @@ TEST_P(SkipFirstRun, SkipsOnlyWhileNoRunWasCounted) {
   start();
   clock_.advance(seconds(1));
   EXPECT_EQ(logged("Configured to skip the first Velmo Run."), GetParam().skipped);
-  EXPECT_EQ(toolCalls().empty(), GetParam().skipped);
+  EXPECT_EQ(launchedArguments().empty(), GetParam().skipped);
   EXPECT_EQ(lastRun(), kStart + seconds(1));
   if (!GetParam().skipped) return;
   // The skipped run counts as the first; the next one is real.
   EXPECT_EQ(runCount(), 1);
   clock_.advance(hours(4));
-  EXPECT_EQ(toolCalls(), (Calls{{"install", "marvenith-velmo"}}));
+  EXPECT_EQ(launchedArguments(), (Calls{{"install", "marvenith-velmo"}}));
   EXPECT_TRUE(logged("Scheduled Velmo Run #2 started."));
 }
 
@@ -196,7 +165,7 @@ TEST_F(VelmoRunCoordinatorTest, AStartOutsideTheWindowsRecordsNothingAndPlansThe
   allowOnlyWednesdayNight();
   start();
   clock_.advance(seconds(1));
-  EXPECT_TRUE(toolCalls().empty());
+  EXPECT_TRUE(launchedArguments().empty());
   EXPECT_TRUE(logged("Current time is outside allowed Velmo Run windows. Skipping scheduled run."));
   EXPECT_TRUE(logged("Next allowed Velmo Run window begins at "));
   EXPECT_TRUE(logged(" (in 11 hours, 54 minutes, 50 seconds)."));
@@ -206,7 +175,7 @@ TEST_F(VelmoRunCoordinatorTest, AStartOutsideTheWindowsRecordsNothingAndPlansThe
   EXPECT_EQ(debugCount("Global Velmo Run windows deferred the next run from "), 1u);
 
   clock_.advance(kWednesday0200 - clock_.now());
-  EXPECT_EQ(toolCalls(), (Calls{{"install", "marvenith-velmo"}}));
+  EXPECT_EQ(launchedArguments(), (Calls{{"install", "marvenith-velmo"}}));
   EXPECT_EQ(runCount(), 1);
 }
 
@@ -215,7 +184,7 @@ TEST_F(VelmoRunCoordinatorTest, WindowsThatNeverAllowReplanEveryIntervalWithoutS
   defaults_.setObject("GlobalAllowWindows", core::VelmoTimeWindow::toPlistArray({never}));
   start();
   clock_.advance(hours(24));
-  EXPECT_TRUE(toolCalls().empty());
+  EXPECT_TRUE(launchedArguments().empty());
   const std::string out = capture_.standardOutput();
   std::size_t refusals = 0;
   for (auto at = out.find("Skipping scheduled run."); at != std::string::npos;
@@ -235,7 +204,7 @@ TEST_P(UserInitiatedOutsideWindows, RunsOnlyWhenTheOverrideAllowsIt) {
   defaults_.setObject("AllowUserInitiatedOutsideWindows", allowed);
   start();
   clock_.advance(seconds(1));  // The scheduled first run is refused.
-  ASSERT_TRUE(toolCalls().empty());
+  ASSERT_TRUE(launchedArguments().empty());
   const std::string before = capture_.standardOutput();
 
   bool served = false;
@@ -250,11 +219,11 @@ TEST_P(UserInitiatedOutsideWindows, RunsOnlyWhenTheOverrideAllowsIt) {
   EXPECT_TRUE(served);
   const std::string after = capture_.standardOutput().substr(before.size());
   if (allowed) {
-    EXPECT_EQ(toolCalls(), (Calls{{"install", "marvenith-velmo", "--running-first"}}));
+    EXPECT_EQ(launchedArguments(), (Calls{{"install", "marvenith-velmo", "--running-first"}}));
     EXPECT_NE(after.find("User-Initiated Velmo Run #1 started."), std::string::npos) << after;
     EXPECT_EQ(runCount(), 1);
   } else {
-    EXPECT_TRUE(toolCalls().empty());
+    EXPECT_TRUE(launchedArguments().empty());
     EXPECT_NE(after.find("User\u2011initiated Velmo Run requested outside configured windows and "
                          "overrides are disabled. Skipping run."),
               std::string::npos)
@@ -285,7 +254,7 @@ TEST_P(SleepOrPowerOff, ClearsTheTimer) {
   workspace_.send(GetParam());
   EXPECT_EQ(coordinator_->nextRunDate(), std::nullopt);
   clock_.advance(hours(10));
-  EXPECT_EQ(toolCalls().size(), 1u);
+  EXPECT_EQ(launchedArguments().size(), 1u);
   EXPECT_EQ(clock_.pendingTimers(), 0u);
 }
 
@@ -305,14 +274,14 @@ TEST_F(VelmoRunCoordinatorTest, AWakeAfterTheIntervalRunsFiveSecondsLater) {
   clock_.advance(seconds(2));
   workspace_.send(WorkspaceEvent::didWake);
   clock_.advance(milliseconds(4999));
-  EXPECT_EQ(toolCalls().size(), 1u);
+  EXPECT_EQ(launchedArguments().size(), 1u);
   clock_.advance(milliseconds(1));
-  EXPECT_EQ(toolCalls().size(), 2u);
+  EXPECT_EQ(launchedArguments().size(), 2u);
   EXPECT_EQ(debugCount("System woke up. Checking last Velmo Run and scheduling next run."), 1u);
   EXPECT_TRUE(logged("Next scheduled Velmo Run time is now or in the past. Running immediately."));
   EXPECT_TRUE(logged("Scheduled Velmo Run #2 started."));
   clock_.advance(hours(1));
-  EXPECT_EQ(toolCalls().size(), 2u);
+  EXPECT_EQ(launchedArguments().size(), 2u);
 }
 
 TEST_F(VelmoRunCoordinatorTest, AWakeWithinTheIntervalArmsTheRestOfIt) {
@@ -330,7 +299,7 @@ TEST_F(VelmoRunCoordinatorTest, AWakeWithinTheIntervalArmsTheRestOfIt) {
   EXPECT_TRUE(logged("Scheduled next Velmo Run after wake at "));
   EXPECT_EQ(debugCount("Last Velmo Run was 1 hour, 30 minutes, 15 seconds ago."), 1u);
   clock_.advance(kStart + seconds(1) + hours(4) - clock_.now());
-  EXPECT_EQ(toolCalls().size(), 2u);
+  EXPECT_EQ(launchedArguments().size(), 2u);
 }
 
 class DamagedStateFile : public VelmoRunCoordinatorTest,
@@ -404,7 +373,8 @@ TEST_F(VelmoRunCoordinatorTest, ARequestDuringARunSharesOneFurtherPass) {
   clock_.advance(minutes(11));
   EXPECT_EQ(served, 2);
   // The further pass has the scheduled run's arguments.
-  EXPECT_EQ(toolCalls(), (Calls{{"install", "marvenith-velmo"}, {"install", "marvenith-velmo"}}));
+  EXPECT_EQ(launchedArguments(),
+            (Calls{{"install", "marvenith-velmo"}, {"install", "marvenith-velmo"}}));
   EXPECT_EQ(runCount(), 2);
   EXPECT_EQ(clock_.pendingTimers(), 1u);
 }

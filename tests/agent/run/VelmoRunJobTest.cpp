@@ -13,7 +13,7 @@
 #include "platform/fake/FakeUserDefaults.h"
 #include "platform/fake/FakeWorkspaceEvents.h"
 #include "platform/fake/VirtualClock.h"
-#include "tests/support/LogCapture.h"
+#include "tests/support/AgentFakes.h"
 
 namespace velmo::agent::run {
 namespace {
@@ -22,7 +22,7 @@ using core::PlistArray;
 using std::chrono::hours;
 using std::chrono::seconds;
 
-class VelmoRunJobTest : public ::testing::Test {
+class VelmoRunJobTest : public ::testing::Test, protected testing::AgentFakes {
  protected:
   void enableMenuBarApp() {
     stores_.setManaged("com.marvenith.velmo-notifier", {{"EnableMenuBarApp", true}});
@@ -59,22 +59,7 @@ class VelmoRunJobTest : public ::testing::Test {
     return calls;
   }
 
-  std::unique_ptr<mdm::ManagedPrefs> makePrefs() {
-    return std::make_unique<mdm::ManagedPrefs>(mdm::ManagedPrefs::Collaborators{
-        context_.get_executor(), clock_, stores_, distributed_, notifications_, workspace_});
-  }
-
-  asio::io_context context_;
-  platform::fake::VirtualClock clock_{context_};
-  testing::LogCapture capture_{&clock_};
-  platform::fake::FakeUserDefaults defaults_;
-  platform::fake::FakePreferenceStores stores_;
-  platform::fake::FakeDistributedNotificationCenter distributed_{context_.get_executor()};
-  core::NotificationCenter notifications_;
-  platform::fake::FakeWorkspaceEvents workspace_;
   std::unique_ptr<mdm::ManagedPrefs> prefs_ = makePrefs();
-  platform::fake::FakeProcessLauncher launcher_{clock_};
-  VelmoRunner runner_{launcher_, clock_, "/tool/velmo"};
   InventoryUpdater inventory_{launcher_, clock_, "/usr/local/bin/jamf"};
 };
 

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <asio/io_context.hpp>
+
+#include "agent/run/VelmoRunner.h"
+#include "core/NotificationCenter.h"
+#include "mdm/ManagedPrefs.h"
+#include "platform/Paths.h"
+#include "platform/fake/FakeDistributedNotificationCenter.h"
+#include "platform/fake/FakeFileManager.h"
+#include "platform/fake/FakePreferenceStores.h"
+#include "platform/fake/FakeProcessLauncher.h"
+#include "platform/fake/FakeUserDefaults.h"
+#include "platform/fake/FakeWorkspaceEvents.h"
+#include "platform/fake/VirtualClock.h"
+#include "tests/support/LogCapture.h"
+
+namespace velmo::testing {
+
+// The platform as the agent's unit tests see it: fakes on one virtual clock,
+// a sandbox root, a tool that a fake launcher runs, and captured logs.
+// Test fixtures inherit it next to ::testing::Test.
+class AgentFakes {
+ protected:
+  using Calls = std::vector<std::vector<std::string>>;
+
+  std::unique_ptr<mdm::ManagedPrefs> makePrefs() {
+    return std::make_unique<mdm::ManagedPrefs>(mdm::ManagedPrefs::Collaborators{
+        context_.get_executor(), clock_, stores_, distributed_, notifications_, workspace_});
+  }
+  // Argument vectors of every launch, in order.
+  Calls launchedArguments() const {
+    Calls calls;
+    for (const auto& launch : launcher_.launches()) calls.push_back(launch.arguments);
+    return calls;
+  }
+  // Whether standard output (info and above) holds `text`.
+  bool logged(const std::string& text) const {
+    return capture_.standardOutput().find(text) != std::string::npos;
+  }
+  // Debug lines that contain `text`.
+  std::size_t debugCount(const std::string& text) const {
+    const auto debugs = capture_.debugs();
+    return static_cast<std::size_t>(std::count_if(
+        debugs.begin(), debugs.end(),
+        [&](const std::string& line) { return line.find(text) != std::string::npos; }));
+  }
+
+  asio::io_context context_;
+  platform::fake::VirtualClock clock_{context_};
+  LogCapture capture_{&clock_};
+  platform::Paths paths_{"/sandbox"};
+  platform::fake::FakeFileManager files_;
+  platform::fake::FakeUserDefaults defaults_;
+  platform::fake::FakePreferenceStores stores_;
+  platform::fake::FakeDistributedNotificationCenter distributed_{context_.get_executor()};
+  core::NotificationCenter notifications_;
+  platform::fake::FakeWorkspaceEvents workspace_;
+  platform::fake::FakeProcessLauncher launcher_{clock_};
+  agent::run::VelmoRunner runner_{launcher_, clock_, "/tool/velmo"};
+};
+
+}  // namespace velmo::testing
