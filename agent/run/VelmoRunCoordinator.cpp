@@ -71,7 +71,8 @@ VelmoRunCoordinator::VelmoRunCoordinator(Collaborators collaborators)
       mdmChangeObserver_({collaborators_.mainExecutor, collaborators_.clock,
                           collaborators_.distributedCenter, collaborators_.userDefaults},
                          kAgentDomain),
-      config_(policy::VelmoRunConfig::read(collaborators_.userDefaults)),
+      // The observer has just read the policy; reading the files again would give the same.
+      config_(mdmChangeObserver_.config().value()),
       gate_(collaborators_.mainExecutor, collaborators_.clock) {
   if (config_.runInterval) {
     timerInterval_ = sanitizedInterval(*config_.runInterval);

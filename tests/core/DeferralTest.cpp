@@ -16,15 +16,6 @@ using namespace std::chrono;
 const platform::TimePoint kMarch10 =
     sys_days(year(2026) / March / 10) + hours(14) + minutes(5) + seconds(9);
 
-TEST(Deferral, MakeJoinsTheIdentifierWithOneUnderscore) {
-  const auto deferral = Deferral::make("com.example_foo", "2.0_beta");
-  EXPECT_EQ(deferral.identifier, "com.example_foo_2.0_beta");
-  EXPECT_EQ(deferral.appId, "com.example_foo");
-  EXPECT_EQ(deferral.targetVersion, "2.0_beta");
-  EXPECT_EQ(deferral.deferralCount, std::nullopt);
-  EXPECT_EQ(deferral.deferrals, std::nullopt);
-}
-
 TEST(Deferral, EncodesSortedIndentedWithWholeSecondUTCDates) {
   auto deferral = Deferral::make("com.example.foo", "2.0");
   deferral.deferralCount = 1;
