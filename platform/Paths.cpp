@@ -1,6 +1,7 @@
 #include "platform/Paths.h"
 
 #include <cstdlib>
+#include <system_error>
 
 namespace velmo::platform {
 namespace {
@@ -13,7 +14,12 @@ Paths::Paths(std::filesystem::path root) : root_(root.empty() ? "/" : std::move(
 
 Paths Paths::fromEnvironment() {
   const char* root = std::getenv("VELMO_ROOT");
-  return Paths(root && *root ? std::filesystem::path(root) : std::filesystem::path("/"));
+  if (!root || !*root) return Paths("/");
+  // Links in the prefix itself are the administrator's choice and resolved
+  // here, once; below it, file work refuses to follow links.
+  std::error_code error;
+  auto resolved = std::filesystem::weakly_canonical(root, error);
+  return Paths(error ? std::filesystem::path(root) : resolved);
 }
 
 std::filesystem::path Paths::resolve(std::string_view absolute) const {

@@ -38,6 +38,14 @@ asio::awaitable<void> StartCommand::run() {
   deferralManager_ =
       std::make_unique<deferrals::DeferralManager>(deferrals::DeferralManager::Collaborators{
           c.clock, c.files, c.paths, c.distributedCenter, c.notificationCenter});
+  maintenanceManager_ = maintenance::MaintenanceManager::make({.mainExecutor = c.mainExecutor,
+                                                               .clock = c.clock,
+                                                               .files = c.files,
+                                                               .paths = c.paths,
+                                                               .userDefaults = c.userDefaults,
+                                                               .managedPrefs = c.managedPrefs,
+                                                               .workspaceEvents = c.workspaceEvents,
+                                                               .runner = c.runner});
 
   // Whether users' quitting of applications may start their updates; the
   // object that acts on it joins the start-up with its own subsystem.
@@ -51,6 +59,12 @@ asio::awaitable<void> StartCommand::run() {
             c.mainExecutor, c.clock, c.distributedCenter, c.terminations, c.runner},
         uiController_);
   }
+  iconObserver_ =
+      policy::NotificationCenterIconObserver::make({.mainExecutor = c.mainExecutor,
+                                                    .clock = c.clock,
+                                                    .distributedCenter = c.distributedCenter,
+                                                    .managedPrefs = c.managedPrefs,
+                                                    .runner = c.runner});
 
   // Nothing ends this loop: the process lives until it is stopped by a signal.
   for (;;) {

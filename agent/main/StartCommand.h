@@ -8,6 +8,8 @@
 #include "agent/deferrals/DeferralManager.h"
 #include "agent/items/UIController.h"
 #include "agent/items/VelmoAgentQueue.h"
+#include "agent/maintenance/MaintenanceManager.h"
+#include "agent/policy/NotificationCenterIconObserver.h"
 #include "core/CustomLogger.h"
 #include "core/Executors.h"
 #include "core/NotificationCenter.h"
@@ -60,7 +62,9 @@ class StartCommand {
   // The long-lived objects; they live as long as the process.
   std::shared_ptr<items::UIController> uiController_;
   std::unique_ptr<deferrals::DeferralManager> deferralManager_;
+  std::shared_ptr<maintenance::MaintenanceManager> maintenanceManager_;
   std::unique_ptr<deferrals::ActiveIntervalManager> activeIntervalManager_;
+  std::shared_ptr<policy::NotificationCenterIconObserver> iconObserver_;
 };
 
 }  // namespace velmo::agent

@@ -23,18 +23,23 @@ MDMChangeObserver::~MDMChangeObserver() {
 }
 
 void MDMChangeObserver::handleMDMChange(const platform::DistributedNotification& notification) {
-  if (!notification.userInfo) return;
+  if (mentionsDomain(notification, domain_)) mdmChangeSubject_.trigger();
+}
+
+bool MDMChangeObserver::mentionsDomain(const platform::DistributedNotification& notification,
+                                       std::string_view domain) {
+  if (!notification.userInfo) return false;
   const auto found = notification.userInfo->find(core::kChangedDomainsKey);
-  if (found == notification.userInfo->end()) return;
+  if (found == notification.userInfo->end()) return false;
   const auto* domains = found->second.getIf<core::PlistArray>();
-  if (!domains) return;
+  if (!domains) return false;
   bool mentioned = false;
   for (const auto& element : *domains) {
     const auto* name = element.getIf<std::string>();
-    if (!name) return;  // Not an array of strings.
-    mentioned = mentioned || *name == domain_;
+    if (!name) return false;  // Not an array of strings.
+    mentioned = mentioned || *name == domain;
   }
-  if (mentioned) mdmChangeSubject_.trigger();
+  return mentioned;
 }
 
 void MDMChangeObserver::reload() {

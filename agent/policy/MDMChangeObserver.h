@@ -34,6 +34,10 @@ class MDMChangeObserver {
   MDMChangeObserver& operator=(const MDMChangeObserver&) = delete;
 
   void handleMDMChange(const platform::DistributedNotification& notification);
+  // Whether a policy notification names `domain` among its changed domains.
+  // A user info of any other shape names none.
+  static bool mentionsDomain(const platform::DistributedNotification& notification,
+                             std::string_view domain);
 
   core::Published<VelmoRunConfig>& config() { return config_; }
   const core::Published<VelmoRunConfig>& config() const { return config_; }

@@ -29,13 +29,45 @@ class FakeFileManager final : public FileManager {
     files_[path] = contents;
     return std::nullopt;
   }
+  // The files directly in `path`, all regular and without a creation date.
+  FileResult<std::vector<DirectoryEntry>> contentsOfDirectory(const std::filesystem::path& path,
+                                                              bool skipHiddenFiles) const override {
+    std::vector<DirectoryEntry> entries;
+    for (const auto& [file, contents] : files_) {
+      const bool hidden = file.filename().string().starts_with(".");
+      if (file.parent_path() == path && !(skipHiddenFiles && hidden)) {
+        entries.push_back({file, DirectoryEntry::Type::regular, std::nullopt});
+      }
+    }
+    if (entries.empty() && !directories_.count(path)) return noSuchFile();
+    return entries;
+  }
+  FileResult<FileBytes> contentsMappedIfSafe(const std::filesystem::path& path) const override {
+    auto found = files_.find(path);
+    if (found == files_.end()) return noSuchFile();
+    return FileBytes(found->second);
+  }
+  FileResult<std::string> destinationOfSymbolicLink(
+      const std::filesystem::path& path) const override {
+    auto found = links_.find(path);
+    if (found == links_.end()) return FileError{"Invalid argument", "NSPOSIXErrorDomain", 22};
+    return found->second;
+  }
+  std::optional<FileError> createSymbolicLink(const std::filesystem::path& path,
+                                              const std::filesystem::path& destination) override {
+    if (links_.count(path) || files_.count(path)) {
+      return FileError{"File exists", "NSPOSIXErrorDomain", 17};
+    }
+    links_[path] = destination.string();
+    return std::nullopt;
+  }
   std::optional<FileError> createDirectories(const std::filesystem::path& path) override {
     directories_.insert(path);
     return std::nullopt;
   }
   std::optional<FileError> removeItem(const std::filesystem::path& path) override {
     if (failRemovals_) return FileError{"Cannot remove " + path.string(), "NSPOSIXErrorDomain", 1};
-    if (!files_.erase(path)) return FileError{"No such file", "NSPOSIXErrorDomain", 2};
+    if (!files_.erase(path) && !links_.erase(path)) return noSuchFile();
     return std::nullopt;
   }
   std::optional<FileError> writeFile(const std::filesystem::path& path,
@@ -47,7 +79,7 @@ class FakeFileManager final : public FileManager {
   std::optional<FileError> replaceItem(const std::filesystem::path& original,
                                        const std::filesystem::path& replacement) override {
     auto found = files_.find(replacement);
-    if (found == files_.end()) return FileError{"No such file", "NSPOSIXErrorDomain", 2};
+    if (found == files_.end()) return noSuchFile();
     files_[original] = found->second;
     files_.erase(replacement);
     return std::nullopt;
@@ -64,7 +96,10 @@ class FakeFileManager final : public FileManager {
   }
 
  private:
+  static FileError noSuchFile() { return {"No such file", "NSPOSIXErrorDomain", 2}; }
+
   std::map<std::filesystem::path, std::string> files_;
+  std::map<std::filesystem::path, std::string> links_;
   std::set<std::filesystem::path> directories_;
   bool failWrites_ = false;
   bool failRemovals_ = false;

@@ -1,16 +1,22 @@
 #include "platform/linux/PosixFileManager.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <stdio.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <fstream>
 #include <sstream>
 #include <system_error>
+#include <utility>
+#include <vector>
 
 namespace velmo::platform::linux {
 namespace {
@@ -21,6 +27,89 @@ std::string failure(const char* what, const std::filesystem::path& path, int err
 
 FileError posixError(const char* what, const std::filesystem::path& path, int error) {
   return {failure(what, path, error), "NSPOSIXErrorDomain", error};
+}
+
+// A descriptor closed when it goes out of scope.
+class Descriptor {
+ public:
+  explicit Descriptor(int fd = -1) : fd_(fd) {}
+  ~Descriptor() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    std::swap(fd_, other.fd_);
+    return *this;
+  }
+  int get() const { return fd_; }
+  bool valid() const { return fd_ >= 0; }
+  int release() { return std::exchange(fd_, -1); }
+
+ private:
+  int fd_;
+};
+
+// Opens `path` one component at a time, each with O_NOFOLLOW, so that a
+// symbolic link anywhere on the way fails the open instead of being followed.
+// The root prefix is resolved once at start, so the agent's own paths hold no
+// links. On failure the descriptor is invalid and errno tells why.
+Descriptor openWithoutLinks(const std::filesystem::path& path, int flags) {
+  Descriptor directory(::open(path.is_absolute() ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  std::vector<std::string> components;
+  for (const auto& component : path.relative_path()) {
+    if (!component.empty()) components.push_back(component.string());
+  }
+  if (components.empty() || !directory.valid()) {
+    return Descriptor(::open(path.is_absolute() ? "/" : ".", flags | O_CLOEXEC));
+  }
+  for (std::size_t i = 0; i + 1 < components.size(); ++i) {
+    Descriptor next(::openat(directory.get(), components[i].c_str(),
+                             O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!next.valid()) return next;
+    directory = std::move(next);
+  }
+  return Descriptor(
+      ::openat(directory.get(), components.back().c_str(), flags | O_NOFOLLOW | O_CLOEXEC));
+}
+
+bool isDotOrDotDot(const char* name) {
+  return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
+}
+
+// Removes `name` in the folder `parent`: a folder after its content, found
+// through descriptors; anything else, a link included, by unlinking it.
+// Returns 0 or the errno of the first failure.
+int removeAt(int parent, const char* name) {
+  struct stat status {};
+  if (::fstatat(parent, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return errno;
+  if (!S_ISDIR(status.st_mode)) return ::unlinkat(parent, name, 0) == 0 ? 0 : errno;
+  const int fd = ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (fd < 0) return errno;
+  DIR* directory = ::fdopendir(fd);
+  if (!directory) {
+    const int error = errno;
+    ::close(fd);
+    return error;
+  }
+  int error = 0;
+  errno = 0;
+  while (const dirent* entry = ::readdir(directory)) {
+    if (isDotOrDotDot(entry->d_name)) continue;
+    // Removing while reading is fine for readdir; on failure stop at once.
+    if ((error = removeAt(fd, entry->d_name)) != 0) break;
+    errno = 0;
+  }
+  if (error == 0 && errno != 0) error = errno;
+  ::closedir(directory);
+  if (error != 0) return error;
+  return ::unlinkat(parent, name, AT_REMOVEDIR) == 0 ? 0 : errno;
+}
+
+DirectoryEntry::Type entryType(mode_t mode) {
+  if (S_ISREG(mode)) return DirectoryEntry::Type::regular;
+  if (S_ISDIR(mode)) return DirectoryEntry::Type::directory;
+  if (S_ISLNK(mode)) return DirectoryEntry::Type::symbolicLink;
+  return DirectoryEntry::Type::other;
 }
 
 }  // namespace
@@ -83,10 +172,88 @@ std::optional<FileError> PosixFileManager::createDirectories(const std::filesyst
 }
 
 std::optional<FileError> PosixFileManager::removeItem(const std::filesystem::path& path) {
-  std::error_code error;
-  // A link is removed as a link; a folder with all it holds.
-  std::filesystem::remove_all(path, error);
-  if (error) return posixError("Cannot remove", path, error.value());
+  const auto name = path.filename();
+  if (name.empty() || name == "." || name == "..") return posixError("Cannot remove", path, EINVAL);
+  const auto parent =
+      openWithoutLinks(path.has_parent_path() ? path.parent_path() : ".", O_RDONLY | O_DIRECTORY);
+  if (!parent.valid()) return posixError("Cannot remove", path, errno);
+  if (const int error = removeAt(parent.get(), name.c_str())) {
+    return posixError("Cannot remove", path, error);
+  }
+  return std::nullopt;
+}
+
+FileResult<std::vector<DirectoryEntry>> PosixFileManager::contentsOfDirectory(
+    const std::filesystem::path& path, bool skipHiddenFiles) const {
+  auto fd = openWithoutLinks(path, O_RDONLY | O_DIRECTORY);
+  if (!fd.valid()) return posixError("Cannot list the folder", path, errno);
+  DIR* directory = ::fdopendir(fd.get());
+  if (!directory) return posixError("Cannot list the folder", path, errno);
+  fd.release();
+  std::vector<DirectoryEntry> entries;
+  int error = 0;
+  errno = 0;
+  while (const dirent* entry = ::readdir(directory)) {
+    const char* name = entry->d_name;
+    if (isDotOrDotDot(name) || (skipHiddenFiles && name[0] == '.')) {
+      errno = 0;
+      continue;
+    }
+    struct statx status {};
+    if (::statx(::dirfd(directory), name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT,
+                STATX_TYPE | STATX_BTIME, &status) != 0) {
+      // Gone since the listing read it, for instance: the listing is no longer true.
+      error = errno;
+      break;
+    }
+    DirectoryEntry described{path / name, entryType(status.stx_mode), std::nullopt};
+    if (status.stx_mask & STATX_BTIME) {
+      described.creationDate = TimePoint(std::chrono::duration_cast<TimePoint::duration>(
+          std::chrono::seconds(status.stx_btime.tv_sec) +
+          std::chrono::nanoseconds(status.stx_btime.tv_nsec)));
+    }
+    entries.push_back(std::move(described));
+    errno = 0;
+  }
+  if (error == 0 && errno != 0) error = errno;
+  ::closedir(directory);
+  if (error != 0) return posixError("Cannot list the folder", path, error);
+  std::sort(entries.begin(), entries.end(),
+            [](const auto& a, const auto& b) { return a.path.filename() < b.path.filename(); });
+  return entries;
+}
+
+FileResult<FileBytes> PosixFileManager::contentsMappedIfSafe(
+    const std::filesystem::path& path) const {
+  const auto fd = openWithoutLinks(path, O_RDONLY);
+  if (!fd.valid()) return posixError("Cannot read", path, errno);
+  struct stat status {};
+  if (::fstat(fd.get(), &status) != 0) return posixError("Cannot read", path, errno);
+  if (!S_ISREG(status.st_mode)) return posixError("Cannot read", path, EINVAL);
+  const auto size = static_cast<std::size_t>(status.st_size);
+  if (size == 0) return FileBytes();
+  // Private and read-only: pages are read from the file only when touched.
+  void* mapped = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd.get(), 0);
+  if (mapped == MAP_FAILED) return posixError("Cannot map", path, errno);
+  std::shared_ptr<const void> owner(
+      mapped, [size](const void* address) { ::munmap(const_cast<void*>(address), size); });
+  return FileBytes(std::string_view(static_cast<const char*>(mapped), size), std::move(owner));
+}
+
+FileResult<std::string> PosixFileManager::destinationOfSymbolicLink(
+    const std::filesystem::path& path) const {
+  std::string destination(PATH_MAX, '\0');
+  const ssize_t length = ::readlink(path.c_str(), destination.data(), destination.size());
+  if (length < 0) return posixError("Cannot read the link", path, errno);
+  destination.resize(static_cast<std::size_t>(length));
+  return destination;
+}
+
+std::optional<FileError> PosixFileManager::createSymbolicLink(
+    const std::filesystem::path& path, const std::filesystem::path& destination) {
+  if (::symlink(destination.c_str(), path.c_str()) != 0) {
+    return posixError("Cannot create the link", path, errno);
+  }
   return std::nullopt;
 }
 

@@ -4,7 +4,7 @@
 
 namespace velmo::platform::linux {
 
-class PosixFileManager final : public FileManager {
+class PosixFileManager : public FileManager {
  public:
   bool fileExists(const std::filesystem::path& path) const override;
   std::optional<std::string> readFile(const std::filesystem::path& path) const override;
@@ -12,7 +12,18 @@ class PosixFileManager final : public FileManager {
   // the old one.
   std::optional<std::string> writeFileAtomically(const std::filesystem::path& path,
                                                  const std::string& contents) override;
+  // Entries are described by statx without following links; the creation
+  // date is the birth time where the file system records one.
+  FileResult<std::vector<DirectoryEntry>> contentsOfDirectory(const std::filesystem::path& path,
+                                                              bool skipHiddenFiles) const override;
+  FileResult<FileBytes> contentsMappedIfSafe(const std::filesystem::path& path) const override;
+  FileResult<std::string> destinationOfSymbolicLink(
+      const std::filesystem::path& path) const override;
+  std::optional<FileError> createSymbolicLink(const std::filesystem::path& path,
+                                              const std::filesystem::path& destination) override;
   std::optional<FileError> createDirectories(const std::filesystem::path& path) override;
+  // Works from a descriptor of each folder it enters, opened without
+  // following links, so a link swapped in during the removal is only unlinked.
   std::optional<FileError> removeItem(const std::filesystem::path& path) override;
   std::optional<FileError> writeFile(const std::filesystem::path& path,
                                      const std::string& contents) override;

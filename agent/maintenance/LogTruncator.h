@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+
+#include "core/CustomLogger.h"
+#include "platform/FileManager.h"
+
+namespace velmo::agent::maintenance {
+
+// Keeps the log file bounded by dropping its oldest lines. The file is
+// treated as bytes and mapped rather than read, so a huge log costs little
+// memory: only the tail that is kept is ever touched.
+class LogTruncator {
+ public:
+  static constexpr std::uint64_t kBytesPerMegabyte = 1'048'576;
+
+  LogTruncator(platform::FileManager& files, std::filesystem::path logFile,
+               core::CustomLogger logger);
+
+  // Cuts the file after the first newline at or past `size - maxBytes`, so it
+  // starts with a whole line and ends just under the limit. A file within the
+  // limit, or without such a newline, is left as it is.
+  void truncateLogFile(std::uint64_t maxMegabytes) const;
+
+ private:
+  platform::FileManager& files_;
+  std::filesystem::path logFile_;
+  core::CustomLogger logger_;
+};
+
+}  // namespace velmo::agent::maintenance

@@ -1,0 +1,161 @@
+#include "agent/maintenance/MaintenanceManager.h"
+
+#include <limits>
+
+#include <asio/experimental/awaitable_operators.hpp>
+#include <asio/post.hpp>
+#include <asio/use_awaitable.hpp>
+
+namespace velmo::agent::maintenance {
+namespace {
+
+core::TimeInterval seconds(platform::Duration duration) {
+  return std::chrono::duration_cast<core::TimeInterval>(duration);
+}
+
+}  // namespace
+
+MaintenanceManager::MaintenanceManager(const Collaborators& collaborators)
+    : collaborators_(collaborators),
+      plistManager_(collaborators.files, collaborators.paths.agentStateFile()),
+      cachePruner_(collaborators.files, collaborators.clock,
+                   collaborators.paths.toolCacheDirectory(), logger_),
+      logTruncator_(collaborators.files, collaborators.paths.logFile(), logger_),
+      tempArtifactCleaner_(
+          collaborators.files, collaborators.clock,
+          {collaborators.paths.applicationsDirectory(), collaborators.paths.utilitiesDirectory()},
+          logger_),
+      toolLinkMaintainer_(collaborators.files, collaborators.userDefaults,
+                          collaborators.paths.toolLink(), collaborators.paths.toolExecutable(),
+                          logger_) {}
+
+std::shared_ptr<MaintenanceManager> MaintenanceManager::make(const Collaborators& collaborators) {
+  std::shared_ptr<MaintenanceManager> manager(new MaintenanceManager(collaborators));
+  manager->workspaceToken_ = collaborators.workspaceEvents.addObserver(
+      [weak = manager->weak_from_this()](platform::WorkspaceEvent event) {
+        auto self = weak.lock();
+        if (!self) return;
+        if (event == platform::WorkspaceEvent::willSleep) self->willSleep();
+        if (event == platform::WorkspaceEvent::didWake) self->didWake();
+      });
+  // A start never looks at the last cycle's date: it always runs one.
+  manager->startCycle();
+  return manager;
+}
+
+MaintenanceManager::~MaintenanceManager() {
+  collaborators_.workspaceEvents.removeObserver(workspaceToken_);
+}
+
+void MaintenanceManager::startCycle() {
+  auto task = [](std::weak_ptr<MaintenanceManager> weak) -> asio::awaitable<void> {
+    // The task keeps the manager while its cycle runs.
+    if (auto self = weak.lock()) co_await self->runMaintenanceAndReschedule();
+  };
+  core::startTask(collaborators_.mainExecutor, task(weak_from_this()), logger_);
+}
+
+asio::awaitable<void> MaintenanceManager::runMaintenanceAndReschedule() {
+  // Two cycles at once would share one count; the one running arms the timer.
+  if (cycleRunning_) {
+    logger_.debug("A maintenance cycle is already running; it schedules the next one.");
+    co_return;
+  }
+  cycleRunning_ = true;
+  co_await runMaintenance();
+  cycleRunning_ = false;
+  scheduleTimer();
+}
+
+asio::awaitable<void> MaintenanceManager::runMaintenance() {
+  const platform::TimePoint startedAt = collaborators_.clock.now();
+  const auto stored = plistManager_.value(run::PlistKey::maintenanceTaskRunCount);
+  const auto* count = stored ? stored->getIf<std::int64_t>() : nullptr;
+  const std::int64_t previous = count ? *count : 0;
+  const std::int64_t cycleNumber =
+      previous < std::numeric_limits<std::int64_t>::max() ? previous + 1 : previous;
+  logger_.info("Maintenance cycle #" + std::to_string(cycleNumber) + " started.");
+
+  const bool reporting = co_await collaborators_.managedPrefs.boolValue(
+      "EnableDashboardReporting", mdm::ManagedDomain::velmo, false);
+  auto prune = onMain([this] { cachePruner_.pruneCache(kCacheAgeLimitDays); });
+  auto truncate = onMain([this] { logTruncator_.truncateLogFile(kLogLimitMegabytes); });
+  auto cleanUp =
+      onMain([this] { tempArtifactCleaner_.cleanUpTempArtifacts(kTempArtifactAgeLimitDays); });
+  auto link = onMain([this] { toolLinkMaintainer_.maintainToolLink(); });
+  using namespace asio::experimental::awaitable_operators;
+  if (reporting) {
+    logger_.debug("Dashboard Reporting is enabled.");
+    co_await (submitReport() && std::move(prune) && std::move(truncate) && std::move(cleanUp) &&
+              std::move(link));
+  } else {
+    co_await (std::move(prune) && std::move(truncate) && std::move(cleanUp) && std::move(link));
+  }
+
+  const platform::TimePoint finishedAt = collaborators_.clock.now();
+  logger_.info("Maintenance cycle #" + std::to_string(cycleNumber) +
+               " finished in: " + core::durationDescription(seconds(finishedAt - startedAt)));
+  plistManager_.setValue(core::PlistValue(cycleNumber), run::PlistKey::maintenanceTaskRunCount);
+  plistManager_.setValue(core::PlistValue(core::PlistDate{finishedAt}),
+                         run::PlistKey::lastMaintenanceTaskRun);
+}
+
+asio::awaitable<void> MaintenanceManager::onMain(std::function<void()> job) {
+  co_await asio::post(collaborators_.mainExecutor, asio::use_awaitable);
+  job();
+}
+
+asio::awaitable<void> MaintenanceManager::submitReport() {
+  logger_.info("Generating and submitting Velmo Report...");
+  std::vector<std::string> arguments{"report", "--submit"};
+  const int code = co_await collaborators_.runner.run(std::move(arguments), std::nullopt);
+  if (code == 0) {
+    logger_.info("Velmo Report submitted successfully.");
+  } else {
+    logger_.error("Failed to submit Velmo Report with exit code: " + std::to_string(code));
+  }
+}
+
+void MaintenanceManager::armTimer(platform::Duration delay) {
+  timer_ = collaborators_.clock.scheduleAfter(delay, collaborators_.mainExecutor,
+                                              [weak = weak_from_this()] {
+                                                if (auto self = weak.lock()) self->startCycle();
+                                              });
+}
+
+void MaintenanceManager::scheduleTimer() {
+  timer_.reset();
+  armTimer(core::toDuration(kTimerInterval));
+  logger_.info("Maintenance cycle scheduled to run in " +
+               core::durationDescription(kTimerInterval));
+}
+
+void MaintenanceManager::willSleep() {
+  logger_.debug("System is going to sleep. Invalidating maintenance cycle timer.");
+  // A cycle in progress goes on; only the wake-up is dropped.
+  timer_.reset();
+}
+
+void MaintenanceManager::didWake() {
+  logger_.debug("System woke up. Checking last maintenance cycle and scheduling next run.");
+  timer_.reset();
+  const platform::TimePoint now = collaborators_.clock.now();
+  const auto stored = plistManager_.value(run::PlistKey::lastMaintenanceTaskRun);
+  const auto* last = stored ? stored->getIf<core::PlistDate>() : nullptr;
+  if (!last) {
+    startCycle();
+    return;
+  }
+  const platform::Duration delay = last->value + core::toDuration(kTimerInterval) - now;
+  if (delay <= platform::Duration::zero()) {
+    logger_.debug(
+        "Next scheduled maintenance cycle was in the past. Running maintenance cycle immediately.");
+    startCycle();
+    return;
+  }
+  armTimer(delay);
+  logger_.info("Scheduled next maintenance cycle after wake in " +
+               core::durationDescription(seconds(delay)) + ".");
+}
+
+}  // namespace velmo::agent::maintenance

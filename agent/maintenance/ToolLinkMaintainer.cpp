@@ -1,0 +1,51 @@
+#include "agent/maintenance/ToolLinkMaintainer.h"
+
+#include <variant>
+
+#include "mdm/PreferenceConversions.h"
+
+namespace velmo::agent::maintenance {
+
+ToolLinkMaintainer::ToolLinkMaintainer(platform::FileManager& files,
+                                       const platform::UserDefaults& userDefaults,
+                                       std::filesystem::path link,
+                                       std::filesystem::path destination, core::CustomLogger logger)
+    : files_(files),
+      userDefaults_(userDefaults),
+      link_(std::move(link)),
+      destination_(std::move(destination)),
+      logger_(std::move(logger)) {}
+
+void ToolLinkMaintainer::maintainToolLink() const {
+  // The exists test follows the link, so a dangling link counts as missing.
+  const bool exists = files_.fileExists(link_);
+  const auto stored = userDefaults_.object("RemoveVelmoSymlink");
+  const bool remove = stored && mdm::PreferenceConversions::boolean(*stored).value_or(false);
+  if (!exists && !remove) {
+    logger_.info("The velmo symlink is missing; creating now.");
+    if (const auto error = files_.createSymbolicLink(link_, destination_)) {
+      logger_.error("Failed to create velmo symlink, detailed error: " + error->description + ".");
+    }
+  } else if (exists && remove) {
+    removeLinkIfOurs();
+  }
+}
+
+void ToolLinkMaintainer::removeLinkIfOurs() const {
+  auto failed = [&](const platform::FileError& error) {
+    logger_.error("Failed to remove velmo symlink, detailed error: " + error.description + ".");
+  };
+  const auto destination = files_.destinationOfSymbolicLink(link_);
+  if (const auto* error = std::get_if<platform::FileError>(&destination)) return failed(*error);
+  // Exact text: the same file reached through another form of the path isn't ours.
+  if (std::get<std::string>(destination) != destination_.string()) {
+    logger_.debug(
+        "Current velmo symlink does not point to Marvenith's velmo command line tool; skipping "
+        "removal.");
+    return;
+  }
+  logger_.info("Configured to remove the velmo symlink; removing now.");
+  if (const auto error = files_.removeItem(link_)) failed(*error);
+}
+
+}  // namespace velmo::agent::maintenance

@@ -1,0 +1,83 @@
+#include "agent/policy/NotificationCenterIconObserver.h"
+
+#include "agent/policy/MDMChangeObserver.h"
+#include "core/NotificationNames.h"
+
+namespace velmo::agent::policy {
+
+NotificationCenterIconObserver::NotificationCenterIconObserver(const Collaborators& collaborators)
+    : collaborators_(collaborators),
+      mdmChangeSubject_(collaborators.mainExecutor, collaborators.clock, kQuietTime,
+                        [this] { startStep(&NotificationCenterIconObserver::changeStep); }) {
+  logger_.debug("NotificationCenterIconObserver initialized");
+  token_ = collaborators_.distributedCenter.addObserver(
+      core::NotificationName::managementStatusChangedForDomains,
+      [this](const platform::DistributedNotification& n) { handleMDMChange(n); });
+}
+
+std::shared_ptr<NotificationCenterIconObserver> NotificationCenterIconObserver::make(
+    const Collaborators& collaborators) {
+  std::shared_ptr<NotificationCenterIconObserver> observer(
+      new NotificationCenterIconObserver(collaborators));
+  observer->startStep(&NotificationCenterIconObserver::initialStep);
+  return observer;
+}
+
+NotificationCenterIconObserver::~NotificationCenterIconObserver() {
+  collaborators_.distributedCenter.removeObserver(token_);
+  logger_.debug("NotificationCenterIconObserver deinitialized");
+}
+
+void NotificationCenterIconObserver::handleMDMChange(
+    const platform::DistributedNotification& notification) {
+  if (MDMChangeObserver::mentionsDomain(notification,
+                                        mdm::rawValue(mdm::ManagedDomain::velmoNotifier))) {
+    mdmChangeSubject_.trigger();
+  }
+}
+
+void NotificationCenterIconObserver::startStep(Step step) {
+  auto task = [](std::weak_ptr<NotificationCenterIconObserver> weak,
+                 Step step) -> asio::awaitable<void> {
+    // The task keeps the observer while its step runs.
+    if (auto self = weak.lock()) co_await (self.get()->*step)();
+  };
+  core::startTask(collaborators_.mainExecutor, task(weak_from_this(), step), logger_);
+}
+
+asio::awaitable<std::optional<std::string>> NotificationCenterIconObserver::readIcon() {
+  std::string icon = co_await collaborators_.managedPrefs.string(
+      "NotificationCenterIcon", mdm::ManagedDomain::velmoNotifier, "");
+  co_return icon.empty() ? std::nullopt : std::optional<std::string>(std::move(icon));
+}
+
+asio::awaitable<void> NotificationCenterIconObserver::initialStep() {
+  currentIcon_ = co_await readIcon();
+  if (!currentIcon_) co_return;
+  logger_.info("Applying initial NotificationCenterIcon: " + *currentIcon_);
+  co_await apply(*currentIcon_);
+}
+
+asio::awaitable<void> NotificationCenterIconObserver::changeStep() {
+  auto icon = co_await readIcon();
+  if (icon == currentIcon_) co_return;
+  currentIcon_ = icon;
+  if (!icon) {
+    logger_.debug("NotificationCenterIcon cleared; skipping icon update.");
+    co_return;
+  }
+  logger_.info("NotificationCenterIcon changed; updating icon to: " + *icon);
+  co_await apply(std::move(*icon));
+}
+
+asio::awaitable<void> NotificationCenterIconObserver::apply(std::string icon) {
+  std::vector<std::string> arguments{
+      "notifier",    "set-icon", "--icon", std::move(icon), "--restart-velmo-notifier",
+      "--restart-nc"};
+  const int result = co_await collaborators_.runner.run(std::move(arguments), std::nullopt);
+  if (result != 0) {
+    logger_.error("Failed to set Velmo app icon with exit code: " + std::to_string(result));
+  }
+}
+
+}  // namespace velmo::agent::policy

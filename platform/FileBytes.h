@@ -1,0 +1,30 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace velmo::platform {
+
+// The bytes of a file as read: either held in memory or mapped from the file,
+// in which case only the pages actually touched cost memory. Cheap to move;
+// the bytes stay valid as long as the object lives.
+class FileBytes {
+ public:
+  FileBytes() = default;
+  explicit FileBytes(std::string contents)
+      : owner_(std::make_shared<const std::string>(std::move(contents))),
+        view_(*static_cast<const std::string*>(owner_.get())) {}
+  // `owner` keeps the memory behind `view` alive, and releases it when dropped.
+  FileBytes(std::string_view view, std::shared_ptr<const void> owner)
+      : owner_(std::move(owner)), view_(view) {}
+
+  std::string_view view() const { return view_; }
+  std::size_t size() const { return view_.size(); }
+
+ private:
+  std::shared_ptr<const void> owner_;
+  std::string_view view_;
+};
+
+}  // namespace velmo::platform
