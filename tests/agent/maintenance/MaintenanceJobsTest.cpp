@@ -1,0 +1,398 @@
+#include <sys/stat.h>
+
+#include <ctime>
+#include <fstream>
+#include <set>
+
+#include <gtest/gtest.h>
+
+#include "agent/maintenance/CachePruner.h"
+#include "agent/maintenance/LogTruncator.h"
+#include "agent/maintenance/MaintenanceManager.h"
+#include "agent/maintenance/TempArtifactCleaner.h"
+#include "agent/maintenance/ToolLinkMaintainer.h"
+#include "platform/linux/PosixFileManager.h"
+#include "tests/support/AgentFakes.h"
+
+namespace velmo::agent::maintenance {
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::hours;
+using Days = std::chrono::duration<std::int64_t, std::ratio<86'400>>;
+
+// The real file manager, with removals that can be made to fail and
+// creation dates that can be hidden.
+class DiskFiles final : public platform::linux::PosixFileManager {
+ public:
+  std::set<std::string> failRemovalOf;
+  bool hideCreationDates = false;
+
+  std::optional<platform::FileError> removeItem(const fs::path& path) override {
+    if (failRemovalOf.count(path.filename().string())) {
+      return platform::FileError{"Operation not permitted", "NSPOSIXErrorDomain", 1};
+    }
+    return PosixFileManager::removeItem(path);
+  }
+  platform::FileResult<std::vector<platform::DirectoryEntry>> contentsOfDirectory(
+      const fs::path& path, bool skipHiddenFiles) const override {
+    auto listing = PosixFileManager::contentsOfDirectory(path, skipHiddenFiles);
+    if (auto* entries = std::get_if<std::vector<platform::DirectoryEntry>>(&listing);
+        entries && hideCreationDates) {
+      for (auto& entry : *entries) entry.creationDate.reset();
+    }
+    return listing;
+  }
+};
+
+// Each test works in a fresh folder; `outside` stands for everything that
+// no job may touch.
+class MaintenanceJobsTest : public ::testing::Test, protected testing::AgentFakes {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/velmo-maintenance-XXXXXX";
+    base_ = ::mkdtemp(pattern);
+    root_ = base_ / "root";
+    outside_ = base_ / "outside";
+    fs::create_directories(outside_ / "keep");
+    write(outside_ / "keep" / "precious", "x");
+  }
+  void TearDown() override { fs::remove_all(base_); }
+
+  static void write(const fs::path& path, const std::string& contents = "media") {
+    fs::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << contents;
+  }
+  bool outsideIntact() const { return fs::exists(outside_ / "keep" / "precious"); }
+  std::size_t filesIn(const fs::path& folder) const {
+    return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), {}));
+  }
+  // Whether any level logged `text`.
+  bool loggedAnywhere(const std::string& text) const {
+    return logged(text) || debugCount(text) > 0;
+  }
+
+  CachePruner pruner() { return {disk_, diskClock_, root_ / "cache", logger_}; }
+  TempArtifactCleaner cleaner() {
+    return {disk_, diskClock_, {root_ / "Applications", root_ / "Applications/Utilities"}, logger_};
+  }
+
+  fs::path base_, root_, outside_;
+  DiskFiles disk_;
+  // Creation dates are the real ones; the jobs' clock is moved past them.
+  platform::fake::VirtualClock diskClock_{context_, std::chrono::system_clock::now()};
+  core::CustomLogger logger_{"MaintenanceManager"};
+};
+
+// Log truncation, on a 5 MB limit.
+struct LogCase {
+  const char* name;
+  std::string contents;  // Empty: no file at all.
+  std::string expected;  // The file afterwards.
+  const char* line;
+};
+
+constexpr std::size_t kLimit = 5 * 1'048'576;
+
+std::string lines(std::size_t size) {
+  std::string text(size, 'a');
+  for (std::size_t i = 99; i < size; i += 100) text[i] = '\n';
+  return text;
+}
+
+class LogTruncationTest : public MaintenanceJobsTest,
+                          public ::testing::WithParamInterface<LogCase> {};
+
+TEST_P(LogTruncationTest, CutsAfterTheFirstNewlineOfTheTail) {
+  const auto& param = GetParam();
+  const fs::path log = root_ / "marvenith-velmo.log";
+  if (!param.contents.empty()) write(log, param.contents);
+  LogTruncator(disk_, log, logger_).truncateLogFile(5);
+  EXPECT_TRUE(loggedAnywhere(param.line)) << param.line;
+  if (!param.contents.empty()) {
+    const auto after = disk_.readFile(log).value();
+    EXPECT_EQ(after.size(), param.expected.size());
+    EXPECT_TRUE(after == param.expected);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, LogTruncationTest,
+    ::testing::Values(
+        LogCase{"Missing", "", "", "Failed to read log file."},
+        LogCase{"ExactlyAtTheLimit", lines(kLimit), lines(kLimit), "is already within the limit"},
+        LogCase{"OneByteOver", lines(kLimit + 1), lines(kLimit + 1).substr(100),
+                "Truncated 100 bytes from the log file."},
+        // The tail holds no newline: the file stays whole.
+        LogCase{"NoNewlineInTheTail", "a\n" + std::string(kLimit, 'b'),
+                "a\n" + std::string(kLimit, 'b'), "Failed to find a suitable truncation position."},
+        LogCase{"OnlyTheLastByte", std::string(kLimit, 'b') + "\n", "",
+                "Truncated 5242881 bytes from the log file."},
+        // The newline at `size - maxBytes` itself is the cut.
+        LogCase{"NewlineAtTheStart", "ab\n" + std::string(kLimit - 1, 'c'),
+                std::string(kLimit - 1, 'c'), "Truncated 3 bytes from the log file."}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// Temp artifacts, by name, with a one-day limit.
+struct ArtifactCase {
+  const char* name;
+  std::string (*entry)(platform::TimePoint now);
+  bool removed;
+};
+
+// ".Foo.app.new-20260310T140509Z-1a2B3c4D" for an instant.
+std::string artifact(platform::TimePoint at, const std::string& hex = "1a2B3c4D") {
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(at);
+  std::tm parts{};
+  ::gmtime_r(&seconds, &parts);
+  char stamp[32];
+  std::strftime(stamp, sizeof stamp, "%Y%m%dT%H%M%SZ", &parts);
+  return ".Foo.app.new-" + std::string(stamp) + "-" + hex;
+}
+
+class TempArtifactNameTest : public MaintenanceJobsTest,
+                             public ::testing::WithParamInterface<ArtifactCase> {};
+
+TEST_P(TempArtifactNameTest, OnlyOldNamesOfTheFormGo) {
+  const auto now = std::chrono::time_point_cast<std::chrono::seconds>(diskClock_.now());
+  const fs::path entry = root_ / "Applications" / GetParam().entry(now);
+  write(entry / "Contents" / "Info.plist");
+  cleaner().cleanUpTempArtifacts(1);
+  EXPECT_EQ(!fs::exists(entry), GetParam().removed);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, TempArtifactNameTest,
+    ::testing::Values(
+        ArtifactCase{"TwentyFiveHoursOld", [](auto now) { return artifact(now - hours(25)); },
+                     true},
+        ArtifactCase{"TwentyThreeHoursOld", [](auto now) { return artifact(now - hours(23)); },
+                     false},
+        ArtifactCase{"ExactlyAtTheCutoff", [](auto now) { return artifact(now - hours(24)); },
+                     true},
+        ArtifactCase{"Old",
+                     [](auto now) { return ".Foo.app.old-" + artifact(now - Days(3)).substr(13); },
+                     true},
+        ArtifactCase{"NoLeadingDot", [](auto now) { return artifact(now - Days(3)).substr(1); },
+                     false},
+        ArtifactCase{"SevenHexDigits", [](auto now) { return artifact(now - Days(3), "1a2b3c4"); },
+                     false},
+        ArtifactCase{"MonthThirteen",
+                     [](auto) { return std::string(".Foo.app.new-20251399T000000Z-1a2b3c4d"); },
+                     false},
+        ArtifactCase{"NeitherNewNorOld",
+                     [](auto) { return std::string(".Foo.app.tmp-20200101T000000Z-1a2b3c4d"); },
+                     false}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(MaintenanceJobsTest, TenRemovalsPerFolderAndAFailureTakesNoPlace) {
+  const auto old = diskClock_.now() - Days(2);
+  for (int i = 0; i < 12; ++i)
+    write(root_ / "Applications" / artifact(old, "0000000" + std::string(1, "0123456789ab"[i])));
+  disk_.failRemovalOf = {artifact(old, "00000000")};
+  cleaner().cleanUpTempArtifacts(1);
+  // One failed, ten went, the twelfth waits for the next cycle.
+  EXPECT_EQ(filesIn(root_ / "Applications"), 2u);
+  EXPECT_TRUE(logged("Reached temp cleanup limit (10) in " + (root_ / "Applications").string()));
+  EXPECT_TRUE(logged("Couldn’t remove temp artifact: " + artifact(old, "00000000")));
+  EXPECT_EQ(debugCount("Temp cleanup skipped; directory missing: "), 1u);  // No Utilities.
+}
+
+TEST_F(MaintenanceJobsTest, TenArtifactsGoWithoutTheLimitLine) {
+  const auto old = diskClock_.now() - Days(2);
+  for (int i = 0; i < 10; ++i)
+    write(root_ / "Applications" / artifact(old, "0000000" + std::to_string(i)));
+  cleaner().cleanUpTempArtifacts(1);
+  EXPECT_EQ(filesIn(root_ / "Applications"), 0u);
+  EXPECT_FALSE(logged("Reached temp cleanup limit"));
+}
+
+// Cache pruning, with a seven-day limit.
+TEST_F(MaintenanceJobsTest, SixtyOldFilesLoseFiftyPerCycle) {
+  for (int i = 0; i < 60; ++i) write(root_ / "cache/media" / ("file" + std::to_string(i)));
+  write(root_ / "cache/loose-file");
+  diskClock_.advance(Days(8));
+  pruner().pruneCache(7);
+  EXPECT_EQ(filesIn(root_ / "cache/media"), 10u);
+  EXPECT_TRUE(logged("Reached deletion limit (50) for this prune cycle."));
+  pruner().pruneCache(7);
+  // The emptied folder goes; the root and the file directly in it stay.
+  EXPECT_FALSE(fs::exists(root_ / "cache/media"));
+  EXPECT_TRUE(logged("Deleted empty directory: " + (root_ / "cache/media").string()));
+  EXPECT_TRUE(fs::exists(root_ / "cache/loose-file"));
+  EXPECT_EQ(filesIn(root_ / "cache"), 1u);
+}
+
+TEST_F(MaintenanceJobsTest, FailedDeletionsUseUpTheLimitToo) {
+  for (int i = 0; i < 55; ++i) {
+    write(root_ / "cache/media" / ("file" + std::to_string(i)));
+    disk_.failRemovalOf.insert("file" + std::to_string(i));
+  }
+  diskClock_.advance(Days(8));
+  pruner().pruneCache(7);
+  EXPECT_EQ(filesIn(root_ / "cache/media"), 55u);
+  EXPECT_TRUE(logged("Reached deletion limit (50) for this prune cycle."));
+}
+
+TEST_F(MaintenanceJobsTest, AFileOfExactlySevenDaysStays) {
+  write(root_ / "cache/media/file");
+  const auto listing = disk_.contentsOfDirectory(root_ / "cache/media", true);
+  const auto born = *std::get<std::vector<platform::DirectoryEntry>>(listing).at(0).creationDate;
+  diskClock_.advance(born + Days(7) - diskClock_.now());
+  pruner().pruneCache(7);
+  EXPECT_TRUE(fs::exists(root_ / "cache/media/file"));
+  diskClock_.advance(std::chrono::nanoseconds(1));
+  pruner().pruneCache(7);
+  EXPECT_FALSE(fs::exists(root_ / "cache/media/file"));
+}
+
+TEST_F(MaintenanceJobsTest, AFileWithoutACreationDateStays) {
+  write(root_ / "cache/media/file");
+  disk_.hideCreationDates = true;
+  diskClock_.advance(Days(30));
+  pruner().pruneCache(7);
+  EXPECT_TRUE(fs::exists(root_ / "cache/media/file"));
+}
+
+TEST_F(MaintenanceJobsTest, BundlesAreNeitherEnteredNorRemovedByTheEmptyFolderStep) {
+  write(root_ / "cache/media/old.pkg");
+  fs::create_directories(root_ / "cache/media/Tool.app/Contents");
+  write(root_ / "cache/Bundle.app/old.dmg");
+  fs::create_directories(root_ / "cache/nested/empty");
+  write(root_ / "cache/nested/old.zip");
+  diskClock_.advance(Days(8));
+  pruner().pruneCache(7);
+  // The media folder keeps its bundle, so it stays.
+  EXPECT_FALSE(fs::exists(root_ / "cache/media/old.pkg"));
+  EXPECT_TRUE(fs::exists(root_ / "cache/media/Tool.app/Contents"));
+  EXPECT_EQ(debugCount("Skipping app bundle during cache prune: "), 1u);
+  // A bundle directly under the root is walked, but not pruned.
+  EXPECT_FALSE(fs::exists(root_ / "cache/Bundle.app/old.dmg"));
+  EXPECT_TRUE(fs::exists(root_ / "cache/Bundle.app"));
+  EXPECT_EQ(debugCount("Skipping pruning inside app bundle: "), 1u);
+  // A folder with an empty subfolder and one old file loses all three.
+  EXPECT_FALSE(fs::exists(root_ / "cache/nested"));
+}
+
+TEST_F(MaintenanceJobsTest, MissingAndEmptyCachesAreSkipped) {
+  pruner().pruneCache(7);
+  EXPECT_EQ(debugCount("Cache directory does not exist: "), 1u);
+  fs::create_directories(root_ / "cache");
+  pruner().pruneCache(7);
+  EXPECT_EQ(debugCount("Cache directory is empty; skipping prune."), 1u);
+}
+
+// The tool link: what is at the link path, and the defaults key.
+enum class AtLink { nothing, ours, elsewhere, dangling, regularFile };
+struct LinkCase {
+  const char* name;
+  AtLink before;
+  bool removeKey;
+  AtLink after;
+  const char* line;
+};
+
+class ToolLinkTest : public MaintenanceJobsTest, public ::testing::WithParamInterface<LinkCase> {
+ protected:
+  AtLink state() const {
+    std::error_code error;
+    const auto status = fs::symlink_status(link(), error);
+    if (!fs::exists(status)) return AtLink::nothing;
+    if (!fs::is_symlink(status)) return AtLink::regularFile;
+    const auto target = fs::read_symlink(link());
+    if (target == tool()) return AtLink::ours;
+    return fs::exists(target) ? AtLink::elsewhere : AtLink::dangling;
+  }
+  fs::path link() const { return root_ / "usr/local/bin/velmo"; }
+  fs::path tool() const { return root_ / "Library/Velmo/velmo"; }
+};
+
+TEST_P(ToolLinkTest, FollowsTheTable) {
+  const auto& param = GetParam();
+  write(tool());
+  fs::create_directories(link().parent_path());
+  switch (param.before) {
+    case AtLink::nothing:
+      break;
+    case AtLink::ours:
+      fs::create_symlink(tool(), link());
+      break;
+    case AtLink::elsewhere:
+      fs::create_symlink(outside_ / "keep" / "precious", link());
+      break;
+    case AtLink::dangling:
+      fs::create_symlink(root_ / "gone", link());
+      break;
+    case AtLink::regularFile:
+      write(link());
+      break;
+  }
+  if (param.removeKey) defaults_.setObject("RemoveVelmoSymlink", core::PlistValue(true));
+  ToolLinkMaintainer(disk_, defaults_, link(), tool(), logger_).maintainToolLink();
+  EXPECT_EQ(state(), param.after);
+  if (*param.line) {
+    EXPECT_TRUE(loggedAnywhere(param.line)) << param.line;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, ToolLinkTest,
+    ::testing::Values(
+        LinkCase{"MissingIsCreated", AtLink::nothing, false, AtLink::ours,
+                 "The velmo symlink is missing; creating now."},
+        LinkCase{"MissingStaysMissing", AtLink::nothing, true, AtLink::nothing, ""},
+        LinkCase{"OursStays", AtLink::ours, false, AtLink::ours, ""},
+        LinkCase{"OursIsRemoved", AtLink::ours, true, AtLink::nothing,
+                 "Configured to remove the velmo symlink; removing now."},
+        LinkCase{"ElsewhereIsNotCorrected", AtLink::elsewhere, false, AtLink::elsewhere, ""},
+        LinkCase{"ElsewhereIsNotRemoved", AtLink::elsewhere, true, AtLink::elsewhere,
+                 "does not point to Marvenith's velmo command line tool; skipping removal."},
+        // The exists test follows the link, so a dangling one reads as missing.
+        LinkCase{"DanglingFailsToCreate", AtLink::dangling, false, AtLink::dangling,
+                 "Failed to create velmo symlink, detailed error: "},
+        LinkCase{"DanglingStays", AtLink::dangling, true, AtLink::dangling, ""},
+        LinkCase{"RegularFileStays", AtLink::regularFile, true, AtLink::regularFile,
+                 "Failed to remove velmo symlink, detailed error: "}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// Links planted where the agent cleans up, as root, in folders others can
+// write to: a whole cycle must leave everything outside its trees alone.
+TEST_F(MaintenanceJobsTest, ACycleFollowsNoPlantedLink) {
+  platform::Paths paths(root_);
+  const auto applications = paths.applicationsDirectory();
+  const auto cache = paths.toolCacheDirectory();
+  fs::create_directories(applications);
+  fs::create_directories(cache / "media");
+  const auto old = diskClock_.now() - Days(2);
+  // A link named like an artifact, pointing at a folder outside.
+  fs::create_directory_symlink(outside_, applications / artifact(old, "00000001"));
+  // An artifact folder holding a link to the outside.
+  fs::create_directories(applications / artifact(old, "00000002"));
+  fs::create_directory_symlink(outside_, applications / artifact(old, "00000002") / "escape");
+  // A link inside a media folder to the sandbox's root, and a media folder that is a link.
+  fs::create_directory_symlink(root_, cache / "media" / "root");
+  write(cache / "media" / "old.pkg");
+  fs::create_directory_symlink(outside_ / "keep", cache / "linked-media");
+  // Utilities is a link to the outside: it may not be scanned.
+  fs::create_directory_symlink(outside_, paths.utilitiesDirectory());
+  diskClock_.advance(Days(30));
+
+  const auto prefs = makePrefs();
+  auto manager = MaintenanceManager::make(
+      {context_.get_executor(), diskClock_, disk_, paths, defaults_, *prefs, workspace_, runner_});
+  diskClock_.runUntilIdle();
+
+  EXPECT_TRUE(outsideIntact());
+  EXPECT_TRUE(fs::exists(root_));
+  // Both artifacts went, as a link and as a folder.
+  EXPECT_FALSE(fs::exists(fs::symlink_status(applications / artifact(old, "00000001"))));
+  EXPECT_FALSE(fs::exists(applications / artifact(old, "00000002")));
+  EXPECT_FALSE(fs::exists(cache / "media" / "old.pkg"));
+  EXPECT_TRUE(fs::is_symlink(cache / "media" / "root"));
+  EXPECT_TRUE(fs::is_symlink(cache / "linked-media"));
+  EXPECT_TRUE(logged("Couldn’t scan for temp artifacts in " + paths.utilitiesDirectory().string()));
+  EXPECT_TRUE(logged("Maintenance cycle #1 finished in: "));
+}
+
+}  // namespace
+}  // namespace velmo::agent::maintenance

@@ -1,0 +1,145 @@
+#include "agent/maintenance/MaintenanceManager.h"
+
+#include <gtest/gtest.h>
+
+#include "core/PropertyList.h"
+#include "tests/support/AgentFakes.h"
+
+namespace velmo::agent::maintenance {
+namespace {
+
+using std::chrono::hours;
+using std::chrono::minutes;
+using std::chrono::seconds;
+
+// Wake also reloads the managed preferences, on a timer of their own.
+constexpr auto kPreferenceReload = mdm::ManagedPrefs::kReloadDebounce;
+
+class MaintenanceManagerTest : public ::testing::Test, protected testing::AgentFakes {
+ protected:
+  void start() {
+    prefs_ = makePrefs();
+    manager_ = MaintenanceManager::make(
+        {context_.get_executor(), clock_, files_, paths_, defaults_, *prefs_, workspace_, runner_});
+    clock_.runUntilIdle();
+  }
+  void storeState(core::PlistDictionary state) {
+    files_.addFile(paths_.agentStateFile(), core::PropertyList::xml(std::move(state)).value());
+  }
+  std::optional<core::PlistValue> stored(const char* key) const {
+    const auto text = files_.readFile(paths_.agentStateFile());
+    const auto root = text ? core::PropertyList::parse(*text) : std::nullopt;
+    const auto* dictionary = root ? root->getIf<core::PlistDictionary>() : nullptr;
+    if (!dictionary || !dictionary->count(key)) return std::nullopt;
+    return dictionary->at(key);
+  }
+  void storeDate(platform::TimePoint date) {
+    run::PlistManager(files_, paths_.agentStateFile())
+        .setValue(core::PlistValue(core::PlistDate{date}), run::PlistKey::lastMaintenanceTaskRun);
+  }
+
+  std::unique_ptr<mdm::ManagedPrefs> prefs_;
+  std::shared_ptr<MaintenanceManager> manager_;
+};
+
+TEST_F(MaintenanceManagerTest, EachStartRunsACycleAndRecordsIt) {
+  storeState({{"MaintenanceTaskRunCount", core::PlistValue("seven")}});
+  start();
+  // A count of the wrong type counts as none.
+  EXPECT_TRUE(logged("Maintenance cycle #1 started."));
+  EXPECT_TRUE(logged("Maintenance cycle #1 finished in: "));
+  EXPECT_TRUE(logged("Maintenance cycle scheduled to run in 8 hours"));
+  EXPECT_EQ(stored("MaintenanceTaskRunCount"), core::PlistValue(std::int64_t{1}));
+  EXPECT_TRUE(stored("LastMaintenanceTaskRun"));
+  // Without reporting turned on, the tool isn't run.
+  EXPECT_TRUE(launchedArguments().empty());
+  EXPECT_EQ(debugCount("Dashboard Reporting is enabled."), 0u);
+
+  clock_.advance(hours(8) - seconds(1));
+  EXPECT_FALSE(logged("Maintenance cycle #2 started."));
+  clock_.advance(seconds(1));
+  EXPECT_TRUE(logged("Maintenance cycle #2 finished in: "));
+  EXPECT_EQ(clock_.pendingTimers(), 1u);
+}
+
+TEST_F(MaintenanceManagerTest, TheReportHoldsUpTheEndOfTheCycle) {
+  stores_.setManaged("com.marvenith.velmo", {{"EnableDashboardReporting", true}});
+  launcher_.enqueue({.exitAfter = minutes(3), .exitStatus = 7});
+  start();
+  EXPECT_EQ(debugCount("Dashboard Reporting is enabled."), 1u);
+  EXPECT_EQ(launchedArguments(), (Calls{{"report", "--submit"}}));
+  EXPECT_FALSE(logged("finished in: "));
+  clock_.advance(minutes(3));
+  EXPECT_TRUE(logged("Failed to submit Velmo Report with exit code: 7"));
+  EXPECT_TRUE(logged("Maintenance cycle #1 finished in: 3 minutes"));
+  EXPECT_EQ(stored("MaintenanceTaskRunCount"), core::PlistValue(std::int64_t{1}));
+}
+
+// Waking plans from the end of the last cycle.
+struct WakeCase {
+  const char* name;
+  std::optional<hours> sinceLastCycle;  // None: no date recorded.
+  bool runsAtOnce;
+  const char* line;
+};
+
+class MaintenanceWakeTest : public MaintenanceManagerTest,
+                            public ::testing::WithParamInterface<WakeCase> {};
+
+TEST_P(MaintenanceWakeTest, PlansFromTheLastCycle) {
+  const auto& param = GetParam();
+  start();
+  workspace_.send(platform::WorkspaceEvent::willSleep);
+  clock_.runUntilIdle();
+  EXPECT_EQ(clock_.pendingTimers(), 0u);
+  if (param.sinceLastCycle) {
+    storeDate(clock_.now() - *param.sinceLastCycle);
+  } else {
+    storeState({{"MaintenanceTaskRunCount", core::PlistValue(std::int64_t{1})}});
+  }
+  workspace_.send(platform::WorkspaceEvent::didWake);
+  clock_.advance(kPreferenceReload);
+  EXPECT_EQ(logged("Maintenance cycle #2 started."), param.runsAtOnce);
+  EXPECT_EQ(debugCount("was in the past. Running maintenance cycle immediately."),
+            param.runsAtOnce && param.sinceLastCycle ? 1u : 0u);
+  EXPECT_TRUE(logged(param.line)) << param.line;
+  EXPECT_EQ(clock_.pendingTimers(), 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, MaintenanceWakeTest,
+    ::testing::Values(WakeCase{"ThreeHoursAfter", hours(3), false,
+                               "Scheduled next maintenance cycle after wake in 5 hours."},
+                      WakeCase{"NineHoursAfter", hours(9), true,
+                               "Maintenance cycle #2 finished in: "},
+                      WakeCase{"NoDate", std::nullopt, true, "Maintenance cycle #2 finished in: "}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(MaintenanceManagerTest, SleepAndWakeNeverStackTimers) {
+  start();
+  for (int i = 0; i < 20; ++i) {
+    workspace_.send(i % 3 == 0 ? platform::WorkspaceEvent::willSleep
+                               : platform::WorkspaceEvent::didWake);
+    clock_.advance(minutes(10));
+    EXPECT_LE(clock_.pendingTimers(), 1u);
+  }
+  // 3 h 20 min after the first cycle: one more cycle is due 4 h 40 min later.
+  clock_.advance(hours(4) + minutes(40));
+  EXPECT_TRUE(logged("Maintenance cycle #2 finished in: "));
+  EXPECT_FALSE(logged("Maintenance cycle #3 started."));
+}
+
+TEST_F(MaintenanceManagerTest, AWakeDuringACycleLeavesItToThatCycle) {
+  stores_.setManaged("com.marvenith.velmo", {{"EnableDashboardReporting", true}});
+  launcher_.enqueue({.exitAfter = hours(1)});
+  start();
+  workspace_.send(platform::WorkspaceEvent::didWake);  // No date yet: a cycle is due.
+  clock_.runUntilIdle();
+  EXPECT_EQ(launchedArguments().size(), 1u);
+  clock_.advance(hours(1));
+  EXPECT_FALSE(logged("Maintenance cycle #2 started."));
+  EXPECT_EQ(stored("MaintenanceTaskRunCount"), core::PlistValue(std::int64_t{1}));
+}
+
+}  // namespace
+}  // namespace velmo::agent::maintenance
