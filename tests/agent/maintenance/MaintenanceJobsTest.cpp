@@ -91,6 +91,7 @@ struct LogCase {
   std::string expected;  // The file afterwards.
   const char* line;
 };
+void PrintTo(const LogCase& c, std::ostream* os) { *os << c.name; }
 
 constexpr std::size_t kLimit = 5 * 1'048'576;
 
@@ -139,6 +140,7 @@ struct ArtifactCase {
   std::string (*entry)(platform::TimePoint now);
   bool removed;
 };
+void PrintTo(const ArtifactCase& c, std::ostream* os) { *os << c.name; }
 
 // ".Foo.app.new-20260310T140509Z-1a2B3c4D" for an instant.
 std::string artifact(platform::TimePoint at, const std::string& hex = "1a2B3c4D") {
@@ -291,6 +293,7 @@ struct LinkCase {
   AtLink after;
   const char* line;
 };
+void PrintTo(const LinkCase& c, std::ostream* os) { *os << c.name; }
 
 class ToolLinkTest : public MaintenanceJobsTest, public ::testing::WithParamInterface<LinkCase> {
  protected:

@@ -82,6 +82,7 @@ struct WakeCase {
   bool runsAtOnce;
   const char* line;
 };
+void PrintTo(const WakeCase& c, std::ostream* os) { *os << c.name; }
 
 class MaintenanceWakeTest : public MaintenanceManagerTest,
                             public ::testing::WithParamInterface<WakeCase> {};
