@@ -114,8 +114,9 @@ state_file() { echo "$root/Library/Application Support/Marvenith/Velmo/UpdateSta
 # The ids in the update state file, one per line.
 state_ids() { grep -o '"id": "[^"]*"' "$(state_file)" 2>/dev/null | cut -d'"' -f4; }
 
-# manage <plist body>: an administrator's profile for the agent's domain,
-# written beside and moved into place as configuration tools do.
+# manage <plist body> [domain]: an administrator's profile for a domain (the
+# agent's by default), written beside and moved into place as configuration
+# tools do.
 manage() {
   local managed="$root/Library/Managed Preferences"
   cat >"$workdir/policy.plist" <<PLIST
@@ -124,7 +125,7 @@ manage() {
 <plist version="1.0"><dict>$1</dict></plist>
 PLIST
   cp "$workdir/policy.plist" "$managed/.policy.tmp"
-  mv "$managed/.policy.tmp" "$managed/com.marvenith.velmo-agent.plist"
+  mv "$managed/.policy.tmp" "$managed/${2:-com.marvenith.velmo-agent}.plist"
 }
 
 # Lines of the agent's standard output without colour codes.
