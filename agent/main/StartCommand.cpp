@@ -67,8 +67,12 @@ asio::awaitable<void> StartCommand::run() {
                                                     .runner = c.runner});
 
   // Nothing ends this loop: the process lives until it is stopped by a signal.
-  for (;;) {
+  // Every ten steps freed memory goes back to the system: a flood of posts
+  // (each user's check is a task of its own) would otherwise leave the
+  // resident size at its peak.
+  for (unsigned step = 1;; ++step) {
     co_await collaborators_.clock.sleep(std::chrono::seconds(1));
+    if (step % 10 == 0) collaborators_.host.releaseFreeMemory();
   }
 }
 

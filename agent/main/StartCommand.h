@@ -17,6 +17,7 @@
 #include "platform/Clock.h"
 #include "platform/DistributedNotificationCenter.h"
 #include "platform/FileManager.h"
+#include "platform/Host.h"
 #include "platform/Paths.h"
 #include "platform/UserDefaults.h"
 #include "platform/WorkspaceEvents.h"
@@ -49,6 +50,7 @@ class StartCommand {
     run::InventoryUpdater& inventory;
     items::VelmoAgentQueue& agentQueue;
     platform::ApplicationTerminations& terminations;
+    const platform::Host& host;
   };
 
   explicit StartCommand(Collaborators collaborators);

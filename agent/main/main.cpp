@@ -99,7 +99,7 @@ int main(int argc, char** argv) {
   terminations.start();
   agent::StartCommand start({mainExecutor, clock, paths, fileThread.get_executor(), runner,
                              distributedCenter, notificationCenter, workspaceEvents, managedPrefs,
-                             userDefaults, files, inventory, agentQueue, terminations});
+                             userDefaults, files, inventory, agentQueue, terminations, host});
 
   core::startTask(mainExecutor, start.run(), core::CustomLogger("StartCommand"));
   mainContext.run();

@@ -8,6 +8,7 @@ class FakeHost final : public Host {
  public:
   explicit FakeHost(uid_t effectiveUserId = 0) : effectiveUserId_(effectiveUserId) {}
   uid_t effectiveUserId() const override { return effectiveUserId_; }
+  void releaseFreeMemory() const override {}
 
  private:
   uid_t effectiveUserId_;

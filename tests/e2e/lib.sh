@@ -86,9 +86,12 @@ start_monitor() {
   wait_for 5 test -s "$workdir/monitor.log"
 }
 
-# post_times <short name>: the bus times of each post of that notification.
+# post_times <name>: the bus times of each post of that notification; a name
+# without a dot is short for com.marvenith.velmo.<name>.
 post_times() {
-  awk -v name="\"com.marvenith.velmo.$1\"" '
+  local name="$1"
+  [[ "$name" == *.* ]] || name="com.marvenith.velmo.$name"
+  awk -v name="\"$name\"" '
     /^signal / { split($2, t, "="); time = t[2]; post = /member=Post/; first = 1; next }
     post && first && /^ +string / { first = 0; if ($2 == name) print time }' "$workdir/monitor.log"
 }

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The real executable end to end: the two checks with their messages and
 # statuses, and an agent that stays up as root and logs in its own format.
-# Usage: agent_cli_test.sh <velmo-agent> <stand-in tool>
+# Usage: cli_test.sh <velmo-agent> <stand-in tool>
 set -u
 agent="$1"
 standin="$2"

@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# A managed preferences file written as configuration tools do (beside, then
+# moved into place) makes the agent post one management-status notification
+# naming its domain, and one changedDomains, as dbus-monitor sees them.
+# Usage: policy_post_test.sh <velmo-agent> <stand-in tool>
+source "$(dirname "$0")/lib.sh"
+e2e_setup "$1" "$2"
+start_monitor
+start_agent
+wait_for 10 has_line starting "$workdir/agent.log" || fail "agent did not start"
+sleep 0.3
+manage '<key>UpdateAll</key><true/>'
+wait_for 5 'test "$(post_times com.apple.MCX._managementStatusChangedForDomains | wc -l)" -ge 1' ||
+  fail "no management post"
+sleep 0.5  # Time for a second post to show, if there were one.
+[ "$(post_times com.apple.MCX._managementStatusChangedForDomains | wc -l)" -eq 1 ] || fail "more than one management post"
+wanted='string "com.apple.MCX._managementStatusChangedForDomains"'
+grep -A12 "$wanted" "$workdir/monitor.log" | grep -q 'string "com.marvenith.velmo-agent"' ||
+  fail "domain missing from the user info"
+grep -q 'string "com.apple.MCX.changedDomains"$' "$workdir/monitor.log" || fail "no changedDomains post"
+echo "management post seen once with its domain"
+finish
