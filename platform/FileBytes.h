@@ -20,7 +20,6 @@ class FileBytes {
       : owner_(std::move(owner)), view_(view) {}
 
   std::string_view view() const { return view_; }
-  std::size_t size() const { return view_.size(); }
 
  private:
   std::shared_ptr<const void> owner_;

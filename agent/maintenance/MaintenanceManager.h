@@ -58,8 +58,6 @@ class MaintenanceManager : public std::enable_shared_from_this<MaintenanceManage
   // Has the tool collect and submit its report; the exit code goes to the log.
   asio::awaitable<void> submitReport();
 
-  bool hasTimer() const { return timer_ != nullptr; }
-
  private:
   explicit MaintenanceManager(const Collaborators& collaborators);
 
