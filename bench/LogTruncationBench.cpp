@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -24,29 +25,34 @@ using namespace velmo;
 
 constexpr off_t kLogSize = off_t{2} << 30;
 constexpr std::size_t kWrittenTail = 8 << 20;
+// The tail is written a chunk at a time, so the harness itself holds only this
+// much and the peak counter sees mostly the truncation.
+constexpr std::size_t kChunk = 1 << 20;
 
 fs::path logPath() { return fs::temp_directory_path() / "velmo-truncation-bench.log"; }
 
-const std::string& tailLines() {
-  static const std::string tail = [] {
+// 100-byte lines; the chunk is a whole number of them.
+const std::string& chunkOfLines() {
+  static const std::string chunk = [] {
     std::string line(99, 'x');
     line += '\n';
     std::string text;
-    text.reserve(kWrittenTail);
-    while (text.size() < kWrittenTail) text += line;
-    text.resize(kWrittenTail);
+    text.reserve(kChunk);
+    while (text.size() < kChunk) text += line;
+    text.resize(kChunk / line.size() * line.size());
     return text;
   }();
-  return tail;
+  return chunk;
 }
 
 void makeSparseLog() {
   const int fd = ::open(logPath().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (fd < 0 || ::ftruncate(fd, kLogSize - static_cast<off_t>(kWrittenTail)) != 0) std::abort();
-  const std::string& tail = tailLines();
-  if (::pwrite(fd, tail.data(), tail.size(), kLogSize - static_cast<off_t>(kWrittenTail)) !=
-      static_cast<ssize_t>(tail.size())) {
-    std::abort();
+  const std::string& chunk = chunkOfLines();
+  for (off_t at = kLogSize - static_cast<off_t>(kWrittenTail); at < kLogSize;) {
+    const auto length = std::min<off_t>(static_cast<off_t>(chunk.size()), kLogSize - at);
+    if (::pwrite(fd, chunk.data(), static_cast<std::size_t>(length), at) != length) std::abort();
+    at += length;
   }
   ::close(fd);
 }
