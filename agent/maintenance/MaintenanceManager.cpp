@@ -48,11 +48,8 @@ MaintenanceManager::~MaintenanceManager() {
 }
 
 void MaintenanceManager::startCycle() {
-  auto task = [](std::weak_ptr<MaintenanceManager> weak) -> asio::awaitable<void> {
-    // The task keeps the manager while its cycle runs.
-    if (auto self = weak.lock()) co_await self->runMaintenanceAndReschedule();
-  };
-  core::startTask(collaborators_.mainExecutor, task(weak_from_this()), logger_);
+  core::startHolding(collaborators_.mainExecutor, weak_from_this(), logger_,
+                     [](MaintenanceManager& self) { return self.runMaintenanceAndReschedule(); });
 }
 
 asio::awaitable<void> MaintenanceManager::runMaintenanceAndReschedule() {

@@ -37,12 +37,8 @@ void NotificationCenterIconObserver::handleMDMChange(
 }
 
 void NotificationCenterIconObserver::startStep(Step step) {
-  auto task = [](std::weak_ptr<NotificationCenterIconObserver> weak,
-                 Step step) -> asio::awaitable<void> {
-    // The task keeps the observer while its step runs.
-    if (auto self = weak.lock()) co_await (self.get()->*step)();
-  };
-  core::startTask(collaborators_.mainExecutor, task(weak_from_this(), step), logger_);
+  core::startHolding(collaborators_.mainExecutor, weak_from_this(), logger_,
+                     [step](NotificationCenterIconObserver& self) { return (self.*step)(); });
 }
 
 asio::awaitable<std::optional<std::string>> NotificationCenterIconObserver::readIcon() {

@@ -37,19 +37,6 @@ std::string joinedIDs(const std::vector<std::string>& ids) {
   return text;
 }
 
-// Starts a member task that needs the coordinator for its whole life: it
-// holds it only once it runs, and does nothing if it is gone by then.
-template <typename Task>
-void startHolding(const core::Executor& executor, std::weak_ptr<VelmoRunCoordinator> weak,
-                  const core::CustomLogger& logger, Task task) {
-  core::startTask(
-      executor,
-      [](std::weak_ptr<VelmoRunCoordinator> weak, Task task) -> asio::awaitable<void> {
-        if (auto self = weak.lock()) co_await task(*self);
-      }(std::move(weak), std::move(task)),
-      logger);
-}
-
 }  // namespace
 
 std::shared_ptr<VelmoRunCoordinator> VelmoRunCoordinator::make(Collaborators collaborators) {
@@ -422,7 +409,7 @@ void VelmoRunCoordinator::handlePolicyChange(const policy::VelmoRunConfig& fresh
     if (!added.empty()) {
       logger_.info("New install or update items detected: " +
                    joinedIDs({added.begin(), added.end()}));
-      startHolding(
+      core::startHolding(
           collaborators_.mainExecutor, weak_from_this(), logger_,
           [added](VelmoRunCoordinator& self) { return self.processInstallOrUpdateItems(added); });
     }
@@ -435,7 +422,7 @@ void VelmoRunCoordinator::handlePolicyChange(const policy::VelmoRunConfig& fresh
     }
     if (!added.empty()) {
       logger_.info("New update-only items detected: " + joinedIDs({added.begin(), added.end()}));
-      startHolding(
+      core::startHolding(
           collaborators_.mainExecutor, weak_from_this(), logger_,
           [added](VelmoRunCoordinator& self) { return self.processUpdateOnlyItems(added); });
     }
