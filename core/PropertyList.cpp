@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <limits>
 #include <memory>
+#include <vector>
 
 namespace velmo::core {
 namespace {
@@ -30,6 +31,90 @@ bool isNegative(plist_t node) {
       text && std::string_view(text, length).find("<integer>-") != std::string_view::npos;
   std::free(text);
   return negative;
+}
+
+// Reads a big-endian unsigned number of `width` bytes (1 to 8) at `at`.
+std::optional<std::uint64_t> bigEndian(std::string_view bytes, std::uint64_t at, unsigned width) {
+  if (width < 1 || width > 8 || at > bytes.size() || bytes.size() - at < width) return std::nullopt;
+  std::uint64_t value = 0;
+  for (unsigned i = 0; i < width; ++i) {
+    value = value << 8 | static_cast<unsigned char>(bytes[static_cast<std::size_t>(at) + i]);
+  }
+  return value;
+}
+
+// libplist aborts the process (a failed assertion) when it hands out a
+// dictionary key with a NUL inside, and only a binary list can hold one. So
+// before libplist reads a binary list, every key of every dictionary is looked
+// at here; a file with such a key, or one whose keys can't be found, is refused
+// as malformed. Each key object is checked once, however many dictionaries
+// share it.
+bool binaryKeysAreSafe(std::string_view bytes) {
+  constexpr std::size_t kTrailer = 32;
+  if (bytes.substr(0, 8) != "bplist00") return true;  // Not binary: the XML reader copes.
+  if (bytes.size() < 8 + kTrailer) return false;
+  const std::size_t trailer = bytes.size() - kTrailer;
+  const unsigned offsetSize = static_cast<unsigned char>(bytes[trailer + 6]);
+  const unsigned refSize = static_cast<unsigned char>(bytes[trailer + 7]);
+  const auto count = bigEndian(bytes, trailer + 8, 8);
+  const auto table = bigEndian(bytes, trailer + 24, 8);
+  if (offsetSize < 1 || offsetSize > 8 || refSize < 1 || refSize > 8 || !count || !table ||
+      *table > trailer || *count > (trailer - *table) / offsetSize) {
+    return false;
+  }
+  auto objectAt = [&](std::uint64_t index) {
+    return bigEndian(bytes, *table + index * offsetSize, offsetSize);
+  };
+  // The length in a marker's low nibble, or in the integer object after it.
+  // Gives the length and where the contents start.
+  auto lengthAt = [&](std::uint64_t at) -> std::optional<std::pair<std::uint64_t, std::uint64_t>> {
+    const auto marker = bigEndian(bytes, at, 1);
+    if (!marker) return std::nullopt;
+    if ((*marker & 0x0F) != 0x0F) return std::pair{*marker & 0x0F, at + 1};
+    const auto sizeMarker = bigEndian(bytes, at + 1, 1);
+    if (!sizeMarker || (*sizeMarker & 0xF0) != 0x10 || (*sizeMarker & 0x0F) > 3)
+      return std::nullopt;
+    const unsigned width = 1u << (*sizeMarker & 0x0F);
+    const auto length = bigEndian(bytes, at + 2, width);
+    if (!length) return std::nullopt;
+    return std::pair{*length, at + 2 + width};
+  };
+  auto keyIsSafe = [&](std::uint64_t at) {
+    const auto marker = bigEndian(bytes, at, 1);
+    const auto length = lengthAt(at);
+    if (!marker || !length) return false;
+    const auto [units, start] = *length;
+    const std::uint64_t unitSize = (*marker >> 4) == 0x6 ? 2 : 1;
+    // Other kinds of key are refused by libplist itself, without aborting.
+    if ((*marker >> 4) != 0x5 && (*marker >> 4) != 0x6) return true;
+    if (start > bytes.size() || units > (bytes.size() - start) / unitSize) return false;
+    const auto text =
+        bytes.substr(static_cast<std::size_t>(start), static_cast<std::size_t>(units * unitSize));
+    if (unitSize == 1) return text.find('\0') == std::string_view::npos;
+    for (std::size_t i = 0; i < text.size(); i += 2) {
+      if (text[i] == '\0' && text[i + 1] == '\0') return false;
+    }
+    return true;
+  };
+  std::vector<bool> checked(static_cast<std::size_t>(*count));
+  for (std::uint64_t index = 0; index < *count; ++index) {
+    const auto at = objectAt(index);
+    const auto marker = at ? bigEndian(bytes, *at, 1) : std::nullopt;
+    if (!marker) return false;
+    if ((*marker >> 4) != 0xD) continue;
+    const auto length = lengthAt(*at);
+    if (!length) return false;
+    const auto [keys, refs] = *length;
+    for (std::uint64_t k = 0; k < keys; ++k) {
+      const auto ref = bigEndian(bytes, refs + k * refSize, refSize);
+      if (!ref || *ref >= *count) return false;
+      if (checked[static_cast<std::size_t>(*ref)]) continue;
+      const auto keyAt = objectAt(*ref);
+      if (!keyAt || !keyIsSafe(*keyAt)) return false;
+      checked[static_cast<std::size_t>(*ref)] = true;
+    }
+  }
+  return true;
 }
 
 // A value with no form of ours (a UID, an integer past 64 bits, nesting too
@@ -145,6 +230,7 @@ std::optional<PlistValue> PropertyList::parse(std::string_view bytes) {
   if (bytes.empty() || bytes.size() > std::numeric_limits<std::uint32_t>::max()) {
     return std::nullopt;
   }
+  if (!binaryKeysAreSafe(bytes)) return std::nullopt;
   plist_t root = nullptr;
   plist_from_memory(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &root);
   Node owned(root);

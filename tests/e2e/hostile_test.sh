@@ -119,6 +119,8 @@ garbage() {  # garbage <kind>: one kind of broken plist, in every managed domain
       types) printf '<?xml version="1.0"?><plist version="1.0"><dict><key>RunInterval</key><string>x</string>%s</dict></plist>' \
         '<key>UpdateOnly</key><string>a</string><key>GlobalAllowWindows</key><integer>3</integer><key>NotificationCenterIcon</key><array/>' ;;
       array) printf '<?xml version="1.0"?><plist version="1.0"><array><integer>1</integer></array></plist>' ;;
+      # A binary list whose UTF-16 key holds a NUL: the parsing library would abort on it.
+      nulkey) base64 -d <<<'YnBsaXN0MDDSAQIDBFtSdW5JbnRlcnZhbGMA3AAAAHgQPAkIDRkgIgAAAAAAAAEBAAAAAAAAAAUAAAAAAAAAAAAAAAAAAAAj' ;;
       empty) ;;
     esac >"$managed/.garbage.tmp"
     mv "$managed/.garbage.tmp" "$managed/$domain.plist"
@@ -127,9 +129,9 @@ garbage() {  # garbage <kind>: one kind of broken plist, in every managed domain
   sleep 1
   kill -0 "$agent_pid" || fail "the agent died of $1 managed plists"
 }
-for kind in random binary truncated types array empty random; do garbage $kind; done
+for kind in random binary truncated types array nulkey empty random; do garbage $kind; done
 marker m4
-echo "managed plists of random bytes, bplist garbage, truncated XML, wrong types, an array root and nothing: survived"
+echo "managed plists of random bytes, bplist garbage, truncated XML, wrong types, an array root, a NUL in a key and nothing: survived"
 
 plist="$root/Library/Preferences/$v-agent.plist"
 if command -v python3 >/dev/null; then
