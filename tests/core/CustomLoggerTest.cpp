@@ -4,8 +4,6 @@
 
 #include <asio/io_context.hpp>
 
-#include "core/Bundle.h"
-#include "core/NullLogger.h"
 #include "platform/fake/VirtualClock.h"
 #include "tests/support/LogCapture.h"
 
@@ -56,34 +54,24 @@ INSTANTIATE_TEST_SUITE_P(
                                "\x1b[31m2026-03-10T14:05:09Z  ERROR: hello\x1b[0m\n",
                                UnifiedLogType::error}));
 
-TEST(CustomLogger, DebugStaysOffStdoutAndIsNotBuiltWhenNoSinkWantsIt) {
-  LogCapture capture(nullptr, {UnifiedLogType::info, UnifiedLogType::error});
+TEST(CustomLogger, DebugStaysOffStdoutAndIsBuiltOnlyForAUnifiedLogThatTakesIt) {
   int evaluations = 0;
-  CustomLogger logger("com.example", "Tests");
-  logger.debug([&] {
+  const auto message = [&] {
     ++evaluations;
     return std::string("quiet");
-  });
-  EXPECT_EQ(evaluations, 0);
-  EXPECT_EQ(capture.standardOutput(), "");
-  EXPECT_TRUE(capture.unified().entries().empty());
-}
-
-TEST(CustomLogger, EvaluatesOncePerSinkThatTakesTheLine) {
+  };
+  {
+    LogCapture capture(nullptr, {UnifiedLogType::info, UnifiedLogType::error});
+    CustomLogger("com.example", "Tests").debug(message);
+    EXPECT_EQ(evaluations, 0);
+    EXPECT_EQ(capture.standardOutput(), "");
+    EXPECT_TRUE(capture.unified().entries().empty());
+  }
   LogCapture capture;
-  int evaluations = 0;
-  CustomLogger logger("com.example", "Tests");
-  logger.info([&] {
-    ++evaluations;
-    return std::string("twice");
-  });
-  EXPECT_EQ(evaluations, 2);
-  logger.debug([&] {
-    ++evaluations;
-    return std::string("unified only");
-  });
-  EXPECT_EQ(evaluations, 3);
-  EXPECT_EQ(capture.debugs(), std::vector<std::string>{"unified only"});
+  CustomLogger("com.example", "Tests").debug(message);
+  EXPECT_EQ(evaluations, 1);
+  EXPECT_EQ(capture.standardOutput(), "");
+  EXPECT_EQ(capture.debugs(), std::vector<std::string>{"quiet"});
 }
 
 TEST(CustomLogger, KeepsNewlinesAndNulsOfTheMessage) {
@@ -92,43 +80,6 @@ TEST(CustomLogger, KeepsNewlinesAndNulsOfTheMessage) {
   const std::string out = capture.standardOutput();
   EXPECT_NE(out.find("  one\ntwo"), std::string::npos);
   EXPECT_NE(out.find(std::string("two\0three\x1b[0m\n", 14)), std::string::npos);
-}
-
-TEST(CustomLogger, SubsystemIsTheBundleIdentifierOrTheDefault) {
-  LogCapture capture;
-  const Bundle saved = Bundle::main();
-  Bundle::setMain({});
-  EXPECT_EQ(CustomLogger("RunGate").subsystem(), "com.marvenith.velmo");
-  EXPECT_EQ(CustomLogger::withDefaultSubsystem("RunGate", "com.example.other").subsystem(),
-            "com.example.other");
-  Bundle::setMain({"com.marvenith.velmo-agent", std::nullopt, std::nullopt});
-  EXPECT_EQ(CustomLogger("RunGate").subsystem(), "com.marvenith.velmo-agent");
-  Bundle::setMain(saved);
-}
-
-TEST(CustomLogger, NullLoggerNeverBuildsTheMessage) {
-  bool evaluated = false;
-  NullLogger().log(
-      [&] {
-        evaluated = true;
-        return std::string();
-      },
-      LogLevel::error);
-  EXPECT_FALSE(evaluated);
-}
-
-TEST(LogLevel, RoundTripsRawValuesAndRejectsOthers) {
-  for (LogLevel level : {LogLevel::debug, LogLevel::info, LogLevel::warning, LogLevel::error}) {
-    EXPECT_EQ(logLevelFromRawValue(rawValue(level)), level);
-  }
-  EXPECT_EQ(logLevelFromRawValue("Info"), std::nullopt);
-  EXPECT_EQ(logLevelFromRawValue(""), std::nullopt);
-  EXPECT_LT(LogLevel::info, LogLevel::warning);
-}
-
-TEST(Bundle, VersionStringFallsBackToUnknown) {
-  EXPECT_EQ((Bundle{std::nullopt, std::nullopt, std::nullopt}).versionString(), "Unknown.Unknown");
-  EXPECT_EQ((Bundle{"id", "2.4", "318"}).versionString(), "2.4.318");
 }
 
 }  // namespace

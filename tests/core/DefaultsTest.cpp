@@ -53,14 +53,6 @@ TEST_F(DefaultsTest, TakesOnlyValuesOfTheAskedType) {
   EXPECT_EQ(channel.wrappedValue(), "beta");
 }
 
-TEST_F(DefaultsTest, WritesThroughToTheStore) {
-  Defaults<std::optional<std::string>> channel(store_, "UpdateChannel", std::nullopt);
-  channel.setWrappedValue("stable");
-  EXPECT_EQ(store_.object("UpdateChannel"), PlistValue("stable"));
-  channel.setWrappedValue(std::nullopt);  // Absent writes nothing.
-  EXPECT_EQ(store_.object("UpdateChannel"), PlistValue("stable"));
-}
-
 TEST_F(DefaultsTest, DataRoundTripsJsonAndABadBlobGivesTheDefaultAndStays) {
   DefaultsData<Window> window(store_, "Window", Window{"none", 0});
   EXPECT_EQ(window.wrappedValue(), (Window{"none", 0}));

@@ -97,13 +97,10 @@ std::vector<std::string> badMaps() {
   auto tooBig = good;
   tooBig["deferralCount"] = 9223372036854775808u;
   texts.push_back(json{{"good", good}, {"bad", tooBig}}.dump());
-  for (const char* date : {"2026-03-10 14:05:09Z", "2026-03-10T14:05:09", "2026-02-30T14:05:09Z",
-                           "2026-03-10T14:05:09.5Z", "2026-03-10T14:05:09Z ",
-                           "0001-01-01T00:00:00Z", "9999-12-31T23:59:59Z", ""}) {
-    auto bad = good;
-    bad["deferrals"][0]["timestamp"] = date;
-    texts.push_back(json{{"good", good}, {"bad", bad}}.dump());
-  }
+  // The date parser has its own table of bad forms; one shows the whole map fails.
+  auto badDate = good;
+  badDate["deferrals"][0]["timestamp"] = "2026-02-30T14:05:09Z";
+  texts.push_back(json{{"good", good}, {"bad", badDate}}.dump());
   return texts;
 }
 
@@ -116,12 +113,6 @@ INSTANTIATE_TEST_SUITE_P(Texts, DeferralBadMap, ::testing::ValuesIn(badMaps()));
 TEST(Deferral, HasNoFileFormForTextThatIsNotUTF8) {
   EXPECT_EQ(encodeDeferralMap({{"\xff", Deferral::make("a", "1")}}), std::nullopt);
   EXPECT_EQ(encodeDeferralMap({{"k", Deferral::make("a\xc3", "1")}}), std::nullopt);
-}
-
-TEST(DeferralDetail, DescribesItselfForLogs) {
-  EXPECT_EQ(
-      (DeferralDetail{kMarch10 + milliseconds(999), "User chose to defer"}).description(),
-      R"(DeferralDetail(timestamp: 2026-03-10 14:05:09 +0000, reason: "User chose to defer"))");
 }
 
 }  // namespace

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
+#include <utility>
+
 #include <nlohmann/json.hpp>
 
 namespace velmo::core {
@@ -14,60 +17,30 @@ UpdateItem item(std::string installPath = "/Applications/Foo Bar.app") {
   return UpdateItem("com.example.foo", "Foo", "2.0", "1.9", std::move(installPath), true, false);
 }
 
-struct ResponseRow {
-  ResponseType response;
-  const char* jsonText;
-  bool isDeferral;
-  const char* reason;
-  const char* description;
-};
-
-class ResponseTypeCase : public ::testing::TestWithParam<ResponseRow> {};
-
-TEST_P(ResponseTypeCase, WritesReadsAndDescribesItsCase) {
-  const auto& row = GetParam();
-  EXPECT_EQ(row.response.toJSON().dump(), row.jsonText);
-  EXPECT_EQ(ResponseType::fromJSON(json::parse(row.jsonText)), row.response);
-  EXPECT_EQ(row.response.isDeferral(), row.isDeferral);
-  EXPECT_EQ(row.response.reasonText(), row.reason);
-  EXPECT_EQ(row.response.description(), row.description);
+// The notifier's key for each case; four of the cases are deferrals.
+TEST(ResponseType, EachCaseRoundTripsUnderItsOwnKey) {
+  const std::pair<const char*, bool> rows[] = {
+      {R"({"update":{}})", false},
+      {R"({"forceUpdateAtDeferralLimit":{}})", false},
+      {R"({"deferral":{}})", true},
+      {R"({"dndDeferral":{}})", true},
+      {R"({"interruptedDueToSleep":{}})", false},
+      {R"({"timeout":{}})", false},
+      {R"({"timeoutAsDeferral":{}})", true},
+      {R"({"meetingDeferral":{"type":"Zoom \"Pro\""}})", true},
+      {R"({"error":{}})", false}};
+  std::set<Kind> kinds;
+  for (const auto& [text, isDeferral] : rows) {
+    const auto response = ResponseType::fromJSON(json::parse(text));
+    ASSERT_TRUE(response) << text;
+    EXPECT_EQ(response->toJSON().dump(), text);
+    EXPECT_EQ(response->isDeferral(), isDeferral) << text;
+    kinds.insert(response->kind);
+  }
+  EXPECT_EQ(kinds.size(), std::size(rows));
+  EXPECT_EQ((ResponseType{Kind::meetingDeferral, "Huddle"}).reasonText(),
+            "Respect meetings deferral (Huddle)");
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    AllNine, ResponseTypeCase,
-    ::testing::Values(
-        ResponseRow{
-            {Kind::update, ""}, R"({"update":{}})", false, "Unknown Deferral Reason", "update"},
-        ResponseRow{{Kind::forceUpdateAtDeferralLimit, ""},
-                    R"({"forceUpdateAtDeferralLimit":{}})",
-                    false,
-                    "Forced update at deferral limit",
-                    "forceUpdateAtDeferralLimit"},
-        ResponseRow{
-            {Kind::deferral, ""}, R"({"deferral":{}})", true, "User chose to defer", "deferral"},
-        ResponseRow{{Kind::dndDeferral, ""},
-                    R"({"dndDeferral":{}})",
-                    true,
-                    "Respect DND deferral",
-                    "dndDeferral"},
-        ResponseRow{{Kind::interruptedDueToSleep, ""},
-                    R"({"interruptedDueToSleep":{}})",
-                    false,
-                    "Interrupted due to sleep",
-                    "interruptedDueToSleep"},
-        ResponseRow{
-            {Kind::timeout, ""}, R"({"timeout":{}})", false, "Notification timed out", "timeout"},
-        ResponseRow{{Kind::timeoutAsDeferral, ""},
-                    R"({"timeoutAsDeferral":{}})",
-                    true,
-                    "Timeout as deferral",
-                    "timeoutAsDeferral"},
-        ResponseRow{{Kind::meetingDeferral, "Zoom \"Pro\""},
-                    R"({"meetingDeferral":{"type":"Zoom \"Pro\""}})",
-                    true,
-                    "Respect meetings deferral (Zoom \"Pro\")",
-                    R"(meetingDeferral(type: "Zoom "Pro""))"},
-        ResponseRow{{Kind::error, ""}, R"({"error":{}})", false, "An error occurred", "error"}));
 
 TEST(ResponseType, IgnoresKeysThatNameNoCaseAndPayloadsThatCarryNothing) {
   for (const char* text : {R"({"deferral":{},"bogus":1})", R"({"deferral":{"type":"Zoom"}})",
@@ -108,9 +81,6 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(DialogResponse, RoundTripsThroughJSONWithAFileURLOfTheInstallPath) {
   const auto original = DialogResponse::fromItem(item(), {Kind::meetingDeferral, "Huddle"});
-  EXPECT_EQ(original.identifier, "com.example.foo");
-  EXPECT_EQ(original.appId, "com.example.foo");
-  EXPECT_EQ(original.targetVersion, "2.0");
   EXPECT_EQ(original.url.absoluteString(), "file:///Applications/Foo%20Bar.app");
   EXPECT_EQ(original.path(), "/Applications/Foo Bar.app");
 

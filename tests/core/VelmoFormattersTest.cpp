@@ -7,21 +7,9 @@
 namespace velmo::core {
 namespace {
 
-using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 const platform::TimePoint kT{seconds(1773151509)};  // 2026-03-10T14:05:09Z
-
-TEST(VelmoFormatters, Iso8601IsUtcWholeSeconds) {
-  EXPECT_EQ(VelmoFormatters::iso8601(kT), "2026-03-10T14:05:09Z");
-  EXPECT_EQ(VelmoFormatters::iso8601(kT + milliseconds(987)), "2026-03-10T14:05:09Z");
-  EXPECT_EQ(VelmoFormatters::iso8601(platform::TimePoint{}), "1970-01-01T00:00:00Z");
-}
-
-TEST(VelmoFormatters, Iso8601WithMillisecondsKeepsThreeDigits) {
-  EXPECT_EQ(VelmoFormatters::iso8601WithMilliseconds(kT + milliseconds(7)),
-            "2026-03-10T14:05:09.007Z");
-}
 
 TEST(VelmoFormatters, FriendlyDateIsMediumDateShortTimeInTheCurrentLocale) {
   // Locale and zone are captured at first use, which is this test's.

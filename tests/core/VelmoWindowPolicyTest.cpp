@@ -11,7 +11,6 @@ namespace velmo::core {
 namespace {
 
 using std::chrono::milliseconds;
-using std::chrono::minutes;
 
 platform::TimePoint at(std::string_view text) {
   const auto date = Iso8601DateFormatter::date(text);
@@ -68,7 +67,6 @@ INSTANTIATE_TEST_SUITE_P(
     Cases, Moment,
     ::testing::Values(
         MomentCase{"TuesdayStart", kTuesday, "2026-03-10T09:00:00Z", true},
-        MomentCase{"TuesdayNoon", kTuesday, "2026-03-10T12:00:00Z", true},
         MomentCase{"TuesdayLastMinute", kTuesday, "2026-03-10T17:00:59Z", true},
         MomentCase{"TuesdayEarly", kTuesday, "2026-03-10T08:59:59Z", false},
         MomentCase{"TuesdayLate", kTuesday, "2026-03-10T17:01:00Z", false},
@@ -84,7 +82,6 @@ INSTANTIATE_TEST_SUITE_P(
                    allowing(window({Weekday::tue}, {0, 0}, {0, 30}), "Europe/Berlin"),
                    "2026-03-09T23:30:00Z", true},
         MomentCase{"FridayLateHalf", kFridayNight, "2026-03-13T23:00:00Z", true},
-        MomentCase{"FridayEarlyHalf", kFridayNight, "2026-03-13T05:00:00Z", true},
         MomentCase{"FridayEnd", kFridayNight, "2026-03-13T06:00:00Z", true},
         MomentCase{"FridayPastEnd", kFridayNight, "2026-03-13T06:01:00Z", false},
         MomentCase{"SaturdayEarly", kFridayNight, "2026-03-14T01:00:00Z", false},
@@ -147,7 +144,6 @@ INSTANTIATE_TEST_SUITE_P(
         SearchCase{"TuesdayLongHorizon", kTuesday, "2026-03-11T10:00:00Z", 60,
                    "2026-04-07T09:00:00Z"},
         SearchCase{"TuesdayThreeWeeks", kTuesday, "2026-03-11T10:00:00Z", 21, nullptr},
-        SearchCase{"TuesdayTwoWeeks", kTuesday, "2026-03-11T10:00:00Z", 14, nullptr},
         // 17:00 is still denied; the seconds of `after` don't move the grid.
         SearchCase{"DeniedUntil1701", kWorkingHoursDenied, "2026-03-09T10:30:20Z", 14,
                    "2026-03-09T17:01:00Z"},
@@ -162,8 +158,6 @@ INSTANTIATE_TEST_SUITE_P(
         // The first moment of a day whose midnight is skipped, or repeated.
         SearchCase{"SaoPauloDayStart", allowing(kAllDaySunday, "America/Sao_Paulo"),
                    "2018-11-03T12:00:00-03:00", 3, "2018-11-04T01:00:00-02:00"},
-        SearchCase{"BeirutSpringDayStart", allowing(kAllDaySunday, "Asia/Beirut"),
-                   "2025-03-29T12:00:00+02:00", 3, "2025-03-30T01:00:00+03:00"},
         SearchCase{"BeirutAutumnDayStart", allowing(kAllDaySunday, "Asia/Beirut"),
                    "2025-10-25T12:00:00+03:00", 3, "2025-10-26T00:00:00+02:00"},
         SearchCase{"HavanaDayStart", allowing(kAllDaySunday, "America/Havana"),
@@ -176,10 +170,6 @@ INSTANTIATE_TEST_SUITE_P(
                    "2026-03-14T12:00:00-04:00", 2, nullptr},
         SearchCase{"SaoPaulo23HourDay", allowing(kMondayFirstHour, "America/Sao_Paulo"),
                    "2018-11-03T12:00:00-03:00", 2, "2018-11-05T00:00:00-02:00"},
-        SearchCase{"Beirut23HourDay", allowing(kMondayFirstHour, "Asia/Beirut"),
-                   "2025-03-29T12:00:00+02:00", 2, "2025-03-31T00:00:00+03:00"},
-        SearchCase{"Havana23HourDay", allowing(kMondayFirstHour, "America/Havana"),
-                   "2025-03-08T12:00:00-05:00", 2, "2025-03-10T00:00:00-04:00"},
         SearchCase{"LordHoweHalfHourShorter",
                    allowing(window({Weekday::mon}, {0, 0}, {0, 29}), "Australia/Lord_Howe"),
                    "2026-10-03T12:00:00+10:30", 2, "2026-10-05T00:00:00+11:00"},
@@ -204,7 +194,8 @@ INSTANTIATE_TEST_SUITE_P(
         SearchCase{"AddDaysOverAutumnChange",
                    allowing(window({Weekday::mon}, {12, 0}, {12, 0}), "America/New_York"),
                    "2026-10-31T00:30:00-04:00", 3, "2026-11-02T12:00:00-05:00"},
-        // Berlin skips 02:00-02:59 on Sunday 2026-03-29, in week 5 of March.
+        // Berlin skips 02:00-02:59 on Sunday 2026-03-29, in week 5 of March: the
+        // scan judges every minute of that day, and none matches.
         SearchCase{"WindowInSkippedHour",
                    allowing(window({Weekday::sun}, {2, 0}, {2, 59}, weeks({5})), "Europe/Berlin"),
                    "2026-03-28T12:00:00+01:00", 7, nullptr},
@@ -243,25 +234,14 @@ INSTANTIATE_TEST_SUITE_P(Vectors, WeekOfMonth,
                                            WeekCase{"2026-04-07", 2}, WeekCase{"2026-04-14", 3},
                                            WeekCase{"2026-05-31", 6}));
 
-TEST(VelmoWindowPolicy, TuesdayWindowAndMonthScope) {
-  EXPECT_EQ(VelmoWindowPolicy::tuesdayWindow(),
-            (VelmoTimeWindow{
-                VelmoTimeWindow::WindowType::allow, {Weekday::tue}, weeks({2}), {9, 0}, {17, 0}}));
+// Only a non-empty set of weeks ties a window to the month.
+TEST(VelmoWindowPolicy, UsesMonthScopedWindows) {
   const auto plain = window(kEveryDay, {0, 0}, {1, 0});
   const auto scoped = window(kEveryDay, {0, 0}, {1, 0}, weeks({3}));
   EXPECT_FALSE(VelmoWindowPolicy({plain}, {plain}, "UTC").usesMonthScopedWindows());
   EXPECT_FALSE(allowing(window(kEveryDay, {0, 0}, {1, 0}, weeks({}))).usesMonthScopedWindows());
   EXPECT_TRUE(VelmoWindowPolicy({plain}, {scoped}, "UTC").usesMonthScopedWindows());
   EXPECT_TRUE(kTuesday.usesMonthScopedWindows());
-}
-
-TEST(VelmoWindowPolicy, WindowInTheSkippedHourMatchesNoMoment) {
-  const auto policy =
-      allowing(window({Weekday::sun}, {2, 0}, {2, 59}, weeks({5})), "Europe/Berlin");
-  for (auto moment = at("2026-03-29T00:00:00+01:00"); moment < at("2026-03-29T06:00:00+02:00");
-       moment += minutes(1)) {
-    ASSERT_FALSE(policy.isWithinAllowedWindow(moment)) << Iso8601DateFormatter::string(moment);
-  }
 }
 
 TEST(VelmoWindowPolicy, ExtremeArgumentsGiveAnAnswer) {

@@ -39,9 +39,13 @@ class AgentFakes {
     for (const auto& launch : launcher_.launches()) calls.push_back(launch.arguments);
     return calls;
   }
-  // Whether standard output (info and above) holds `text`.
-  bool logged(const std::string& text) const {
-    return capture_.standardOutput().find(text) != std::string::npos;
+  // Whether standard output (info and above) holds `text`, and how often.
+  bool logged(const std::string& text) const { return loggedCount(text) > 0; }
+  std::size_t loggedCount(const std::string& text) const {
+    const std::string out = capture_.standardOutput();
+    std::size_t count = 0;
+    for (auto at = out.find(text); at != std::string::npos; at = out.find(text, at + 1)) ++count;
+    return count;
   }
   // Debug lines that contain `text`.
   std::size_t debugCount(const std::string& text) const {

@@ -86,45 +86,58 @@ TEST_F(MDMChangeObserverTest, NotificationsForOtherDomainsOrWithoutAListAreIgnor
   EXPECT_EQ(defaults_.reads, readsAtStart);
 }
 
-TEST_F(MDMChangeObserverTest, ARemovedProfileWithARunScopeIsSuppressed) {
-  defaults_.setObject("UpdateAll", true);
+// Profiles are often removed and put back during a redeploy: an empty policy
+// may not replace one that has a run scope, and may replace any other.
+struct RedeployCase {
+  const char* name;
+  const char* key;
+  core::PlistValue value;
+  bool suppressed;
+};
+void PrintTo(const RedeployCase& c, std::ostream* os) { *os << c.name; }
+
+class RemovedProfile : public MDMChangeObserverTest,
+                       public ::testing::WithParamInterface<RedeployCase> {};
+
+TEST_P(RemovedProfile, IsSuppressedOnlyWithARunScope) {
+  const auto& param = GetParam();
+  defaults_.setObject(param.key, param.value);
   notify(PlistArray{kDomain});
   clock_.advance(seconds(5));
   ASSERT_EQ(published_.size(), 1u);
+  ASSERT_FALSE(published_[0].isEmpty());
 
-  defaults_.store.remove("UpdateAll");  // The profile is removed...
+  defaults_.store.remove(param.key);
   notify(PlistArray{kDomain});
   clock_.advance(seconds(5));
+  if (!param.suppressed) {
+    ASSERT_EQ(published_.size(), 2u);
+    EXPECT_TRUE(published_[1].isEmpty());
+    return;
+  }
   EXPECT_EQ(published_.size(), 1u);
   const auto debugs = capture_.debugs();
   EXPECT_NE(std::find(debugs.begin(), debugs.end(),
                       "Suppressed empty MDM Velmo Run Config during redeploy."),
             debugs.end());
-  EXPECT_TRUE(observer_->config().value().updateAll);
+  EXPECT_EQ(observer_->config().value(), published_[0]);
 
-  defaults_.setObject("UpdateAll", true);  // ...and comes back the same: nothing new.
+  defaults_.setObject(param.key, param.value);  // Back the same: nothing new.
   notify(PlistArray{kDomain});
   clock_.advance(seconds(5));
   EXPECT_EQ(published_.size(), 1u);
 }
 
-TEST_F(MDMChangeObserverTest, ARemovedProfileWithOnlyBlackoutWindowsIsReplaced) {
-  defaults_.setObject(
-      "GlobalBlackoutWindows",
-      PlistArray{PlistDictionary{{"days", PlistArray{"sun"}},
-                                 {"start", PlistDictionary{{"hour", 1}, {"minute", 0}}},
-                                 {"end", PlistDictionary{{"hour", 2}, {"minute", 0}}}}});
-  notify(PlistArray{kDomain});
-  clock_.advance(seconds(5));
-  ASSERT_EQ(published_.size(), 1u);
-  EXPECT_EQ(published_[0].globalBlackoutWindows.size(), 1u);
-
-  defaults_.store.remove("GlobalBlackoutWindows");
-  notify(PlistArray{kDomain});
-  clock_.advance(seconds(5));
-  ASSERT_EQ(published_.size(), 2u);
-  EXPECT_TRUE(published_[1].isEmpty());
-}
+INSTANTIATE_TEST_SUITE_P(
+    Scopes, RemovedProfile,
+    ::testing::Values(RedeployCase{"UpdateAll", "UpdateAll", true, true},
+                      RedeployCase{"Interval", "RunInterval", 3600, true},
+                      RedeployCase{"UpdateOnly", "UpdateOnly", PlistArray{"a"}, true},
+                      RedeployCase{"InstallOrUpdate", "InstallOrUpdate", PlistArray{"a"}, true},
+                      RedeployCase{"OnlyTuesdayWindow", "EnableVelmoTuesdayWindow", true, false},
+                      RedeployCase{"OnlyNoUserRunsOutside", "AllowUserInitiatedOutsideWindows",
+                                   false, false}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(MDMChangeObserverTest, TeardownStopsObserving) {
   EXPECT_EQ(distributed_.observerCount("com.apple.MCX._managementStatusChangedForDomains"), 1u);

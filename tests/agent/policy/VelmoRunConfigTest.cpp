@@ -66,29 +66,5 @@ TEST(VelmoRunConfig, TheWindowPolicyFollowsTheOrderOfTheLists) {
   EXPECT_TRUE(denyOnly->allowWindows().empty());
 }
 
-struct ScopeCase {
-  const char* name;
-  VelmoRunConfig config;
-  bool empty;
-  bool scope;
-};
-void PrintTo(const ScopeCase& c, std::ostream* os) { *os << c.name; }
-
-class VelmoRunConfigScope : public ::testing::TestWithParam<ScopeCase> {};
-TEST_P(VelmoRunConfigScope, EmptinessAndRunScope) {
-  EXPECT_EQ(GetParam().config.isEmpty(), GetParam().empty);
-  EXPECT_EQ(GetParam().config.hasRunScope(), GetParam().scope);
-}
-INSTANTIATE_TEST_SUITE_P(
-    Table, VelmoRunConfigScope,
-    ::testing::Values(
-        ScopeCase{"Nothing", {}, true, false},
-        ScopeCase{"Interval", {.runInterval = 60.0}, false, true},
-        ScopeCase{"UpdateAll", {.updateAll = true}, false, true},
-        ScopeCase{"UpdateOnly", {.updateOnly = {"a"}}, false, true},
-        ScopeCase{"NoUserRunsOutside", {.allowUserInitiatedOutsideWindows = false}, false, false},
-        ScopeCase{"TuesdayOnly", {.velmoTuesdayOnly = true}, false, false}),
-    [](const auto& info) { return std::string(info.param.name); });
-
 }  // namespace
 }  // namespace velmo::agent::policy

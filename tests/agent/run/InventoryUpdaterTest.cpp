@@ -54,11 +54,6 @@ TEST_F(InventoryUpdaterTest, AMegabyteOfStandardErrorComesBackWhole) {
   EXPECT_EQ(result.text.substr(0, 4), "eeee");
 }
 
-TEST_F(InventoryUpdaterTest, TextThatIsNoUtf8ComesBackEmpty) {
-  const auto result = run(testing::testProgram("velmo-test-tool"), 60, {"--stderr-invalid"});
-  EXPECT_EQ(result, (InventoryUpdater::Result{0, ""}));
-}
-
 TEST_F(InventoryUpdaterTest, AHangingCommandTimesOutWith124) {
   const auto result =
       run(testing::testProgram("velmo-test-tool"), 1.5, {"--stderr-bytes", "10", "--sleep", "60"});

@@ -57,21 +57,6 @@ TEST_F(LogindWorkspaceEventsTest, SignalsOfTheNameOwnerBecomeWorkspaceEvents) {
                                                 WorkspaceEvent::willPowerOff}));
 }
 
-TEST_F(LogindWorkspaceEventsTest, AnOwnerThatWasThereBeforeTheAgentCounts) {
-  FakeLogind logind;
-  logind.ownName();
-  asio::io_context context;
-  SdBusConnection connection(context.get_executor(), clock_);
-  connection.start();
-  LogindWorkspaceEvents events(connection);
-  std::vector<WorkspaceEvent> seen;
-  events.addObserver([&](WorkspaceEvent event) { seen.push_back(event); });
-  context.run_for(std::chrono::milliseconds(100));  // The owner's answer arrives.
-  logind.emit("PrepareForSleep", true);
-  ASSERT_TRUE(runUntil(context, [&] { return seen.size() == 1; }));
-  EXPECT_EQ(seen[0], WorkspaceEvent::willSleep);
-}
-
 TEST_F(LogindWorkspaceEventsTest, TheSameSignalsFromAnyoneElseAreIgnored) {
   FakeLogind logind;
   logind.ownName();

@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <fstream>
-#include <functional>
 
 #include <asio/io_context.hpp>
 
@@ -99,18 +98,6 @@ class ManagedPreferencesWatcherTest : public ::testing::Test {
   std::unique_ptr<ManagedPreferencesWatcher> watcher_;
 };
 
-TEST_F(ManagedPreferencesWatcherTest, OneWritePostsEachNameOnceWhenTheChangeHasSettled) {
-  start();
-  write(paths_.managedPreferencesFile("com.example.app"));
-  ASSERT_TRUE(pumpUntilArmed());
-  clock_.advance(kSettle - 1ms);
-  expectPosts({});
-  clock_.advance(1ms);
-  clock_.advance(5s);
-  expectPosts({{"com.example.app"}});
-  EXPECT_EQ(userDefaultsChanges_, 0);
-}
-
 TEST_F(ManagedPreferencesWatcherTest, ABurstWithinTheSettleTimeGivesOnePostWithEveryDomain) {
   fs::create_directories(paths_.managedPreferencesDirectory());
   write(paths_.managedPreferencesFile("com.example.removed"));
@@ -146,10 +133,13 @@ TEST_F(ManagedPreferencesWatcherTest, FilesThatAreNoPlistOfAWatchedDomainPostNot
   EXPECT_EQ(userDefaultsChanges_, 0);
 }
 
+enum class Store { managed, root, machine };
+
 struct StoreCase {
   std::string label;
-  std::function<fs::path(const Paths&)> file;
-  Posts posts;
+  Store store;
+  std::string domain;
+  bool posts;  // The domain, under each name.
   int userDefaultsChanges;
 };
 void PrintTo(const StoreCase& store, std::ostream* out) { *out << store.label; }
@@ -158,45 +148,33 @@ class ManagedPreferencesWatcherStoreTest : public ManagedPreferencesWatcherTest,
                                            public ::testing::WithParamInterface<StoreCase> {};
 
 TEST_P(ManagedPreferencesWatcherStoreTest, PostsWhatTheChangedStoreStandsFor) {
+  const auto& [label, store, domain, posts, userDefaultsChanges] = GetParam();
   start();
-  writeAtomically(GetParam().file(paths_));
-  if (GetParam().posts.empty() && GetParam().userDefaultsChanges == 0) {
-    pumpFor();
-  } else {
+  writeAtomically(store == Store::managed ? paths_.managedPreferencesFile(domain)
+                  : store == Store::root  ? paths_.rootPreferencesFile(domain)
+                                          : paths_.machinePreferencesFile(domain));
+  if (posts || userDefaultsChanges > 0) {
     ASSERT_TRUE(pumpUntilArmed());
+  } else {
+    pumpFor();
   }
-  clock_.advance(kSettle);
-  expectPosts(GetParam().posts);
-  EXPECT_EQ(userDefaultsChanges_, GetParam().userDefaultsChanges);
+  // Exactly at the settle time, not a moment later.
+  clock_.advance(kSettle - 1ms);
+  expectPosts({});
+  clock_.advance(1ms);
+  expectPosts(posts ? Posts{{domain}} : Posts{});
+  EXPECT_EQ(userDefaultsChanges_, userDefaultsChanges);
 }
 
 // The agent's own stores aren't managed: they give the in-process change only.
 INSTANTIATE_TEST_SUITE_P(
     Stores, ManagedPreferencesWatcherStoreTest,
     ::testing::Values(
-        StoreCase{"ManagedAgentDomain",
-                  [](const Paths& paths) { return paths.managedPreferencesFile(kAgentDomain); },
-                  {{std::string(kAgentDomain)}},
-                  1},
-        StoreCase{"ManagedOtherDomain",
-                  [](const Paths& paths) {
-                    return paths.managedPreferencesFile("com.apple.controlcenter");
-                  },
-                  {{"com.apple.controlcenter"}},
-                  0},
-        StoreCase{"RootStoreAgentDomain",
-                  [](const Paths& paths) { return paths.rootPreferencesFile(kAgentDomain); },
-                  {},
-                  1},
-        StoreCase{"MachineStoreAgentDomain",
-                  [](const Paths& paths) { return paths.machinePreferencesFile(kAgentDomain); },
-                  {},
-                  1},
-        StoreCase{
-            "MachineStoreOtherDomain",
-            [](const Paths& paths) { return paths.machinePreferencesFile("com.marvenith.velmo"); },
-            {},
-            0}),
+        StoreCase{"ManagedAgentDomain", Store::managed, std::string(kAgentDomain), true, 1},
+        StoreCase{"ManagedOtherDomain", Store::managed, "com.apple.controlcenter", true, 0},
+        StoreCase{"RootStoreAgentDomain", Store::root, std::string(kAgentDomain), false, 1},
+        StoreCase{"MachineStoreAgentDomain", Store::machine, std::string(kAgentDomain), false, 1},
+        StoreCase{"MachineStoreOtherDomain", Store::machine, "com.marvenith.velmo", false, 0}),
     [](const auto& info) { return info.param.label; });
 
 TEST_F(ManagedPreferencesWatcherTest, MissingFoldersAreCreatedWithMode0755) {
