@@ -27,7 +27,7 @@ constexpr off_t kLogSize = off_t{2} << 30;
 constexpr std::size_t kWrittenTail = 8 << 20;
 // The tail is written a chunk at a time, so the harness itself holds only this
 // much and the peak counter sees mostly the truncation.
-constexpr std::size_t kChunk = 1 << 20;
+constexpr std::size_t kChunk = 64 << 10;
 
 fs::path logPath() { return fs::temp_directory_path() / "velmo-truncation-bench.log"; }
 
