@@ -65,31 +65,41 @@ bool binaryKeysAreSafe(std::string_view bytes) {
   auto objectAt = [&](std::uint64_t index) {
     return bigEndian(bytes, *table + index * offsetSize, offsetSize);
   };
-  // The length in a marker's low nibble, or in the integer object after it.
-  // Gives the length and where the contents start.
-  auto lengthAt = [&](std::uint64_t at) -> std::optional<std::pair<std::uint64_t, std::uint64_t>> {
+  constexpr std::uint64_t kAscii = 0x5;
+  constexpr std::uint64_t kUtf16 = 0x6;
+  constexpr std::uint64_t kDictionary = 0xD;
+  // An object's kind (its marker's high nibble) and, for the kinds looked at
+  // here, its length: in the marker's low nibble, or in the integer object
+  // after it; with where its contents start.
+  struct Object {
+    std::uint64_t kind;
+    std::uint64_t length;
+    std::uint64_t contents;
+  };
+  auto objectHeader = [&](std::uint64_t at) -> std::optional<Object> {
     const auto marker = bigEndian(bytes, at, 1);
     if (!marker) return std::nullopt;
-    if ((*marker & 0x0F) != 0x0F) return std::pair{*marker & 0x0F, at + 1};
+    const std::uint64_t kind = *marker >> 4;
+    if (kind != kAscii && kind != kUtf16 && kind != kDictionary) return Object{kind, 0, at + 1};
+    if ((*marker & 0x0F) != 0x0F) return Object{kind, *marker & 0x0F, at + 1};
     const auto sizeMarker = bigEndian(bytes, at + 1, 1);
-    if (!sizeMarker || (*sizeMarker & 0xF0) != 0x10 || (*sizeMarker & 0x0F) > 3)
+    if (!sizeMarker || (*sizeMarker & 0xF0) != 0x10 || (*sizeMarker & 0x0F) > 3) {
       return std::nullopt;
+    }
     const unsigned width = 1u << (*sizeMarker & 0x0F);
     const auto length = bigEndian(bytes, at + 2, width);
     if (!length) return std::nullopt;
-    return std::pair{*length, at + 2 + width};
+    return Object{kind, *length, at + 2 + width};
   };
-  auto keyIsSafe = [&](std::uint64_t at) {
-    const auto marker = bigEndian(bytes, at, 1);
-    const auto length = lengthAt(at);
-    if (!marker || !length) return false;
-    const auto [units, start] = *length;
-    const std::uint64_t unitSize = (*marker >> 4) == 0x6 ? 2 : 1;
+  auto keyIsSafe = [&](const Object& key) {
     // Other kinds of key are refused by libplist itself, without aborting.
-    if ((*marker >> 4) != 0x5 && (*marker >> 4) != 0x6) return true;
-    if (start > bytes.size() || units > (bytes.size() - start) / unitSize) return false;
-    const auto text =
-        bytes.substr(static_cast<std::size_t>(start), static_cast<std::size_t>(units * unitSize));
+    if (key.kind != kAscii && key.kind != kUtf16) return true;
+    const std::uint64_t unitSize = key.kind == kUtf16 ? 2 : 1;
+    if (key.contents > bytes.size() || key.length > (bytes.size() - key.contents) / unitSize) {
+      return false;
+    }
+    const auto text = bytes.substr(static_cast<std::size_t>(key.contents),
+                                   static_cast<std::size_t>(key.length * unitSize));
     if (unitSize == 1) return text.find('\0') == std::string_view::npos;
     for (std::size_t i = 0; i < text.size(); i += 2) {
       if (text[i] == '\0' && text[i + 1] == '\0') return false;
@@ -101,16 +111,16 @@ bool binaryKeysAreSafe(std::string_view bytes) {
     const auto at = objectAt(index);
     const auto marker = at ? bigEndian(bytes, *at, 1) : std::nullopt;
     if (!marker) return false;
-    if ((*marker >> 4) != 0xD) continue;
-    const auto length = lengthAt(*at);
-    if (!length) return false;
-    const auto [keys, refs] = *length;
-    for (std::uint64_t k = 0; k < keys; ++k) {
-      const auto ref = bigEndian(bytes, refs + k * refSize, refSize);
+    if ((*marker >> 4) != kDictionary) continue;  // Only dictionaries have keys.
+    const auto object = objectHeader(*at);
+    if (!object) return false;
+    for (std::uint64_t k = 0; k < object->length; ++k) {
+      const auto ref = bigEndian(bytes, object->contents + k * refSize, refSize);
       if (!ref || *ref >= *count) return false;
       if (checked[static_cast<std::size_t>(*ref)]) continue;
       const auto keyAt = objectAt(*ref);
-      if (!keyAt || !keyIsSafe(*keyAt)) return false;
+      const auto key = keyAt ? objectHeader(*keyAt) : std::nullopt;
+      if (!key || !keyIsSafe(*key)) return false;
       checked[static_cast<std::size_t>(*ref)] = true;
     }
   }

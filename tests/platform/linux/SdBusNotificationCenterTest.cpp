@@ -19,7 +19,6 @@ namespace {
 
 using core::PlistArray;
 using core::PlistDictionary;
-using core::PlistValue;
 using testing::runUntil;
 
 constexpr const char* kName = "com.marvenith.velmo.dialogResponse";
