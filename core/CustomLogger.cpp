@@ -4,6 +4,7 @@
 
 #include "core/Bundle.h"
 #include "core/LogSinks.h"
+#include "core/Utf8.h"
 #include "core/VelmoFormatters.h"
 
 namespace velmo::core {
@@ -55,21 +56,24 @@ void CustomLogger::log(const LogMessage& message, LogLevel level) const {
   const LogSinks& sinks = LogSinks::current();
   const LevelStyle style = styleOf(level);
 
-  if (level != LogLevel::debug || printDebugToStdout_) {
+  const bool toStandardOutput = level != LogLevel::debug || printDebugToStdout_;
+  const bool toUnifiedLog = sinks.unifiedLog && sinks.unifiedLog->isEnabled(style.unifiedType);
+  if (!toStandardOutput && !toUnifiedLog) return;
+  // One call, one line, in every sink; only our own colour codes reach a terminal.
+  const std::string text = escapedControls(message());
+
+  if (toStandardOutput) {
     const platform::TimePoint now =
         sinks.clock ? sinks.clock->now() : std::chrono::system_clock::now();
     std::string line;
     line.append(style.colour).append(VelmoFormatters::iso8601(now)).append("  ");
     if (!style.marker.empty()) line.append(style.marker).append(" ");
-    line.append(message()).append(kReset).append("\n");
-    // One call per line, so lines from different threads never interleave;
-    // fwrite rather than fputs so that a NUL inside a message can't cut it short.
+    line.append(text).append(kReset).append("\n");
+    // One call per line, so lines from different threads never interleave.
     std::fwrite(line.data(), 1, line.size(), sinks.standardOutput ? sinks.standardOutput : stdout);
   }
 
-  if (sinks.unifiedLog && sinks.unifiedLog->isEnabled(style.unifiedType)) {
-    sinks.unifiedLog->write(style.unifiedType, subsystem_, category_, message());
-  }
+  if (toUnifiedLog) sinks.unifiedLog->write(style.unifiedType, subsystem_, category_, text);
 }
 
 void CustomLogger::debug(std::string message) const {

@@ -3,6 +3,8 @@
 #include <array>
 #include <utility>
 
+#include "core/ToolIdentifier.h"
+
 namespace velmo::core {
 namespace {
 
@@ -159,8 +161,10 @@ std::optional<DialogResponse> DialogResponse::fromJSONText(std::string_view text
   const auto* targetVersion = stringMember(json, "targetVersion");
   const auto* urlText = stringMember(json, "url");
   const auto responseJSON = json.find("response");
+  // Both IDs can reach the tool's command line.
   if (!identifier || !appId || !targetVersion || !urlText || urlText->empty() ||
-      responseJSON == json.end()) {
+      responseJSON == json.end() || !ToolIdentifier::isValid(*identifier) ||
+      !ToolIdentifier::isValid(*appId)) {
     return std::nullopt;
   }
   auto url = URL::fromString(*urlText);

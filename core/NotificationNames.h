@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <string_view>
 
 namespace velmo::core {
@@ -52,6 +53,22 @@ inline constexpr std::string_view changedDomains = "com.apple.MCX.changedDomains
 
 // In-process only: one of the stores behind the standard user defaults changed.
 inline constexpr std::string_view userDefaultsDidChange = "NSUserDefaultsDidChangeNotification";
+
+// Posted only by root programs (the tool, the management layer). The bus
+// lets every account post every name, so a post of one of these from any
+// other account is dropped before an observer sees it. The companion's names
+// (userInitiatedUpdateCheck, enqueueUpdateItem, dialogResponse) stay open.
+inline constexpr std::array<std::string_view, 9> rootOnly{
+    didPerformInstall,
+    willPerformInstall,
+    addItemsToUIControllerQueue,
+    updateItemStateChange,
+    managementStatusChangedForDomains,
+    changedDomains,
+    "com.apple.configurationprofiles.profileListChanged",
+    "com.apple.configurationprofiles.payloadChanged",
+    "MCXChanged",
+};
 
 }  // namespace NotificationName
 

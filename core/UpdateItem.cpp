@@ -4,6 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "core/ToolIdentifier.h"
+
 namespace velmo::core {
 namespace {
 
@@ -45,8 +47,12 @@ std::optional<T> optional(const Json& json, const char* key) {
 
 UpdateItem decode(const Json& json) {
   if (!json.is_object()) throw Json::type_error::create(302, "not an object", &json);
+  // The id goes to the tool's command line: an item whose id breaks the rule
+  // is malformed, like one with a missing key.
+  auto id = required<std::string>(json, "id");
+  if (!ToolIdentifier::isValid(id)) throw Json::type_error::create(302, "not an ID", &json);
   return UpdateItem(
-      required<std::string>(json, "id"), required<std::string>(json, "friendlyName"),
+      std::move(id), required<std::string>(json, "friendlyName"),
       required<std::string>(json, "targetVersion"), optional<std::string>(json, "installedVersion"),
       required<std::string>(json, "installPath"), required<bool>(json, "respectDnd"),
       required<bool>(json, "respectMeetings"), optional<bool>(json, "serialInstallRequired"));

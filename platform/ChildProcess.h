@@ -17,6 +17,7 @@ class ChildProcess {
   // The exit status, or the bare signal number for a process a signal ended.
   // Meaningful only once isRunning() is false.
   virtual int terminationStatus() const = 0;
+  // To the process and everything it started in its group.
   virtual void sendSignal(int signal) = 0;
   // Completes when the process has exited, without blocking the executor.
   virtual asio::awaitable<void> waitUntilExit() = 0;

@@ -13,9 +13,18 @@ namespace velmo::platform {
 // A notification as it travels between processes: a name, an optional string
 // object and an optional string-keyed dictionary of property-list values.
 struct DistributedNotification {
+  // Stands for a sender whose account could not be learnt: it is trusted as
+  // little as any other account but root.
+  static constexpr std::uint32_t kUnknownSender = UINT32_MAX;
+
   std::string name;
   std::optional<std::string> object;
   std::optional<core::PlistDictionary> userInfo;
+  // The account of the process that posted it, as the bus vouches for it.
+  // This process's own posts come from its own account.
+  std::uint32_t senderUid = 0;
+
+  bool isFromRoot() const { return senderUid == 0; }
 };
 
 struct ObserverToken {
@@ -26,6 +35,7 @@ struct ObserverToken {
 // The machine-wide notification centre shared with the sibling programs.
 // Every post reaches every observer in every process once, in order, and
 // uncoalesced, this process included. Handlers run on the main executor.
+// Names that only root programs post reach no observer from any other account.
 // Implementations never throw toward the caller: faults are logged.
 class DistributedNotificationCenter {
  public:

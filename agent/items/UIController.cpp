@@ -138,8 +138,15 @@ void UIController::handleEnqueue(const platform::DistributedNotification& notifi
     logger_.error("Failed to decode item from notification.");
     return;
   }
-  if (findByID(updateItems_, item->id) != updateItems_.end()) {
+  const bool listed = findByID(updateItems_, item->id) != updateItems_.end();
+  if (listed) {
     logger_.debug("Item with ID " + item->id + " already exists in the updateItems array.");
+  } else if (!notification.isFromRoot()) {
+    // The companion offers only listed items; any other account could ask
+    // root to install any catalogue entry.
+    logger_.error("Ignored a request from uid " + std::to_string(notification.senderUid) +
+                  " to install " + item->id + ": it is not in the update items list.");
+    return;
   }
   logger_.debug("Received notification to enqueue item with ID: " + item->id);
   collaborators_.agentQueue.enqueue(*item);

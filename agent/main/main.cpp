@@ -19,6 +19,7 @@
 #include "core/InternalMessenger.h"
 #include "core/LogSinks.h"
 #include "core/NotificationCenter.h"
+#include "core/NotificationNames.h"
 #include "mdm/ManagedPrefs.h"
 #include "platform/linux/FileUnifiedLog.h"
 #include "platform/linux/JournalUnifiedLog.h"
@@ -72,7 +73,8 @@ int main(int argc, char** argv) {
   // else goes on.
   platform::linux::SdBusConnection bus(mainExecutor, clock);
   bus.start();
-  platform::linux::SdBusNotificationCenter distributedCenter(bus);
+  platform::linux::SdBusNotificationCenter distributedCenter(
+      bus, {core::NotificationName::rootOnly.begin(), core::NotificationName::rootOnly.end()});
   platform::linux::LogindWorkspaceEvents workspaceEvents(bus);
   core::NotificationCenter notificationCenter;
   core::InternalMessenger messenger(distributedCenter);

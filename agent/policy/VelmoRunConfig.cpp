@@ -1,6 +1,7 @@
 #include "agent/policy/VelmoRunConfig.h"
 
 #include "core/DefaultsValue.h"
+#include "core/ToolIdentifier.h"
 
 namespace velmo::agent::policy {
 namespace {
@@ -12,8 +13,13 @@ std::optional<T> read(const platform::UserDefaults& store, std::string_view key)
   return core::DefaultsValue<T>::from(*object);
 }
 
-std::set<std::string> readSet(const platform::UserDefaults& store, std::string_view key) {
-  const auto list = read<std::vector<std::string>>(store, key).value_or(std::vector<std::string>{});
+// IDs the tool must never see are left out here, so that a change to them
+// starts nothing.
+std::set<std::string> readIDs(const platform::UserDefaults& store, std::string_view key) {
+  static const core::CustomLogger logger("VelmoRunConfig");
+  const auto list = core::ToolIdentifier::admitted(
+      read<std::vector<std::string>>(store, key).value_or(std::vector<std::string>{}), key,
+      logger);
   return {list.begin(), list.end()};
 }
 
@@ -22,8 +28,8 @@ std::set<std::string> readSet(const platform::UserDefaults& store, std::string_v
 VelmoRunConfig VelmoRunConfig::read(const platform::UserDefaults& userDefaults) {
   VelmoRunConfig config;
   config.runInterval = policy::read<double>(userDefaults, "RunInterval");
-  config.updateOnly = readSet(userDefaults, "UpdateOnly");
-  config.installOrUpdate = readSet(userDefaults, "InstallOrUpdate");
+  config.updateOnly = readIDs(userDefaults, "UpdateOnly");
+  config.installOrUpdate = readIDs(userDefaults, "InstallOrUpdate");
   config.updateAll = policy::read<bool>(userDefaults, "UpdateAll").value_or(false);
   config.globalAllowWindows = core::VelmoTimeWindow::readArray(userDefaults, "GlobalAllowWindows");
   config.globalBlackoutWindows =

@@ -25,12 +25,12 @@ asio::awaitable<std::optional<int>> ProcessSupervisor::superviseWithLimit(
     for (int polls = 0; polls < kPollsAfterTerminate && process.isRunning(); ++polls) {
       co_await clock.sleep(kPollInterval);
     }
-    if (process.isRunning()) {
-      if (hooks.beforeKill) hooks.beforeKill();
-      if (process.processIdentifier() >= 1) process.sendSignal(SIGKILL);
-      for (int polls = 0; polls < kPollsAfterKill && process.isRunning(); ++polls) {
-        co_await clock.sleep(kPollInterval);
-      }
+    const bool leaderRuns = process.isRunning();
+    if (leaderRuns && hooks.beforeKill) hooks.beforeKill();
+    // Also when the tool itself is gone: what it started may have outlived it.
+    if (process.processIdentifier() >= 1) process.sendSignal(SIGKILL);
+    for (int polls = 0; leaderRuns && polls < kPollsAfterKill && process.isRunning(); ++polls) {
+      co_await clock.sleep(kPollInterval);
     }
     co_return std::nullopt;
   }

@@ -1,6 +1,7 @@
 #include "agent/run/VelmoRunJob.h"
 
 #include "core/NotificationNames.h"
+#include "core/ToolIdentifier.h"
 
 namespace velmo::agent::run {
 VelmoRunJob::VelmoRunJob(const Collaborators& collaborators, bool runningAppsFirst)
@@ -35,9 +36,12 @@ void VelmoRunJob::handleDidPerformInstall() { installCounter_.add(); }
 asio::awaitable<std::vector<Command>> VelmoRunJob::buildCommands() {
   RunPolicy policy;
   policy.updateAll = _updateAll.wrappedValue();
-  policy.updateAllExclusions = _updateAllExclusions.wrappedValue();
-  policy.installOrUpdateIDs = _installOrUpdateIDs.wrappedValue();
-  policy.updateOnlyIDs = _updateOnlyIDs.wrappedValue();
+  policy.updateAllExclusions = core::ToolIdentifier::admitted(
+      _updateAllExclusions.wrappedValue(), "UpdateAllExclusions", logger_);
+  policy.installOrUpdateIDs = core::ToolIdentifier::admitted(_installOrUpdateIDs.wrappedValue(),
+                                                             "InstallOrUpdate", logger_);
+  policy.updateOnlyIDs =
+      core::ToolIdentifier::admitted(_updateOnlyIDs.wrappedValue(), "UpdateOnly", logger_);
   policy.deferIfRunning = _deferIfRunning.wrappedValue();
   policy.respectDND = _respectDND.wrappedValue();
   policy.respectMeetings = _respectMeetings.wrappedValue();

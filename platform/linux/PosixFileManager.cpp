@@ -12,8 +12,6 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -122,12 +120,23 @@ bool PosixFileManager::fileExists(const std::filesystem::path& path) const {
 std::optional<std::string> PosixFileManager::readFile(const std::filesystem::path& path) const {
   std::error_code error;
   if (!std::filesystem::is_regular_file(path, error)) return std::nullopt;
-  std::ifstream stream(path, std::ios::binary);
-  if (!stream) return std::nullopt;
-  std::ostringstream contents;
-  contents << stream.rdbuf();
-  if (stream.bad()) return std::nullopt;
-  return contents.str();
+  // Close-on-exec, as every descriptor of the agent: no tool inherits it.
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return std::nullopt;
+  std::string contents;
+  char buffer[65536];
+  for (;;) {
+    const ssize_t result = ::read(fd, buffer, sizeof buffer);
+    if (result < 0 && errno == EINTR) continue;
+    if (result < 0) {
+      ::close(fd);
+      return std::nullopt;
+    }
+    if (result == 0) break;
+    contents.append(buffer, static_cast<std::size_t>(result));
+  }
+  ::close(fd);
+  return contents;
 }
 
 std::optional<std::string> PosixFileManager::writeFileAtomically(const std::filesystem::path& path,

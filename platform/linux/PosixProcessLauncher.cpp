@@ -11,6 +11,9 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <filesystem>
+#include <string>
+#include <thread>
 
 #include <asio/posix/stream_descriptor.hpp>
 #include <asio/redirect_error.hpp>
@@ -33,14 +36,39 @@ int openPidfd(pid_t pid) {
 #endif
 }
 
+// From <linux/close_range.h>, which not every C library exposes.
+constexpr unsigned kCloseRangeCloexec = 1U << 2;
+
+void markInheritedCloseOnExec() {
+#ifdef SYS_close_range
+  if (::syscall(SYS_close_range, 3U, ~0U, kCloseRangeCloexec) == 0) return;
+#endif
+  // Older kernels: one descriptor at a time.
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", error)) {
+    const std::string name = entry.path().filename().string();
+    char* end = nullptr;
+    const long fd = std::strtol(name.c_str(), &end, 10);
+    if (*end != '\0' || fd < 3) continue;
+    const int flags = ::fcntl(static_cast<int>(fd), F_GETFD);
+    if (flags >= 0) ::fcntl(static_cast<int>(fd), F_SETFD, flags | FD_CLOEXEC);
+  }
+}
+
 class PosixChildProcess final : public ChildProcess {
  public:
   PosixChildProcess(pid_t pid, int pidfd, int errorFile)
       : pid_(pid), pidfd_(pidfd), errorFile_(errorFile) {}
   ~PosixChildProcess() override {
-    // A child that is still running is left to itself, as its owner chose.
     if (pidfd_ >= 0) ::close(pidfd_);
     if (errorFile_ >= 0) ::close(errorFile_);
+    // A child that is still running is left to itself, as its owner chose,
+    // but it is reaped when it ends, so that it never stays a zombie.
+    if (!isRunning()) return;
+    std::thread([pid = pid_] {
+      while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
+      }
+    }).detach();
   }
 
   std::string standardError() const override {
@@ -80,8 +108,10 @@ class PosixChildProcess final : public ChildProcess {
 
   int terminationStatus() const override { return status_; }
 
+  // To the whole group: the tool and whatever it started. The group outlives
+  // its leader while a member runs, and its id can't be reused meanwhile.
   void sendSignal(int signal) override {
-    if (!reaped_) ::kill(pid_, signal);
+    if (pid_ > 0) ::kill(-pid_, signal);
   }
 
   asio::awaitable<void> waitUntilExit() override {
@@ -134,7 +164,10 @@ class SpawnSetup {
     ::sigfillset(&all);
     ::posix_spawnattr_setsigmask(&attributes_, &empty);
     ::posix_spawnattr_setsigdefault(&attributes_, &all);
-    ::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    // A group of its own, led by the child.
+    ::posix_spawnattr_setpgroup(&attributes_, 0);
+    ::posix_spawnattr_setflags(&attributes_,
+                               POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
   }
   ~SpawnSetup() {
     ::posix_spawn_file_actions_destroy(&actions_);
@@ -152,6 +185,8 @@ class SpawnSetup {
 };
 
 }  // namespace
+
+PosixProcessLauncher::PosixProcessLauncher() { markInheritedCloseOnExec(); }
 
 LaunchResult PosixProcessLauncher::launch(const std::filesystem::path& executable,
                                           const std::vector<std::string>& arguments,

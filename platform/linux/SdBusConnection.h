@@ -43,6 +43,7 @@ class SdBusConnection {
   // The open bus, or null while disconnected.
   sd_bus* bus() const { return bus_; }
   const asio::any_io_executor& executor() const { return executor_; }
+  Clock& clock() const { return clock_; }
 
   // Adds a match rule, effective until removed, across reconnections.
   MatchId addMatch(std::string rule, MessageHandler handler);
@@ -55,6 +56,8 @@ class SdBusConnection {
 
   // Sends a message the caller built on bus(); false when it could not be queued.
   bool send(sd_bus_message* message);
+  // After a call made directly on bus(): waits for the socket as that needs.
+  void watchPendingIO() { armWaits(); }
   // Blocks until everything queued is written. For short-lived tools only.
   void flush();
 

@@ -2,6 +2,8 @@
 
 #include <systemd/sd-bus.h>
 
+#include <unistd.h>
+
 #include <cstring>
 #include <vector>
 
@@ -28,11 +30,98 @@ std::string quoted(std::string_view value) {
 
 }  // namespace
 
-SdBusNotificationCenter::SdBusNotificationCenter(SdBusConnection& connection)
-    : connection_(connection) {}
+SdBusNotificationCenter::SdBusNotificationCenter(SdBusConnection& connection,
+                                                 std::set<std::string, std::less<>> rootOnlyNames)
+    : connection_(connection), rootOnlyNames_(std::move(rootOnlyNames)) {
+  senderAccounts_ = std::make_unique<SdBusSenderAccounts>(
+      connection_.executor(), connection_.clock(),
+      [this](const std::string& name, std::uint32_t uid) { answered(name, uid); },
+      [this] { forgetAccounts(); });
+  // The own connection's name is known without asking.
+  auto own = [this, alive = alive_] {
+    const char* name = nullptr;
+    if (!*alive || sd_bus_get_unique_name(connection_.bus(), &name) < 0 || !name) return;
+    forgetAccounts();
+    remember(name, static_cast<std::uint32_t>(::geteuid()));
+  };
+  connection_.addConnectedHandler(own);
+  if (connection_.isConnected()) own();
+}
 
 SdBusNotificationCenter::~SdBusNotificationCenter() {
+  *alive_ = false;
+  senderAccounts_.reset();
   for (auto& [name, entry] : names_) connection_.removeMatch(entry.match);
+  for (auto& post : waiting_) sd_bus_message_unref(post.message);
+}
+
+// The daemon may have restarted: its unique names now name other connections.
+// Posts that wait are asked for again.
+void SdBusNotificationCenter::forgetAccounts() {
+  accounts_.clear();
+  accountOrder_.clear();
+  asked_.clear();
+  for (const auto& post : waiting_) {
+    if (asked_.insert(post.sender).second) senderAccounts_->ask(post.sender);
+  }
+}
+
+void SdBusNotificationCenter::remember(const std::string& uniqueName, std::uint32_t uid) {
+  // The first answer stands: a later one may come from a second question
+  // asked after the connection left.
+  if (!accounts_.emplace(uniqueName, uid).second) return;
+  accountOrder_.push_back(uniqueName);
+  if (accountOrder_.size() > kMaxAccounts) {
+    accounts_.erase(accountOrder_.front());
+    accountOrder_.pop_front();
+  }
+}
+
+void SdBusNotificationCenter::answered(const std::string& uniqueName, std::uint32_t uid) {
+  remember(uniqueName, uid);
+  asked_.erase(uniqueName);
+  deliverWaiting();
+}
+
+void SdBusNotificationCenter::receive(sd_bus_message* message) {
+  const char* sender = sd_bus_message_get_sender(message);
+  const std::string name = sender ? sender : "";
+  if (waiting_.empty()) {
+    if (!sender) return deliver(message, DistributedNotification::kUnknownSender);
+    const auto known = accounts_.find(name);
+    if (known != accounts_.end()) return deliver(message, known->second);
+  }
+  if (waiting_.size() >= kMaxWaitingPosts) {
+    refusals_.error("waiting", "notifications that found the queue full", [&] {
+      return "Dropped a notification from " + (sender ? name : "an unknown sender") + ": " +
+             std::to_string(kMaxWaitingPosts) + " posts already wait for their senders.";
+    });
+    return;
+  }
+  // Later posts wait behind it, so that every observer still sees arrival order.
+  waiting_.push_back({sd_bus_message_ref(message), name});
+  if (sender && !accounts_.count(name) && asked_.insert(name).second) {
+    senderAccounts_->ask(name);
+  }
+}
+
+void SdBusNotificationCenter::deliverWaiting() {
+  while (!waiting_.empty()) {
+    WaitingPost& front = waiting_.front();
+    std::uint32_t uid = DistributedNotification::kUnknownSender;
+    if (!front.sender.empty()) {
+      const auto known = accounts_.find(front.sender);
+      if (known == accounts_.end()) {
+        if (asked_.insert(front.sender).second) senderAccounts_->ask(front.sender);
+        return;
+      }
+      uid = known->second;
+    }
+    sd_bus_message* message = front.message;
+    waiting_.pop_front();
+    deliver(message, uid);
+    sd_bus_message_unref(message);
+  }
 }
 
 void SdBusNotificationCenter::post(std::string_view name, std::optional<std::string> object,
@@ -70,7 +159,7 @@ ObserverToken SdBusNotificationCenter::addObserver(std::string_view name, Handle
     const std::string rule = std::string("type='signal',path='") + kObjectPath + "',interface='" +
                              kInterface + "',member='" + kMember + "',arg0=" + quoted(name);
     NameEntry entry;
-    entry.match = connection_.addMatch(rule, [this](sd_bus_message* m) { deliver(m); });
+    entry.match = connection_.addMatch(rule, [this](sd_bus_message* m) { receive(m); });
     found = names_.emplace(std::string(name), std::move(entry)).first;
   }
   found->second.handlers.emplace(token, std::move(handler));
@@ -91,15 +180,29 @@ void SdBusNotificationCenter::removeObserver(ObserverToken token) {
   }
 }
 
-void SdBusNotificationCenter::deliver(sd_bus_message* message) {
+void SdBusNotificationCenter::deliver(sd_bus_message* message, std::uint32_t senderUid) {
   auto decoded = SdBusNotificationCodec::read(message);
   if (auto* reason = std::get_if<std::string>(&decoded)) {
-    const char* sender = sd_bus_message_get_sender(message);
-    logger_.error("Ignored a malformed notification from " +
-                  std::string(sender ? sender : "an unknown sender") + ": " + *reason);
+    refusals_.error("malformed", "malformed notifications", [&] {
+      const char* sender = sd_bus_message_get_sender(message);
+      return "Ignored a malformed notification from " +
+             std::string(sender ? sender : "an unknown sender") + ": " + *reason;
+    });
     return;
   }
-  const auto& notification = std::get<DistributedNotification>(decoded);
+  auto& notification = std::get<DistributedNotification>(decoded);
+  notification.senderUid = senderUid;
+  if (senderUid != 0 && rootOnlyNames_.count(notification.name)) {
+    const std::string account = senderUid == DistributedNotification::kUnknownSender
+                                    ? std::string("an unknown account")
+                                    : "uid " + std::to_string(senderUid);
+    refusals_.warning(notification.name,
+                      notification.name + " notifications from other accounts than root", [&] {
+                        return "Ignored " + notification.name + " from " + account +
+                               ": only root may post it.";
+                      });
+    return;
+  }
   auto found = names_.find(notification.name);
   if (found == names_.end()) return;
   // Handlers may add or remove observers: walk a snapshot of the tokens and

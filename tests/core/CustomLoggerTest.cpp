@@ -74,13 +74,37 @@ TEST(CustomLogger, DebugStaysOffStdoutAndIsBuiltOnlyForAUnifiedLogThatTakesIt) {
   EXPECT_EQ(capture.debugs(), std::vector<std::string>{"quiet"});
 }
 
-TEST(CustomLogger, KeepsNewlinesAndNulsOfTheMessage) {
+// What other accounts post reaches messages; each stays one inert line in every sink.
+struct EscapeCase {
+  const char* name;
+  std::string message;
+  const char* shown;
+};
+
+void PrintTo(const EscapeCase& c, std::ostream* os) { *os << c.name; }
+
+class CustomLoggerEscapes : public ::testing::TestWithParam<EscapeCase> {};
+
+TEST_P(CustomLoggerEscapes, ControlCharactersInEverySink) {
   LogCapture capture;
-  CustomLogger("com.example", "Tests").info(std::string("one\ntwo\0three", 13));
-  const std::string out = capture.standardOutput();
-  EXPECT_NE(out.find("  one\ntwo"), std::string::npos);
-  EXPECT_NE(out.find(std::string("two\0three\x1b[0m\n", 14)), std::string::npos);
+  CustomLogger("com.example", "Tests").info(GetParam().message);
+  EXPECT_EQ(capture.standardOutput(),
+            std::string("\x1b[0m") + capture.standardOutput().substr(4, 22) + GetParam().shown +
+                "\x1b[0m\n");
+  ASSERT_EQ(capture.unified().entries().size(), 1u);
+  EXPECT_EQ(capture.unified().entries()[0].message, GetParam().shown);
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, CustomLoggerEscapes,
+    ::testing::Values(
+        EscapeCase{"ForgedLine", "id\n2026-01-01T00:00:00Z  Truncated 0 bytes",
+                   "id\\n2026-01-01T00:00:00Z  Truncated 0 bytes"},
+        EscapeCase{"NulTabReturn", std::string("a\0b\tc\r", 6), "a\\x00b\\tc\\r"},
+        EscapeCase{"EscapeAndDel", "\x1b[2Jred\x7f", "\\x1b[2Jred\\x7f"},
+        EscapeCase{"C1AndBrokenUtf8", "csi \xc2\x9b bad \xff\xc3", "csi \\u009b bad \\xff\\xc3"},
+        EscapeCase{"PrintableUnicodeStays", "grüße ✓ \xe2\x80\xa8", "grüße ✓ \xe2\x80\xa8"}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace velmo::core
