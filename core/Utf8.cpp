@@ -50,7 +50,8 @@ std::string escapedControls(std::string_view text) {
     } else if (character >= 0x80 && character <= 0x9f) {
       escape("\\u%04x", static_cast<unsigned>(character));
     } else {
-      result.append(text.substr(static_cast<std::size_t>(start), static_cast<std::size_t>(at - start)));
+      result.append(
+          text.substr(static_cast<std::size_t>(start), static_cast<std::size_t>(at - start)));
     }
   }
   return result;

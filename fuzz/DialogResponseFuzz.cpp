@@ -8,6 +8,7 @@
 
 #include "core/Deferral.h"
 #include "core/DialogResponse.h"
+#include "core/ToolIdentifier.h"
 
 namespace {
 
@@ -18,6 +19,11 @@ using velmo::core::encodeDeferralMap;
 void checkResponse(std::string_view text) {
   const auto response = DialogResponse::fromJSONText(text);
   if (!response) return;
+  // Nothing decoded can put a flag or a NUL on the tool's command line.
+  if (!velmo::core::ToolIdentifier::isValid(response->appId) ||
+      !velmo::core::ToolIdentifier::isValid(response->identifier)) {
+    std::abort();
+  }
   // Decoded strings are valid UTF-8, so encoding can't fail.
   const auto encoded = response->jsonText();
   if (!encoded) std::abort();

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "core/LooseNumericVersion.h"
+#include "core/ToolIdentifier.h"
 #include "core/UpdateItem.h"
 
 namespace {
@@ -34,6 +35,8 @@ bool sameItems(const std::vector<UpdateItem>& a, const std::vector<UpdateItem>& 
 void checkItem(std::string_view text) {
   const auto item = UpdateItem::fromJSONText(text);
   if (!item) return;
+  // Nothing decoded can put a flag or a NUL on the tool's command line.
+  if (!velmo::core::ToolIdentifier::isValid(item->id)) std::abort();
   // Decoded strings are valid UTF-8, so encoding can't fail.
   const auto encoded = item->jsonText();
   if (!encoded) std::abort();

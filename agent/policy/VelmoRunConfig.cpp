@@ -18,8 +18,7 @@ std::optional<T> read(const platform::UserDefaults& store, std::string_view key)
 std::set<std::string> readIDs(const platform::UserDefaults& store, std::string_view key) {
   static const core::CustomLogger logger("VelmoRunConfig");
   const auto list = core::ToolIdentifier::admitted(
-      read<std::vector<std::string>>(store, key).value_or(std::vector<std::string>{}), key,
-      logger);
+      read<std::vector<std::string>>(store, key).value_or(std::vector<std::string>{}), key, logger);
   return {list.begin(), list.end()};
 }
 

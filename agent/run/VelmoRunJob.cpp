@@ -36,8 +36,8 @@ void VelmoRunJob::handleDidPerformInstall() { installCounter_.add(); }
 asio::awaitable<std::vector<Command>> VelmoRunJob::buildCommands() {
   RunPolicy policy;
   policy.updateAll = _updateAll.wrappedValue();
-  policy.updateAllExclusions = core::ToolIdentifier::admitted(
-      _updateAllExclusions.wrappedValue(), "UpdateAllExclusions", logger_);
+  policy.updateAllExclusions = core::ToolIdentifier::admitted(_updateAllExclusions.wrappedValue(),
+                                                              "UpdateAllExclusions", logger_);
   policy.installOrUpdateIDs = core::ToolIdentifier::admitted(_installOrUpdateIDs.wrappedValue(),
                                                              "InstallOrUpdate", logger_);
   policy.updateOnlyIDs =

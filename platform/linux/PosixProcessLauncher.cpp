@@ -166,8 +166,8 @@ class SpawnSetup {
     ::posix_spawnattr_setsigdefault(&attributes_, &all);
     // A group of its own, led by the child.
     ::posix_spawnattr_setpgroup(&attributes_, 0);
-    ::posix_spawnattr_setflags(&attributes_,
-                               POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
+    ::posix_spawnattr_setflags(
+        &attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
   }
   ~SpawnSetup() {
     ::posix_spawn_file_actions_destroy(&actions_);

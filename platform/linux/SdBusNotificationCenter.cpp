@@ -196,11 +196,10 @@ void SdBusNotificationCenter::deliver(sd_bus_message* message, std::uint32_t sen
     const std::string account = senderUid == DistributedNotification::kUnknownSender
                                     ? std::string("an unknown account")
                                     : "uid " + std::to_string(senderUid);
-    refusals_.warning(notification.name,
-                      notification.name + " notifications from other accounts than root", [&] {
-                        return "Ignored " + notification.name + " from " + account +
-                               ": only root may post it.";
-                      });
+    refusals_.warning(
+        notification.name, notification.name + " notifications from other accounts than root", [&] {
+          return "Ignored " + notification.name + " from " + account + ": only root may post it.";
+        });
     return;
   }
   auto found = names_.find(notification.name);

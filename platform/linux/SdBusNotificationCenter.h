@@ -5,9 +5,9 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <string>
 #include <unordered_map>
 #include <unordered_set>
-#include <string>
 
 #include "core/CustomLogger.h"
 #include "core/LogBudget.h"

@@ -109,8 +109,7 @@ void SdBusSenderAccounts::query(const std::string& uniqueName) {
 
 void SdBusSenderAccounts::answered(Question& question, sd_bus_message* reply) {
   std::uint32_t uid = DistributedNotification::kUnknownSender;
-  if (sd_bus_message_is_method_error(reply, nullptr) ||
-      sd_bus_message_read(reply, "u", &uid) < 0) {
+  if (sd_bus_message_is_method_error(reply, nullptr) || sd_bus_message_read(reply, "u", &uid) < 0) {
     // Gone before the daemon took the question: nothing vouches for it.
     uid = DistributedNotification::kUnknownSender;
   }

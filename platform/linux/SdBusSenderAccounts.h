@@ -2,8 +2,8 @@
 
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <map>
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -30,8 +30,7 @@ class SdBusSenderAccounts {
   // may have restarted and unique names may mean other connections now.
   using Reset = std::function<void()>;
 
-  SdBusSenderAccounts(asio::any_io_executor mainExecutor, Clock& clock, Answer answer,
-                      Reset reset);
+  SdBusSenderAccounts(asio::any_io_executor mainExecutor, Clock& clock, Answer answer, Reset reset);
   ~SdBusSenderAccounts();
   SdBusSenderAccounts(const SdBusSenderAccounts&) = delete;
   SdBusSenderAccounts& operator=(const SdBusSenderAccounts&) = delete;

@@ -88,9 +88,9 @@ class CustomLoggerEscapes : public ::testing::TestWithParam<EscapeCase> {};
 TEST_P(CustomLoggerEscapes, ControlCharactersInEverySink) {
   LogCapture capture;
   CustomLogger("com.example", "Tests").info(GetParam().message);
-  EXPECT_EQ(capture.standardOutput(),
-            std::string("\x1b[0m") + capture.standardOutput().substr(4, 22) + GetParam().shown +
-                "\x1b[0m\n");
+  EXPECT_EQ(capture.standardOutput(), std::string("\x1b[0m") +
+                                          capture.standardOutput().substr(4, 22) +
+                                          GetParam().shown + "\x1b[0m\n");
   ASSERT_EQ(capture.unified().entries().size(), 1u);
   EXPECT_EQ(capture.unified().entries()[0].message, GetParam().shown);
 }

@@ -131,6 +131,11 @@ std::vector<std::string> badResponses() {
   auto twoCases = good;
   twoCases["response"]["update"] = json::object();
   texts.push_back(twoCases.dump());
+  for (const char* key : {"appId", "identifier"}) {
+    auto flag = good;
+    flag[key] = "--dr-flag";
+    texts.push_back(flag.dump());
+  }
   return texts;
 }
 

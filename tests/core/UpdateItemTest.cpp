@@ -61,6 +61,10 @@ std::vector<std::string> badItems() {
   auto numericBool = good;
   numericBool["respectDnd"] = 1;
   texts.push_back(numericBool.dump());
+  // An id that would reach the tool's command line as a flag.
+  auto flag = good;
+  flag["id"] = "--config=/tmp/evil.conf";
+  texts.push_back(flag.dump());
   return texts;
 }
 

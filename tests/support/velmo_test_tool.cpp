@@ -5,6 +5,8 @@
 //   --chatter       write plenty to standard output and standard error
 //   --stderr-bytes N  write N bytes of text to standard error
 //   --stderr-invalid  write bytes that aren't UTF-8 to standard error
+//   --child FILE    first start a child that sleeps as long, ignoring SIGTERM
+//                   (as --ignore-term does, when given before), and write its pid to FILE
 #include <signal.h>
 #include <unistd.h>
 
@@ -19,6 +21,7 @@ int main(int argc, char** argv) {
   bool chatter = false;
   long stderrBytes = 0;
   bool stderrInvalid = false;
+  const char* childFile = nullptr;
   for (int i = 1; i < argc; ++i) {
     if (!std::strcmp(argv[i], "--exit") && i + 1 < argc) {
       status = std::atoi(argv[++i]);
@@ -32,6 +35,8 @@ int main(int argc, char** argv) {
       stderrBytes = std::atol(argv[++i]);
     } else if (!std::strcmp(argv[i], "--stderr-invalid")) {
       stderrInvalid = true;
+    } else if (!std::strcmp(argv[i], "--child") && i + 1 < argc) {
+      childFile = argv[++i];
     }
   }
   if (chatter) {
@@ -46,6 +51,16 @@ int main(int argc, char** argv) {
   }
   if (stderrInvalid) std::fputs("bad \xff\xfe bytes\n", stderr);
   std::fflush(stderr);
+  if (childFile) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+      ::signal(SIGTERM, SIG_IGN);
+      childFile = nullptr;
+    } else if (FILE* file = std::fopen(childFile, "w")) {
+      std::fprintf(file, "%d\n", static_cast<int>(child));
+      std::fclose(file);
+    }
+  }
   if (sleepSeconds > 0) {
     timespec pause{static_cast<time_t>(sleepSeconds),
                    static_cast<long>((sleepSeconds - static_cast<time_t>(sleepSeconds)) * 1e9)};

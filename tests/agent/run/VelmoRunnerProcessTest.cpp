@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
+#include <string>
 
 #include <asio/co_spawn.hpp>
 #include <asio/detached.hpp>
@@ -79,6 +81,33 @@ TEST_F(VelmoRunnerProcessTest, ATermIgnoringToolIsKilledAndTheResultIs124) {
             std::string::npos);
   EXPECT_NE(capture.errors()[1].find(") did not exit after SIGTERM; sending SIGKILL."),
             std::string::npos);
+}
+
+// A tool's child that even ignores SIGTERM is gone once the run returns:
+// signals go to the tool's process group.
+TEST_F(VelmoRunnerProcessTest, ATimedOutToolsChildIsGoneAfterTheGrace) {
+  testing::LogCapture capture;
+  char path[] = "/tmp/velmo-child-XXXXXX";
+  const int file = ::mkstemp(path);
+  ASSERT_GE(file, 0);
+  ::close(file);
+  EXPECT_EQ(run({"--child", path, "--sleep", "60"}, 0.5).result, VelmoRunner::kTimedOut);
+  std::FILE* pidFile = std::fopen(path, "r");
+  ASSERT_NE(pidFile, nullptr);
+  int child = 0;
+  ASSERT_EQ(std::fscanf(pidFile, "%d", &child), 1);
+  std::fclose(pidFile);
+  ::unlink(path);
+  // Dead: gone, or a zombie where nothing reaps orphans.
+  const auto alive = [child] {
+    std::FILE* stat = std::fopen(("/proc/" + std::to_string(child) + "/stat").c_str(), "r");
+    if (!stat) return false;
+    char state = 0;
+    const int read = std::fscanf(stat, "%*d (%*[^)]) %c", &state);
+    std::fclose(stat);
+    return read == 1 && state != 'Z';
+  };
+  EXPECT_FALSE(alive());
 }
 
 TEST_F(VelmoRunnerProcessTest, ZeroLimitOnARunningToolIsATimeOutAtTheFirstCheck) {

@@ -102,10 +102,16 @@ INSTANTIATE_TEST_SUITE_P(
         RunnerCase{"IgnoresTermThenKilled", {}, 1.0, 124, seconds(6), {SIGTERM, SIGKILL}},
         RunnerCase{
             "SurvivesEvenKill", {.ignoresKill = true}, 1.0, 124, seconds(7), {SIGTERM, SIGKILL}},
-        RunnerCase{"FractionalLimit", leavesOnTerm(seconds(0)), 1.9, 124, seconds(2), {SIGTERM, SIGKILL}},
-        RunnerCase{"ZeroLimit", leavesOnTerm(seconds(0)), 0.0, 124, seconds(0), {SIGTERM, SIGKILL}, "0"},
         RunnerCase{
-            "NegativeLimit", leavesOnTerm(seconds(0)), -3.0, 124, seconds(0), {SIGTERM, SIGKILL},
+            "FractionalLimit", leavesOnTerm(seconds(0)), 1.9, 124, seconds(2), {SIGTERM, SIGKILL}},
+        RunnerCase{
+            "ZeroLimit", leavesOnTerm(seconds(0)), 0.0, 124, seconds(0), {SIGTERM, SIGKILL}, "0"},
+        RunnerCase{"NegativeLimit",
+                   leavesOnTerm(seconds(0)),
+                   -3.0,
+                   124,
+                   seconds(0),
+                   {SIGTERM, SIGKILL},
                    "0"}),
     [](const auto& info) { return std::string(info.param.name); });
 
