@@ -6,7 +6,10 @@
 #include <gtest/gtest.h>
 #include <systemd/sd-bus.h>
 
+#include <unistd.h>
+
 #include <cstdlib>
+#include <filesystem>
 
 #include "platform/linux/SystemClock.h"
 #include "tests/support/BusTesting.h"
@@ -78,6 +81,39 @@ TEST_F(SdBusNotificationCenterTest, APostReachesItsOwnProcessIntact) {
   PlistDictionary expected = info;
   expected["when"] = "2026-03-10T14:05:09Z";  // The bus has no date type.
   EXPECT_EQ(received_[0].userInfo, expected);
+}
+
+// Each post carries its sender's account; root-only names from others reach nobody.
+TEST_F(SdBusNotificationCenterTest, PostsCarryTheSendersAccountAndRootOnlyNamesNeedRoot) {
+  if (::geteuid() != 0 || std::system("command -v setpriv >/dev/null") != 0) {
+    GTEST_SKIP() << "needs root and setpriv";
+  }
+  // The bus socket's folder must let the other account through.
+  const std::string address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+  const std::filesystem::path socket = address.substr(address.find('=') + 1);
+  std::filesystem::permissions(socket.parent_path(), std::filesystem::perms::others_exec,
+                               std::filesystem::perm_options::add);
+  testing::LogCapture capture;
+  SdBusNotificationCenter guarded(connection_, {"com.example.rootOnly"});
+  std::vector<std::pair<std::string, std::uint32_t>> seen;
+  for (const char* name : {"com.example.rootOnly", "com.example.open"}) {
+    guarded.addObserver(name, [&](const auto& n) { seen.emplace_back(*n.object, n.senderUid); });
+  }
+  const std::string post = testing::testProgram("velmo-bus-post").string();
+  const std::string asUser = "setpriv --reuid=65534 --regid=65534 --clear-groups " + post;
+  for (const std::string& command :
+       {asUser + " com.example.rootOnly 1 user", asUser + " com.example.open 1 user",
+        post + " com.example.rootOnly 1 root"}) {
+    ASSERT_EQ(std::system(command.c_str()), 0) << command;
+  }
+  ASSERT_TRUE(runUntil(context_, [&] { return seen.size() >= 2; }));
+  context_.restart();
+  context_.run_for(std::chrono::milliseconds(200));
+  EXPECT_EQ(seen,
+            (std::vector<std::pair<std::string, std::uint32_t>>{{"user0", 65534}, {"root0", 0}}));
+  ASSERT_EQ(capture.errors().size(), 1u);
+  EXPECT_EQ(capture.errors()[0],
+            "Ignored com.example.rootOnly from uid 65534: only root may post it.");
 }
 
 TEST_F(SdBusNotificationCenterTest, NoObjectAndNoUserInfoStayAbsent) {
