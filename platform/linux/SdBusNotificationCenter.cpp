@@ -33,10 +33,6 @@ std::string quoted(std::string_view value) {
 SdBusNotificationCenter::SdBusNotificationCenter(SdBusConnection& connection,
                                                  std::set<std::string, std::less<>> rootOnlyNames)
     : connection_(connection), rootOnlyNames_(std::move(rootOnlyNames)) {
-  senderAccounts_ = std::make_unique<SdBusSenderAccounts>(
-      connection_.executor(), connection_.clock(),
-      [this](const std::string& name, std::uint32_t uid) { answered(name, uid); },
-      [this] { forgetAccounts(); });
   // The own connection's name is known without asking.
   auto own = [this, alive = alive_] {
     const char* name = nullptr;
@@ -46,6 +42,16 @@ SdBusNotificationCenter::SdBusNotificationCenter(SdBusConnection& connection,
   };
   connection_.addConnectedHandler(own);
   if (connection_.isConnected()) own();
+}
+
+// Only a centre that observes needs to know senders; one that only posts
+// starts no thread and opens no second connection.
+void SdBusNotificationCenter::startSenderAccounts() {
+  if (senderAccounts_) return;
+  senderAccounts_ = std::make_unique<SdBusSenderAccounts>(
+      connection_.executor(), connection_.clock(),
+      [this](const std::string& name, std::uint32_t uid) { answered(name, uid); },
+      [this] { forgetAccounts(); });
 }
 
 SdBusNotificationCenter::~SdBusNotificationCenter() {
@@ -61,9 +67,7 @@ void SdBusNotificationCenter::forgetAccounts() {
   accounts_.clear();
   accountOrder_.clear();
   asked_.clear();
-  for (const auto& post : waiting_) {
-    if (asked_.insert(post.sender).second) senderAccounts_->ask(post.sender);
-  }
+  deliverWaiting();
 }
 
 void SdBusNotificationCenter::remember(const std::string& uniqueName, std::uint32_t uid) {
@@ -86,11 +90,6 @@ void SdBusNotificationCenter::answered(const std::string& uniqueName, std::uint3
 void SdBusNotificationCenter::receive(sd_bus_message* message) {
   const char* sender = sd_bus_message_get_sender(message);
   const std::string name = sender ? sender : "";
-  if (waiting_.empty()) {
-    if (!sender) return deliver(message, DistributedNotification::kUnknownSender);
-    const auto known = accounts_.find(name);
-    if (known != accounts_.end()) return deliver(message, known->second);
-  }
   if (waiting_.size() >= kMaxWaitingPosts) {
     refusals_.error("waiting", "notifications that found the queue full", [&] {
       return "Dropped a notification from " + (sender ? name : "an unknown sender") + ": " +
@@ -98,13 +97,14 @@ void SdBusNotificationCenter::receive(sd_bus_message* message) {
     });
     return;
   }
-  // Later posts wait behind it, so that every observer still sees arrival order.
+  // Later posts wait behind one whose sender is not yet known, so that every
+  // observer still sees arrival order.
   waiting_.push_back({sd_bus_message_ref(message), name});
-  if (sender && !accounts_.count(name) && asked_.insert(name).second) {
-    senderAccounts_->ask(name);
-  }
+  deliverWaiting();
 }
 
+// Delivers from the front while the senders are known; asks for the first
+// one that isn't, and waits for its answer.
 void SdBusNotificationCenter::deliverWaiting() {
   while (!waiting_.empty()) {
     WaitingPost& front = waiting_.front();
@@ -112,7 +112,9 @@ void SdBusNotificationCenter::deliverWaiting() {
     if (!front.sender.empty()) {
       const auto known = accounts_.find(front.sender);
       if (known == accounts_.end()) {
-        if (asked_.insert(front.sender).second) senderAccounts_->ask(front.sender);
+        if (senderAccounts_ && asked_.insert(front.sender).second) {
+          senderAccounts_->ask(front.sender);
+        }
         return;
       }
       uid = known->second;
@@ -153,6 +155,7 @@ void SdBusNotificationCenter::send(const DistributedNotification& notification) 
 }
 
 ObserverToken SdBusNotificationCenter::addObserver(std::string_view name, Handler handler) {
+  startSenderAccounts();
   const std::uint64_t token = nextToken_++;
   auto found = names_.find(name);
   if (found == names_.end()) {

@@ -73,6 +73,7 @@ class SdBusNotificationCenter final : public DistributedNotificationCenter {
   void answered(const std::string& uniqueName, std::uint32_t uid);
   void remember(const std::string& uniqueName, std::uint32_t uid);
   void forgetAccounts();
+  void startSenderAccounts();
 
   SdBusConnection& connection_;
   std::set<std::string, std::less<>> rootOnlyNames_;
@@ -85,7 +86,7 @@ class SdBusNotificationCenter final : public DistributedNotificationCenter {
   std::deque<WaitingPost> waiting_;
   core::LogBudget refusals_{logger_, connection_.clock(), connection_.executor()};
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
-  // Last: its thread stops before anything above goes.
+  // Made with the first observer; the destructor stops its thread first.
   std::unique_ptr<SdBusSenderAccounts> senderAccounts_;
   std::uint64_t nextToken_ = 1;
   std::map<std::string, NameEntry, std::less<>> names_;
