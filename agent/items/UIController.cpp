@@ -144,8 +144,10 @@ void UIController::handleEnqueue(const platform::DistributedNotification& notifi
   } else if (!notification.isFromRoot()) {
     // The companion offers only listed items; any other account could ask
     // root to install any catalogue entry.
-    logger_.error("Ignored a request from uid " + std::to_string(notification.senderUid) +
-                  " to install " + item->id + ": it is not in the update items list.");
+    refusals_.error("unlisted", "requests to install unlisted items", [&] {
+      return "Ignored a request from uid " + std::to_string(notification.senderUid) +
+             " to install " + item->id + ": it is not in the update items list.";
+    });
     return;
   }
   logger_.debug("Received notification to enqueue item with ID: " + item->id);

@@ -14,6 +14,7 @@
 #include "agent/run/VelmoRunCoordinator.h"
 #include "core/CustomLogger.h"
 #include "core/Executors.h"
+#include "core/LogBudget.h"
 #include "core/NotificationCenter.h"
 #include "core/TimeInterval.h"
 #include "core/UpdateItem.h"
@@ -91,6 +92,8 @@ class UIController final : public run::ListedItems,
   Collaborators collaborators_;
   core::CustomLogger logger_{"UIController"};
   core::CustomLogger fileLogger_{"UIController+Load+Save"};
+  // Other accounts can ask for installs as often as they like.
+  core::LogBudget refusals_{logger_, collaborators_.clock, collaborators_.mainExecutor};
   std::vector<core::UpdateItem> updateItems_;
   std::filesystem::path updateStateFile_;
   core::SerialExecutor itemUpdateQueue_;
