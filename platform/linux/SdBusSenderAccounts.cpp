@@ -34,7 +34,10 @@ SdBusSenderAccounts::SdBusSenderAccounts(asio::any_io_executor mainExecutor, Clo
       answer_(std::move(answer)),
       reset_(std::move(reset)),
       work_(context_.get_executor()) {
-  asio::post(context_, [this] { start(); });
+  // Connected and listening before the constructor returns, so that every
+  // connection that appears after it is asked about at once; the thread
+  // takes over the connection only then.
+  start();
   thread_ = std::thread([this] {
     // The question races a sender that posts and leaves: on a busy machine
     // this thread must get the processor first. Only root may raise it; any

@@ -41,8 +41,9 @@ class SdBusSenderAccounts {
  private:
   struct Question;
 
-  // The accounts thread only, from here on.
+  // In the constructor, before the thread starts.
   void start();
+  // The accounts thread only.
   void nameOwnerChanged(sd_bus_message* message);
   void query(const std::string& uniqueName);
   void answered(Question& question, sd_bus_message* reply);

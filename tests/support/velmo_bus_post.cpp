@@ -3,8 +3,10 @@
 // Post i carries the object "<prefix><i><suffix>" (no object without a prefix) and
 // the user info {"index": i, "text": "grüße", "flags": [true, 2.5],
 // "names": ["a", "b"], "nested": {"data": <bytes 0 1 255>}}.
+#include <chrono>
 #include <cstdlib>
 #include <iostream>
+#include <thread>
 
 #include <asio/io_context.hpp>
 
@@ -43,5 +45,9 @@ int main(int argc, char** argv) {
   }
   context.poll();
   connection.flush();
+  // Stays connected a moment, as the siblings (a long-lived companion, a tool
+  // in the middle of a run) do: the bus daemon can tell a receiver only the
+  // account of a connection that is still there when it asks.
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
   return 0;
 }
