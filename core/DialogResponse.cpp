@@ -30,11 +30,13 @@ std::optional<ResponseType> fail(std::string* error, std::string_view text) {
   return std::nullopt;
 }
 
-// A required string member; none when missing or of another type.
+// A required string member; none when missing, of another type, or longer
+// than an item's fields may be.
 const std::string* stringMember(const Json& object, std::string_view key) {
   const auto found = object.find(key);
   if (found == object.end() || !found->is_string()) return nullptr;
-  return found->get_ptr<const std::string*>();
+  const auto* text = found->get_ptr<const std::string*>();
+  return text->size() > UpdateItem::kMaxFieldLength ? nullptr : text;
 }
 
 }  // namespace

@@ -16,16 +16,15 @@ LogBudget::LogBudget(const CustomLogger& logger, platform::Clock& clock,
 
 void LogBudget::warning(const std::string& kind, const std::string& what,
                         const std::function<std::string()>& line) {
-  write(LogLevel::warning, kind, what, line);
+  if (admit(kind, what)) logger_.log(line, LogLevel::warning);
 }
 
 void LogBudget::error(const std::string& kind, const std::string& what,
                       const std::function<std::string()>& line) {
-  write(LogLevel::error, kind, what, line);
+  if (admit(kind, what)) logger_.log(line, LogLevel::error);
 }
 
-void LogBudget::write(LogLevel level, const std::string& kind, const std::string& what,
-                      const std::function<std::string()>& line) {
+bool LogBudget::admit(const std::string& kind, const std::string& what) {
   Minute& minute = minutes_[kind];
   const platform::TimePoint now = clock_.now();
   // A clock stepped back starts a new minute too.
@@ -35,14 +34,14 @@ void LogBudget::write(LogLevel level, const std::string& kind, const std::string
   }
   if (minute.lines < linesPerMinute_) {
     ++minute.lines;
-    logger_.log(line, level);
-    return;
+    return true;
   }
   ++minute.heldBack;
   if (!minute.summary) {
     minute.summary = clock_.scheduleAfter(minute.start + kMinute - now, executor_,
                                           [this, kind, what] { summarize(kind, what); });
   }
+  return false;
 }
 
 void LogBudget::summarize(const std::string& kind, const std::string& what) {

@@ -32,6 +32,9 @@ class LogBudget {
                const std::function<std::string()>& line);
   void error(const std::string& kind, const std::string& what,
              const std::function<std::string()>& line);
+  // Whether a line of `kind` may go out now; one that may not is counted for
+  // the summary. For callers that write the line with a logger of their own.
+  bool admit(const std::string& kind, const std::string& what);
 
  private:
   struct Minute {
@@ -41,8 +44,6 @@ class LogBudget {
     std::unique_ptr<platform::Timer> summary;
   };
 
-  void write(LogLevel level, const std::string& kind, const std::string& what,
-             const std::function<std::string()>& line);
   void summarize(const std::string& kind, const std::string& what);
 
   const CustomLogger& logger_;

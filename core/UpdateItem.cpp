@@ -34,6 +34,9 @@ T required(const Json& json, const char* key) {
     if (!value.is_boolean()) throw Json::type_error::create(302, "not a boolean", &value);
   } else {
     if (!value.is_string()) throw Json::type_error::create(302, "not a string", &value);
+    if (value.get_ref<const std::string&>().size() > UpdateItem::kMaxFieldLength) {
+      throw Json::type_error::create(302, "too long", &value);
+    }
   }
   return value.get<T>();
 }

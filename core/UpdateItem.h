@@ -22,6 +22,10 @@ namespace velmo::core {
 // Identity is the `id` alone: equality and hashing look at nothing else.
 class UpdateItem {
  public:
+  // Names, versions and paths run to a few hundred bytes at most; any account
+  // can post items, and the agent keeps a thousand of them.
+  static constexpr std::size_t kMaxFieldLength = 4096;
+
   UpdateItem(std::string id, std::string friendlyName, std::string targetVersion,
              std::optional<std::string> installedVersion, std::string installPath, bool respectDnd,
              bool respectMeetings, std::optional<bool> serialInstallRequired = std::nullopt,

@@ -23,6 +23,9 @@ struct DistributedNotification {
   // The account of the process that posted it, as the bus vouches for it.
   // This process's own posts come from its own account.
   std::uint32_t senderUid = 0;
+  // The receiving centre's number for this post, from 1 up: every observer
+  // of one post sees the same number. 0 where no centre numbered it.
+  std::uint64_t postNumber = 0;
 
   bool isFromRoot() const { return senderUid == 0; }
 };

@@ -52,7 +52,8 @@ void ActiveIntervalManager::handleDialogResponse(
   const auto response =
       notification.object ? core::DialogResponse::fromJSONText(*notification.object) : std::nullopt;
   if (!response) {
-    logger_.error("Failed to decode notification object to DialogResponse.");
+    collaborators_.malformedPosts.error(logger_, notification.name, notification.postNumber,
+                                        "Failed to decode notification object to DialogResponse.");
     return;
   }
   if (!response->response.isDeferral()) {
@@ -61,17 +62,25 @@ void ActiveIntervalManager::handleDialogResponse(
   }
   logger_.debug("Adding " + response->appId + " to recently deferred apps to monitor.");
   // The first response of an identifier stays; a later one changes nothing.
-  if (std::find(recentlyDeferredApps_.begin(), recentlyDeferredApps_.end(), *response) ==
-      recentlyDeferredApps_.end()) {
-    recentlyDeferredApps_.push_back(*response);
-  }
+  insertBounded(recentlyDeferredApps_, *response);
+}
+
+// Keeps the first element of each identity; the oldest goes when the set is full.
+template <typename T>
+void ActiveIntervalManager::insertBounded(std::vector<T>& set, const T& element) {
+  if (std::find(set.begin(), set.end(), element) != set.end()) return;
+  if (set.size() >= kMaxEntries) set.erase(set.begin());
+  set.push_back(element);
 }
 
 std::optional<core::UpdateItem> ActiveIntervalManager::decodedItem(
     const platform::DistributedNotification& notification) const {
   auto item =
       notification.object ? core::UpdateItem::fromJSONText(*notification.object) : std::nullopt;
-  if (!item) logger_.error("Failed to decode item from notification.");
+  if (!item) {
+    collaborators_.malformedPosts.error(logger_, notification.name, notification.postNumber,
+                                        "Failed to decode item from notification.");
+  }
   return item;
 }
 
@@ -90,7 +99,7 @@ void ActiveIntervalManager::handleWillPerformInstall(
   }
   if (std::find(ignoredApps_.begin(), ignoredApps_.end(), *item) == ignoredApps_.end()) {
     logger_.debug("Adding " + item->id + " to ignored apps.");
-    ignoredApps_.push_back(*item);
+    insertBounded(ignoredApps_, *item);
   }
 }
 
@@ -143,6 +152,12 @@ void ActiveIntervalManager::handleTerminationNotification(
     }
     logger_.debug("Matching deferral found for terminated app: " + path);
   }
+  // Any user can start and quit a listed application again and again: while
+  // its update is in work, a further quit starts no second run.
+  if (!inWork_.insert(*identifier).second) {
+    logger_.debug("Active interval update for " + *identifier + " already in progress.");
+    return;
+  }
   core::startTask(
       collaborators_.mainExecutor,
       [](ActiveIntervalManager& manager, std::shared_ptr<bool> alive,
@@ -150,7 +165,8 @@ void ActiveIntervalManager::handleTerminationNotification(
         platform::Clock& clock = manager.collaborators_.clock;
         co_await clock.sleep(core::toDuration(kSettleDelay));
         if (!*alive) co_return;
-        co_await manager.activeIntervalUpdate(std::move(identifier));
+        co_await manager.activeIntervalUpdate(identifier);
+        if (*alive) manager.inWork_.erase(identifier);
       }(*this, alive_, *identifier),
       logger_);
 }

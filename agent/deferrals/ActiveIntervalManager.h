@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,7 @@
 #include "core/CustomLogger.h"
 #include "core/DialogResponse.h"
 #include "core/Executors.h"
+#include "core/MalformedPostLog.h"
 #include "core/UpdateItem.h"
 #include "platform/ApplicationTerminations.h"
 #include "platform/Clock.h"
@@ -26,6 +28,10 @@ namespace velmo::agent::deferrals {
 class ActiveIntervalManager {
  public:
   static constexpr core::TimeInterval kSettleDelay{1.0};
+  // Each set holds an entry per application that a user deferred or that is
+  // being installed: a few dozen on one Mac. Any account can post deferrals,
+  // so beyond this the oldest entry goes.
+  static constexpr std::size_t kMaxEntries = 1000;
 
   struct Collaborators {
     core::Executor mainExecutor;
@@ -33,6 +39,7 @@ class ActiveIntervalManager {
     platform::DistributedNotificationCenter& distributedCenter;
     platform::ApplicationTerminations& terminations;
     run::VelmoRunner& runner;
+    core::MalformedPostLog& malformedPosts;
   };
 
   ActiveIntervalManager(const Collaborators& collaborators,
@@ -58,6 +65,8 @@ class ActiveIntervalManager {
  private:
   asio::awaitable<void> activeIntervalUpdate(std::string identifier);
   // The item of a notification's object; none, with the error line, when it doesn't decode.
+  template <typename T>
+  static void insertBounded(std::vector<T>& set, const T& element);
   std::optional<core::UpdateItem> decodedItem(
       const platform::DistributedNotification& notification) const;
   void observe(std::string_view name,
@@ -68,6 +77,8 @@ class ActiveIntervalManager {
   std::shared_ptr<items::UIController> uiController_;
   std::vector<core::DialogResponse> recentlyDeferredApps_;
   std::vector<core::UpdateItem> ignoredApps_;
+  // Identifiers whose active interval update waits or runs.
+  std::set<std::string> inWork_;
   std::vector<platform::ObserverToken> observers_;
   platform::ObserverToken terminationObserver_;
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);

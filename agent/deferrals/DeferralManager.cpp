@@ -1,5 +1,9 @@
 #include "agent/deferrals/DeferralManager.h"
 
+#include <algorithm>
+
+#include <asio/post.hpp>
+
 #include "core/DialogResponse.h"
 #include "core/NotificationNames.h"
 #include "core/UpdateItem.h"
@@ -10,8 +14,10 @@ namespace Name = core::NotificationName;
 
 DeferralManager::DeferralManager(const Collaborators& collaborators)
     : collaborators_(collaborators),
-      storageManager_(collaborators.files, collaborators.paths.deferralsFile().parent_path(),
-                      collaborators.paths.deferralsFile().filename().string()) {
+      fileWork_(std::make_shared<FileWork>(FileWork{DeferralStorageManager(
+          collaborators.files, collaborators.paths.deferralsFile().parent_path(),
+          collaborators.paths.deferralsFile().filename().string())})),
+      fileStrand_(core::makeSerialExecutor(collaborators.fileExecutor)) {
   logger_.debug("Initializing DeferralManager.");
   auto& center = collaborators_.distributedCenter;
   distributedObservers_.push_back(center.addObserver(
@@ -26,6 +32,7 @@ DeferralManager::DeferralManager(const Collaborators& collaborators)
 }
 
 DeferralManager::~DeferralManager() {
+  *alive_ = false;
   logger_.debug("Deinitializing DeferralManager.");
   for (const auto& token : distributedObservers_) {
     collaborators_.distributedCenter.removeObserver(token);
@@ -38,7 +45,8 @@ void DeferralManager::processUpdateDialogResponse(
   const auto response =
       notification.object ? core::DialogResponse::fromJSONText(*notification.object) : std::nullopt;
   if (!response) {
-    logger_.error("Failed to decode dialog response notification.");
+    collaborators_.malformedPosts.error(logger_, notification.name, notification.postNumber,
+                                        "Failed to decode dialog response notification.");
     return;
   }
   if (!response->response.isDeferral()) {
@@ -48,39 +56,23 @@ void DeferralManager::processUpdateDialogResponse(
   logger_.debug("Received deferral dialog response: " + response->response.description() + " for " +
                 response->appId);
   recordDeferral(response->appId, response->targetVersion, response->response.reasonText());
-  postDeferralsDidChange();
 }
 
 void DeferralManager::recordDeferral(const std::string& appId, const std::string& targetVersion,
                                      const std::string& reason) {
-  const std::string key = appId + "_" + targetVersion;
-  const core::DeferralMap records = storageManager_.load();
-  const auto found = records.find(key);
-  core::Deferral record =
-      found != records.end() ? found->second : core::Deferral::make(appId, targetVersion);
-  const std::int64_t count = record.deferralCount.value_or(0);
-  logger_.debug("Loaded deferral: " + record.identifier + ", count: " + std::to_string(count));
-  record.deferralCount = count + 1;
-  logger_.debug("Incremented deferral count to: " + std::to_string(*record.deferralCount));
-  if (!record.deferrals) record.deferrals.emplace();
-  const core::DeferralDetail detail{collaborators_.clock.now(), reason};
-  record.deferrals->push_back(detail);
-  logger_.debug("Appended deferral detail: " + detail.description());
-  storageManager_.saveDeferral(record, key);
-  logger_.debug("Saved deferral for key: " + key);
+  submit({false, appId, targetVersion, {collaborators_.clock.now(), reason}});
 }
 
 void DeferralManager::processInstallation(const platform::DistributedNotification& notification) {
   const auto item =
       notification.object ? core::UpdateItem::fromJSONText(*notification.object) : std::nullopt;
   if (!item) {
-    logger_.error("Failed to decode item from notification.");
+    collaborators_.malformedPosts.error(logger_, notification.name, notification.postNumber,
+                                        "Failed to decode item from notification.");
     return;
   }
   logger_.debug("[" + item->id + "] Received successful installation notice.");
-  storageManager_.removeDeferrals(item->id);
-  logger_.debug("[" + item->id + "] Deferrals removed.");
-  postDeferralsDidChange();
+  submit({true, item->id, {}, {}});
 }
 
 void DeferralManager::handleRemoveDeferralsForItem(const std::any& object) {
@@ -90,9 +82,66 @@ void DeferralManager::handleRemoveDeferralsForItem(const std::any& object) {
     return;
   }
   logger_.debug("[" + item->id + "] Received request to remove deferrals for item.");
-  storageManager_.removeDeferrals(item->id);
-  logger_.debug("[" + item->id + "] Deferrals removed.");
-  postDeferralsDidChange();
+  submit({true, item->id, {}, {}});
+}
+
+void DeferralManager::submit(Change change) {
+  if (waiting_.size() >= kMaxWaitingChanges) {
+    drops_.error("full", "deferral changes dropped while the file was busy", [&] {
+      return "Dropped a deferral change for " + change.appId + ": " +
+             std::to_string(kMaxWaitingChanges) + " changes already wait to be written.";
+    });
+    return;
+  }
+  waiting_.push_back(std::move(change));
+  writeWaitingChanges();
+}
+
+// One write at a time; what arrives meanwhile goes into the next one, so a
+// burst of changes costs a few writes, and each write one post.
+void DeferralManager::writeWaitingChanges() {
+  if (writing_ || waiting_.empty()) return;
+  writing_ = true;
+  asio::post(fileStrand_, [work = fileWork_, changes = std::exchange(waiting_, {}),
+                           main = collaborators_.mainExecutor, alive = alive_, this] {
+    work->apply(changes);
+    asio::post(main, [alive, this] {
+      if (!*alive) return;
+      writing_ = false;
+      postDeferralsDidChange();
+      writeWaitingChanges();
+    });
+  });
+}
+
+void DeferralManager::FileWork::apply(const std::vector<Change>& changes) {
+  const bool records = std::any_of(changes.begin(), changes.end(),
+                                   [](const Change& change) { return !change.isRemoval; });
+  if (records && !storageManager.createDirectory()) return;
+  core::DeferralMap map = storageManager.load();
+  for (const auto& change : changes) {
+    if (change.isRemoval) {
+      DeferralStorageManager::remove(map, change.appId);
+      logger.debug("[" + change.appId + "] Deferrals removed.");
+      continue;
+    }
+    const std::string key = change.appId + "_" + change.targetVersion;
+    const auto found = map.find(key);
+    core::Deferral record = found != map.end()
+                                ? found->second
+                                : core::Deferral::make(change.appId, change.targetVersion);
+    const std::int64_t count = record.deferralCount.value_or(0);
+    logger.debug("Loaded deferral: " + record.identifier + ", count: " + std::to_string(count));
+    record.deferralCount = count + 1;
+    logger.debug("Incremented deferral count to: " + std::to_string(*record.deferralCount));
+    if (!record.deferrals) record.deferrals.emplace();
+    record.deferrals->push_back(change.detail);
+    logger.debug("Appended deferral detail: " + change.detail.description());
+    DeferralStorageManager::store(map, std::move(record), key);
+    logger.debug("Saved deferral for key: " + key);
+  }
+  storageManager.write(
+      map, records ? "Failed to create directory or write file: " : "Failed to remove deferral: ");
 }
 
 void DeferralManager::postDeferralsDidChange() {

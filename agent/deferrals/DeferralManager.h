@@ -1,11 +1,15 @@
 #pragma once
 
 #include <any>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "agent/deferrals/DeferralStorageManager.h"
 #include "core/CustomLogger.h"
+#include "core/Executors.h"
+#include "core/LogBudget.h"
+#include "core/MalformedPostLog.h"
 #include "core/NotificationCenter.h"
 #include "platform/Clock.h"
 #include "platform/DistributedNotificationCenter.h"
@@ -16,15 +20,24 @@ namespace velmo::agent::deferrals {
 
 // Turns users' deferring answers into stored deferrals, and clears an app's
 // records once its update is installed or its item is dropped. Only records:
-// no decision of the agent reads a count. Lives on the main executor.
+// no decision of the agent reads a count. Lives on the main executor; the
+// file is read and written on `fileExecutor`, one write at a time, and the
+// changes that arrive during a write are folded into the next one.
 class DeferralManager {
  public:
+  // Changes wait only while one write is in work; more than this is a flood.
+  static constexpr std::size_t kMaxWaitingChanges = 10000;
+
   struct Collaborators {
+    core::Executor mainExecutor;
+    // A thread of its own in the agent, the main executor in unit tests.
+    core::Executor fileExecutor;
     platform::Clock& clock;
     platform::FileManager& files;
     const platform::Paths& paths;
     platform::DistributedNotificationCenter& distributedCenter;
     core::NotificationCenter& notificationCenter;
+    core::MalformedPostLog& malformedPosts;
   };
 
   explicit DeferralManager(const Collaborators& collaborators);
@@ -36,15 +49,37 @@ class DeferralManager {
   void processInstallation(const platform::DistributedNotification& notification);
   // The object is an update item, posted in this process.
   void handleRemoveDeferralsForItem(const std::any& object);
+  // Counts one more deferral of `appId` at `targetVersion`, now.
   void recordDeferral(const std::string& appId, const std::string& targetVersion,
                       const std::string& reason);
 
  private:
+  // One change of the file: a deferral to count, or an app whose records go.
+  struct Change {
+    bool isRemoval = false;
+    std::string appId;
+    std::string targetVersion;
+    core::DeferralDetail detail;
+  };
+  // What the file thread works with; it outlives the manager while a write runs.
+  struct FileWork {
+    DeferralStorageManager storageManager;
+    core::CustomLogger logger{"DeferralManager"};
+    void apply(const std::vector<Change>& changes);
+  };
+
+  void submit(Change change);
+  void writeWaitingChanges();
   void postDeferralsDidChange();
 
   Collaborators collaborators_;
   core::CustomLogger logger_{"DeferralManager"};
-  DeferralStorageManager storageManager_;
+  core::LogBudget drops_{logger_, collaborators_.clock, collaborators_.mainExecutor};
+  std::shared_ptr<FileWork> fileWork_;
+  core::SerialExecutor fileStrand_;
+  std::vector<Change> waiting_;
+  bool writing_ = false;
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
   std::vector<platform::ObserverToken> distributedObservers_;
   platform::ObserverToken localObserver_;
 };

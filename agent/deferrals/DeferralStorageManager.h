@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 #include "core/CustomLogger.h"
 #include "core/Deferral.h"
@@ -10,19 +11,34 @@
 namespace velmo::agent::deferrals {
 
 // The file work on the deferrals file: one JSON object of records, keyed by
-// app id and target version. Holds nothing in memory; every operation reads
-// the file again, and one that can't be read or parsed counts as empty.
+// app id and target version. Holds nothing in memory between writes: each
+// batch of changes reads the file again, and one that can't be read or
+// parsed counts as empty. Runs on the deferrals' file thread.
 class DeferralStorageManager {
  public:
+  // A user defers a handful of updates at a time, each a few times; any
+  // account can post deferrals, so the file keeps the most recently deferred
+  // records and each record's newest details. The count goes on counting.
+  static constexpr std::size_t kMaxRecords = 1000;
+  static constexpr std::size_t kMaxDetails = 100;
+
   DeferralStorageManager(platform::FileManager& files, std::filesystem::path preferenceDirectory,
                          std::string preferenceFile);
 
   // The records in the file; empty when it is missing or damaged.
   core::DeferralMap load() const;
-  // Stores `record` under `key`, replacing an older one, keeping the others.
-  void saveDeferral(const core::Deferral& record, const std::string& key);
+  // Creates the folder of the file; false, with the error line, when it can't.
+  bool createDirectory();
+  // Replaces the file's content with `records`, in place, as the siblings
+  // expect; a failure is logged after `failurePrefix`.
+  void write(const core::DeferralMap& records, std::string_view failurePrefix);
+
+  // Stores `record` under `key`, replacing an older one, and keeps the bounds:
+  // the record keeps its newest details, and beyond the most records the one
+  // deferred longest ago goes.
+  static void store(core::DeferralMap& records, core::Deferral record, const std::string& key);
   // Drops every record whose own app id is `appId`, of any target version.
-  void removeDeferrals(const std::string& appId);
+  static void remove(core::DeferralMap& records, const std::string& appId);
 
   std::filesystem::path fileURL() const { return preferenceDirectory_ / preferenceFile_; }
 

@@ -25,12 +25,6 @@ std::string secondsText(core::TimeInterval delay) {
   return buffer;
 }
 
-std::vector<core::UpdateItem>::iterator findByID(std::vector<core::UpdateItem>& items,
-                                                 const std::string& id) {
-  return std::find_if(items.begin(), items.end(),
-                      [&](const core::UpdateItem& item) { return item.id == id; });
-}
-
 const std::string* objectString(const platform::DistributedNotification& notification) {
   return notification.object ? &*notification.object : nullptr;
 }
@@ -84,20 +78,58 @@ void UIController::handleAddItems(const platform::DistributedNotification& notif
   const std::string* object = objectString(notification);
   const auto items = object ? core::UpdateItem::arrayFromJSONText(*object) : std::nullopt;
   if (!items) {
-    logger_.error("Failed to decode items from notification.");
+    collaborators_.malformedPosts.error(logger_, notification.name, notification.postNumber,
+                                        "Failed to decode items from notification.");
+    return;
+  }
+  std::set<std::string> added;
+  for (const auto& item : *items) {
+    if (!indexOf(item.id)) added.insert(item.id);
+  }
+  if (updateItems_.size() + added.size() > kMaxItems) {
+    refusals_.error("full", "additions to the full update items list", [&] {
+      return "Refused " + std::to_string(items->size()) + " update items: the list holds " +
+             std::to_string(updateItems_.size()) + " and takes at most " +
+             std::to_string(kMaxItems) + ".";
+    });
     return;
   }
   for (const auto& item : *items) {
-    const auto found = findByID(updateItems_, item.id);
-    if (found != updateItems_.end()) {
-      *found = item;
+    if (const auto found = indexOf(item.id)) {
+      updateItems_[*found] = item;
       saveState(false);
       logger_.debug("Updated existing update item: " + item.id);
     } else {
-      updateItems_.push_back(item);
+      append(item);
       saveState(false);
       logger_.debug("Added update item: " + item.id);
     }
+  }
+}
+
+std::optional<std::size_t> UIController::indexOf(const std::string& id) const {
+  const auto found = positions_.find(id);
+  if (found == positions_.end()) return std::nullopt;
+  return found->second;
+}
+
+void UIController::append(core::UpdateItem item) {
+  positions_.emplace(item.id, updateItems_.size());
+  updateItems_.push_back(std::move(item));
+}
+
+void UIController::eraseAt(std::size_t index) {
+  positions_.erase(updateItems_[index].id);
+  updateItems_.erase(updateItems_.begin() + static_cast<std::ptrdiff_t>(index));
+  for (std::size_t later = index; later < updateItems_.size(); ++later) {
+    positions_[updateItems_[later].id] = later;
+  }
+}
+
+void UIController::reindex() {
+  positions_.clear();
+  for (std::size_t index = 0; index < updateItems_.size(); ++index) {
+    positions_.emplace(updateItems_[index].id, index);
   }
 }
 
@@ -112,33 +144,33 @@ void UIController::handleUserInitiatedCheck(const platform::DistributedNotificat
 
 asio::awaitable<void> UIController::userInitiatedCheck() {
   // A progress post every two seconds while the gate serves the request; the
-  // first comes two seconds after the start, none after the completion.
-  auto progress = std::make_shared<std::unique_ptr<platform::Timer>>();
-  auto arm = std::make_shared<std::function<void()>>();
-  *arm = [this, progress, weakArm = std::weak_ptr<std::function<void()>>(arm)] {
-    *progress = collaborators_.clock.scheduleAfter(
-        kProgressPeriod, collaborators_.mainExecutor, [this, weakArm] {
-          collaborators_.distributedCenter.post(Name::userInitiatedUpdateCheckInProgress);
-          if (auto again = weakArm.lock()) (*again)();
-        });
-  };
-  (*arm)();
-
+  // first comes two seconds after the start, none after the completion. Checks
+  // that overlap share one ticker, so a flood of them can't multiply the posts.
+  if (++waitingChecks_ == 1) armProgress();
   if (velmoRunCoordinator_) co_await velmoRunCoordinator_->requestRun(true);
   collaborators_.distributedCenter.post(Name::userInitiatedUpdateCheckCompleted);
   logger_.debug("Distributed notification sent for user-initiated update check completion.");
-  progress->reset();
-  arm.reset();
+  if (--waitingChecks_ == 0) progress_.reset();
+}
+
+// Owned by this object, so the action may hold it by `this`.
+void UIController::armProgress() {
+  progress_ =
+      collaborators_.clock.scheduleAfter(kProgressPeriod, collaborators_.mainExecutor, [this] {
+        collaborators_.distributedCenter.post(Name::userInitiatedUpdateCheckInProgress);
+        armProgress();
+      });
 }
 
 void UIController::handleEnqueue(const platform::DistributedNotification& notification) {
   const std::string* object = objectString(notification);
   const auto item = object ? core::UpdateItem::fromJSONText(*object) : std::nullopt;
   if (!item) {
-    logger_.error("Failed to decode item from notification.");
+    collaborators_.malformedPosts.error(logger_, notification.name, notification.postNumber,
+                                        "Failed to decode item from notification.");
     return;
   }
-  const bool listed = findByID(updateItems_, item->id) != updateItems_.end();
+  const bool listed = indexOf(item->id).has_value();
   if (listed) {
     logger_.debug("Item with ID " + item->id + " already exists in the updateItems array.");
   } else if (!notification.isFromRoot()) {
@@ -165,18 +197,19 @@ void UIController::handleStateChange(const platform::DistributedNotification& no
   const std::string* raw = text("state");
   const auto state = raw ? core::installStateFromRawValue(*raw) : std::nullopt;
   if (!info || info->empty() || !id || !state) {
-    logger_.error("Invalid state change notification.");
+    collaborators_.malformedPosts.error(logger_, notification.name, notification.postNumber,
+                                        "Invalid state change notification.");
     return;
   }
-  const auto found = findByID(updateItems_, *id);
-  if (found == updateItems_.end()) {
+  const auto found = indexOf(*id);
+  if (!found) {
     logger_.debug("Discarding state change notification alien ID " + *id + ".");
     return;
   }
   // Only the end of an install matters here; the install's course lives in
   // the tool and the notifier.
   if (*state != core::InstallState::installed) return;
-  scheduleRemoval(*found, kInstalledRemovalDelay);
+  scheduleRemoval(updateItems_[*found], kInstalledRemovalDelay);
 }
 
 void UIController::scheduleRemoval(const core::UpdateItem& item, core::TimeInterval delay) {
@@ -201,9 +234,9 @@ asio::awaitable<void> UIController::removeItem(core::UpdateItem item, core::Time
   co_await clock.sleep(core::toDuration(delay));
   // Goes by id: an item removed and added back meanwhile is removed all the same.
   if (!loaded_) removedBeforeLoad_.insert(item.id);
-  const auto found = findByID(updateItems_, item.id);
-  if (found == updateItems_.end()) co_return;
-  updateItems_.erase(found);
+  const auto found = indexOf(item.id);
+  if (!found) co_return;
+  eraseAt(*found);
   logger_.debug("Removed update item: " + item.id);
   saveState(false);
 }
@@ -233,21 +266,30 @@ void UIController::finishLoad(std::optional<std::vector<core::UpdateItem>> loade
   } else {
     fileLogger_.debug("No existing update state found. Starting fresh.");
   }
-  std::vector<core::UpdateItem> merged;
+  std::vector<core::UpdateItem> arrived = std::move(updateItems_);
+  updateItems_.clear();
+  positions_.clear();
   if (loaded) {
     for (auto& item : *loaded) {
-      if (!removedBeforeLoad_.count(item.id)) merged.push_back(std::move(item));
+      // A file written by hand or by an older agent may repeat an id or hold
+      // more than the list takes: the first of each id, and the first ones, stay.
+      if (removedBeforeLoad_.count(item.id) || indexOf(item.id)) continue;
+      if (updateItems_.size() == kMaxItems) {
+        fileLogger_.error("The update state file holds more than " + std::to_string(kMaxItems) +
+                          " items; kept the first " + std::to_string(kMaxItems) + ".");
+        saveAfterLoad_ = true;
+        break;
+      }
+      append(std::move(item));
     }
   }
-  for (auto& item : updateItems_) {
-    const auto found = findByID(merged, item.id);
-    if (found != merged.end()) {
-      *found = std::move(item);
-    } else {
-      merged.push_back(std::move(item));
+  for (auto& item : arrived) {
+    if (const auto found = indexOf(item.id)) {
+      updateItems_[*found] = std::move(item);
+    } else if (updateItems_.size() < kMaxItems) {
+      append(std::move(item));
     }
   }
-  updateItems_ = std::move(merged);
   removedBeforeLoad_.clear();
   loaded_ = true;
   if (std::exchange(saveAfterLoad_, false)) saveState(false);

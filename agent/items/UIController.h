@@ -5,6 +5,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include <asio/awaitable.hpp>
@@ -15,6 +16,7 @@
 #include "core/CustomLogger.h"
 #include "core/Executors.h"
 #include "core/LogBudget.h"
+#include "core/MalformedPostLog.h"
 #include "core/NotificationCenter.h"
 #include "core/TimeInterval.h"
 #include "core/UpdateItem.h"
@@ -39,6 +41,11 @@ class UIController final : public run::ListedItems,
   static constexpr core::TimeInterval minSaveInterval{0.3};
   static constexpr core::TimeInterval kInstalledRemovalDelay{3.0};
   static constexpr platform::Duration kProgressPeriod = std::chrono::seconds(2);
+  // The tool lists what is installed and outdated on one Mac: a few dozen
+  // items. The notifier shows the list and every user check compares each
+  // item, so a list beyond this is no machine's and would hold the run gate
+  // for hours.
+  static constexpr std::size_t kMaxItems = 1000;
 
   struct Collaborators {
     core::Executor mainExecutor;
@@ -51,6 +58,7 @@ class UIController final : public run::ListedItems,
     platform::DistributedNotificationCenter& distributedCenter;
     core::NotificationCenter& notificationCenter;
     VelmoAgentQueue& agentQueue;
+    core::MalformedPostLog& malformedPosts;
   };
 
   // Starts the load of the state file and registers the observers; does not
@@ -86,6 +94,12 @@ class UIController final : public run::ListedItems,
   void writeState(const std::vector<core::UpdateItem>& items, const std::filesystem::path& url);
   void scheduleQueueChangedNotification();
   asio::awaitable<void> userInitiatedCheck();
+  void armProgress();
+  // Positions in `updateItems_`, so that lookups by id don't walk the list.
+  std::optional<std::size_t> indexOf(const std::string& id) const;
+  void append(core::UpdateItem item);
+  void eraseAt(std::size_t index);
+  void reindex();
   void observe(std::string_view name,
                void (UIController::*handler)(const platform::DistributedNotification&));
 
@@ -95,6 +109,10 @@ class UIController final : public run::ListedItems,
   // Other accounts can ask for installs as often as they like.
   core::LogBudget refusals_{logger_, collaborators_.clock, collaborators_.mainExecutor};
   std::vector<core::UpdateItem> updateItems_;
+  std::unordered_map<std::string, std::size_t> positions_;
+  // One progress ticker serves every user check that waits for the gate.
+  std::size_t waitingChecks_ = 0;
+  std::unique_ptr<platform::Timer> progress_;
   std::filesystem::path updateStateFile_;
   core::SerialExecutor itemUpdateQueue_;
   std::unique_ptr<platform::Timer> notificationWorkItem_;

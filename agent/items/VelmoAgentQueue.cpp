@@ -68,40 +68,78 @@ void VelmoAgentQueue::remove(core::Published<std::vector<core::UpdateItem>>& set
 }
 
 void VelmoAgentQueue::enqueue(const core::UpdateItem& item) {
+  if (inWork_.count(item.id)) {
+    logger_.debug("Merged request for " + item.id + " into the one already in the queue.");
+    return;
+  }
   if (item.serialInstallRequired.value_or(false)) {
+    if (serialQueue_.size() >= kMaxSerialWaiting) return dropped(item, "serial", kMaxSerialWaiting);
+    inWork_.insert(item.id);
     insert(_serialQueueItems, item);
     logger_.debug("Adding serial-required update item to serial queue: " + item.id);
-    serialQueue_.push_back(item);
-    if (!serialBusy_) {
+    if (serialBusy_) {
+      serialQueue_.push_back(item);
+    } else {
       serialBusy_ = true;
-      core::startTask(collaborators_.mainExecutor, runSerialSide(), logger_);
+      core::startTask(collaborators_.mainExecutor, runSerialSide(item), logger_);
     }
     return;
   }
+  if (concurrentQueue_.size() >= kMaxConcurrentWaiting) {
+    return dropped(item, "concurrent", kMaxConcurrentWaiting);
+  }
+  inWork_.insert(item.id);
   insert(_concurrentQueueItems, item);
   logger_.debug("Adding concurrent-ready update item to concurrent queue: " + item.id);
-  core::startTask(
-      collaborators_.mainExecutor,
-      [](VelmoAgentQueue& queue, std::shared_ptr<bool> alive,
-         core::UpdateItem item) -> asio::awaitable<void> {
-        co_await queue.process(item);
-        if (*alive) queue.remove(queue._concurrentQueueItems, item);
-      }(*this, alive_, item),
-      logger_);
+  concurrentQueue_.push_back(item);
+  startConcurrentRuns();
+}
+
+void VelmoAgentQueue::dropped(const core::UpdateItem& item, const char* side, std::size_t waiting) {
+  drops_.error(side, std::string("update items dropped from the full ") + side + " queue", [&] {
+    return "Dropped update item " + item.id + ": " + std::to_string(waiting) +
+           " items already wait for the " + side + " queue.";
+  });
+}
+
+void VelmoAgentQueue::startConcurrentRuns() {
+  while (concurrentRuns_ < kMaxConcurrentRuns && !concurrentQueue_.empty()) {
+    ++concurrentRuns_;
+    core::UpdateItem item = std::move(concurrentQueue_.front());
+    concurrentQueue_.pop_front();
+    core::startTask(
+        collaborators_.mainExecutor,
+        [](VelmoAgentQueue& queue, std::shared_ptr<bool> alive,
+           core::UpdateItem item) -> asio::awaitable<void> {
+          co_await queue.process(item);
+          if (!*alive) co_return;
+          --queue.concurrentRuns_;
+          queue.finish(queue._concurrentQueueItems, item);
+          queue.startConcurrentRuns();
+        }(*this, alive_, std::move(item)),
+        logger_);
+  }
+}
+
+void VelmoAgentQueue::finish(core::Published<std::vector<core::UpdateItem>>& set,
+                             const core::UpdateItem& item) {
+  inWork_.erase(item.id);
+  remove(set, item);
 }
 
 // Works through the serial side until it is empty: at most one tool run of
 // that side exists at any time.
-asio::awaitable<void> VelmoAgentQueue::runSerialSide() {
+asio::awaitable<void> VelmoAgentQueue::runSerialSide(core::UpdateItem item) {
   const std::shared_ptr<bool> alive = alive_;
-  while (*alive && !serialQueue_.empty()) {
-    const core::UpdateItem item = serialQueue_.front();
-    serialQueue_.pop_front();
+  for (;;) {
     co_await process(item);
     if (!*alive) co_return;
-    remove(_serialQueueItems, item);
+    finish(_serialQueueItems, item);
+    if (serialQueue_.empty()) break;
+    item = std::move(serialQueue_.front());
+    serialQueue_.pop_front();
   }
-  if (*alive) serialBusy_ = false;
+  serialBusy_ = false;
 }
 
 std::vector<std::string> VelmoAgentQueue::arguments(const core::UpdateItem& item) const {

@@ -2,6 +2,7 @@
 
 #include <deque>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include <asio/awaitable.hpp>
@@ -10,6 +11,7 @@
 #include "core/CustomLogger.h"
 #include "core/Defaults.h"
 #include "core/Executors.h"
+#include "core/LogBudget.h"
 #include "core/Published.h"
 #include "core/UpdateItem.h"
 #include "platform/Clock.h"
@@ -18,10 +20,20 @@
 namespace velmo::agent::items {
 
 // Installs single items on request, beside any run: items that ask for it go
-// one at a time in order of arrival, all others start at once. Records what
-// is in work, for the log; feeds nothing back. Lives on the main executor.
+// one at a time in order of arrival, the others up to four at once. A request
+// for an id already waiting or running joins it. Records what is in work, for
+// the log; feeds nothing back. Lives on the main executor.
 class VelmoAgentQueue {
  public:
+  // Any account may ask for installs of listed items as often as it likes;
+  // each run is a root process with its descriptors. Four side by side
+  // already install a typical day's updates quickly.
+  static constexpr std::size_t kMaxConcurrentRuns = 4;
+  // Waiting items cost only memory, but a list that long is no user's doing.
+  static constexpr std::size_t kMaxSerialWaiting = 256;
+  // As many as the update items list can hold.
+  static constexpr std::size_t kMaxConcurrentWaiting = 1000;
+
   struct Collaborators {
     core::Executor mainExecutor;
     platform::Clock& clock;
@@ -54,7 +66,12 @@ class VelmoAgentQueue {
 
  private:
   asio::awaitable<void> process(core::UpdateItem item);
-  asio::awaitable<void> runSerialSide();
+  // Runs `item`, then the waiting items of the serial side until none waits.
+  asio::awaitable<void> runSerialSide(core::UpdateItem item);
+  // Starts waiting items of the concurrent side while fewer than the most run.
+  void startConcurrentRuns();
+  void finish(core::Published<std::vector<core::UpdateItem>>& set, const core::UpdateItem& item);
+  void dropped(const core::UpdateItem& item, const char* side, std::size_t waiting);
   void insert(core::Published<std::vector<core::UpdateItem>>& set, const core::UpdateItem& item);
   void remove(core::Published<std::vector<core::UpdateItem>>& set, const core::UpdateItem& item);
 
@@ -62,9 +79,15 @@ class VelmoAgentQueue {
   core::CustomLogger logger_{"VelmoAgentQueue"};
   core::Published<std::vector<core::UpdateItem>> _serialQueueItems{{}};
   core::Published<std::vector<core::UpdateItem>> _concurrentQueueItems{{}};
+  core::LogBudget drops_{logger_, collaborators_.clock, collaborators_.mainExecutor};
   // Items of the serial side not yet started, and whether one is in work.
   std::deque<core::UpdateItem> serialQueue_;
   bool serialBusy_ = false;
+  // Items of the concurrent side not yet started, and how many run.
+  std::deque<core::UpdateItem> concurrentQueue_;
+  std::size_t concurrentRuns_ = 0;
+  // Ids waiting or running on either side.
+  std::unordered_set<std::string> inWork_;
   core::Defaults<bool> _updateMAS;
   std::vector<core::Subscription> cancellables_;
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);

@@ -33,11 +33,18 @@ asio::awaitable<void> StartCommand::run() {
                                              .paths = c.paths,
                                              .distributedCenter = c.distributedCenter,
                                              .notificationCenter = c.notificationCenter,
-                                             .agentQueue = c.agentQueue},
+                                             .agentQueue = c.agentQueue,
+                                             .malformedPosts = c.malformedPosts},
                                             coordinator);
-  deferralManager_ =
-      std::make_unique<deferrals::DeferralManager>(deferrals::DeferralManager::Collaborators{
-          c.clock, c.files, c.paths, c.distributedCenter, c.notificationCenter});
+  deferralManager_ = std::make_unique<deferrals::DeferralManager>(
+      deferrals::DeferralManager::Collaborators{.mainExecutor = c.mainExecutor,
+                                                .fileExecutor = c.deferralsFileExecutor,
+                                                .clock = c.clock,
+                                                .files = c.files,
+                                                .paths = c.paths,
+                                                .distributedCenter = c.distributedCenter,
+                                                .notificationCenter = c.notificationCenter,
+                                                .malformedPosts = c.malformedPosts});
   maintenanceManager_ = maintenance::MaintenanceManager::make({.mainExecutor = c.mainExecutor,
                                                                .clock = c.clock,
                                                                .files = c.files,
@@ -55,8 +62,9 @@ asio::awaitable<void> StartCommand::run() {
   coordinator->setUIController(uiController_);
   if (activeIntervals) {
     activeIntervalManager_ = std::make_unique<deferrals::ActiveIntervalManager>(
-        deferrals::ActiveIntervalManager::Collaborators{
-            c.mainExecutor, c.clock, c.distributedCenter, c.terminations, c.runner},
+        deferrals::ActiveIntervalManager::Collaborators{c.mainExecutor, c.clock,
+                                                        c.distributedCenter, c.terminations,
+                                                        c.runner, c.malformedPosts},
         uiController_);
   }
   iconObserver_ =

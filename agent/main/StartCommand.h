@@ -12,6 +12,7 @@
 #include "agent/policy/NotificationCenterIconObserver.h"
 #include "core/CustomLogger.h"
 #include "core/Executors.h"
+#include "core/MalformedPostLog.h"
 #include "core/NotificationCenter.h"
 #include "mdm/ManagedPrefs.h"
 #include "platform/Clock.h"
@@ -39,7 +40,9 @@ class StartCommand {
     core::Executor mainExecutor;
     platform::Clock& clock;
     const platform::Paths& paths;
+    // The update state file's thread, and the deferrals file's.
     core::Executor fileExecutor;
+    core::Executor deferralsFileExecutor;
     run::VelmoRunner& runner;
     platform::DistributedNotificationCenter& distributedCenter;
     core::NotificationCenter& notificationCenter;
@@ -51,6 +54,7 @@ class StartCommand {
     items::VelmoAgentQueue& agentQueue;
     platform::ApplicationTerminations& terminations;
     const platform::Host& host;
+    core::MalformedPostLog& malformedPosts;
   };
 
   explicit StartCommand(Collaborators collaborators);

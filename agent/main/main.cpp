@@ -18,6 +18,7 @@
 #include "core/Executors.h"
 #include "core/InternalMessenger.h"
 #include "core/LogSinks.h"
+#include "core/MalformedPostLog.h"
 #include "core/NotificationCenter.h"
 #include "core/NotificationNames.h"
 #include "mdm/ManagedPrefs.h"
@@ -95,13 +96,18 @@ int main(int argc, char** argv) {
   // File work of the update state file runs on a thread of its own, so a slow
   // disk never holds up the event loop.
   asio::thread_pool fileThread(1);
+  // The deferrals file has its own, so that a flood of deferrals can't hold
+  // up the update state file either.
+  asio::thread_pool deferralsFileThread(1);
+  core::MalformedPostLog malformedPosts(clock, mainExecutor);
   agent::items::VelmoAgentQueue agentQueue({mainExecutor, clock, userDefaults, runner});
   agent::items::VelmoAgentQueue::setShared(&agentQueue);
   platform::linux::ProcessConnectorTerminations terminations(mainExecutor, clock);
   terminations.start();
-  agent::StartCommand start({mainExecutor, clock, paths, fileThread.get_executor(), runner,
-                             distributedCenter, notificationCenter, workspaceEvents, managedPrefs,
-                             userDefaults, files, inventory, agentQueue, terminations, host});
+  agent::StartCommand start({mainExecutor, clock, paths, fileThread.get_executor(),
+                             deferralsFileThread.get_executor(), runner, distributedCenter,
+                             notificationCenter, workspaceEvents, managedPrefs, userDefaults, files,
+                             inventory, agentQueue, terminations, host, malformedPosts});
 
   core::startTask(mainExecutor, start.run(), core::CustomLogger("StartCommand"));
   mainContext.run();

@@ -16,6 +16,7 @@ void FakeDistributedNotificationCenter::post(std::string_view name,
 }
 
 void FakeDistributedNotificationCenter::deliver(DistributedNotification notification) {
+  notification.postNumber = ++deliveredPosts_;
   asio::post(executor_, [this, notification = std::move(notification)] {
     // Observers are looked up at delivery, so one removed meanwhile isn't called.
     std::vector<std::uint64_t> tokens;

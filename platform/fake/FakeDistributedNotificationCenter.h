@@ -36,6 +36,7 @@ class FakeDistributedNotificationCenter final : public DistributedNotificationCe
 
   asio::any_io_executor executor_;
   std::uint64_t nextToken_ = 1;
+  std::uint64_t deliveredPosts_ = 0;
   std::map<std::uint64_t, Observer> observers_;
   std::vector<DistributedNotification> posts_;
 };

@@ -186,7 +186,17 @@ void SdBusNotificationCenter::removeObserver(ObserverToken token) {
 void SdBusNotificationCenter::deliver(sd_bus_message* message, std::uint32_t senderUid) {
   auto decoded = SdBusNotificationCodec::read(message);
   if (auto* reason = std::get_if<std::string>(&decoded)) {
-    refusals_.error("malformed", "malformed notifications", [&] {
+    // Counted per observed name; anything else under one kind, so that a
+    // poster can't grow the budget's table with names of its own.
+    std::string kind = "malformed";
+    std::string what = "malformed notifications";
+    const char* name = nullptr;
+    if (sd_bus_message_rewind(message, 1) >= 0 &&
+        sd_bus_message_read_basic(message, 's', &name) > 0 && names_.count(name)) {
+      kind = name;
+      what = "malformed " + kind + " notifications";
+    }
+    refusals_.error(kind, what, [&] {
       const char* sender = sd_bus_message_get_sender(message);
       return "Ignored a malformed notification from " +
              std::string(sender ? sender : "an unknown sender") + ": " + *reason;
@@ -195,14 +205,16 @@ void SdBusNotificationCenter::deliver(sd_bus_message* message, std::uint32_t sen
   }
   auto& notification = std::get<DistributedNotification>(decoded);
   notification.senderUid = senderUid;
+  notification.postNumber = ++deliveredPosts_;
   if (senderUid != 0 && rootOnlyNames_.count(notification.name)) {
     const std::string account = senderUid == DistributedNotification::kUnknownSender
                                     ? std::string("an unknown account")
                                     : "uid " + std::to_string(senderUid);
-    refusals_.warning(
-        notification.name, notification.name + " notifications from other accounts than root", [&] {
-          return "Ignored " + notification.name + " from " + account + ": only root may post it.";
-        });
+    refusals_.warning("refused " + notification.name,
+                      notification.name + " notifications from other accounts than root", [&] {
+                        return "Ignored " + notification.name + " from " + account +
+                               ": only root may post it.";
+                      });
     return;
   }
   auto found = names_.find(notification.name);

@@ -89,6 +89,7 @@ class SdBusNotificationCenter final : public DistributedNotificationCenter {
   // Made with the first observer; the destructor stops its thread first.
   std::unique_ptr<SdBusSenderAccounts> senderAccounts_;
   std::uint64_t nextToken_ = 1;
+  std::uint64_t deliveredPosts_ = 0;
   std::map<std::string, NameEntry, std::less<>> names_;
   std::map<std::uint64_t, std::string> tokenNames_;
 };

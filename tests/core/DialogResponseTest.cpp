@@ -122,6 +122,11 @@ std::vector<std::string> badResponses() {
     auto wrongType = good;
     wrongType[key] = value.is_string() ? json(1) : json("deferral");
     texts.push_back(wrongType.dump());
+    if (value.is_string()) {
+      auto tooLong = good;
+      tooLong[key] = "file:///" + std::string(UpdateItem::kMaxFieldLength, 'v');
+      texts.push_back(tooLong.dump());
+    }
   }
   for (const char* url : {"http://[bad", ""}) {
     auto badURL = good;

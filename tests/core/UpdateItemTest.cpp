@@ -57,6 +57,11 @@ std::vector<std::string> badItems() {
     auto wrongType = good;
     wrongType[key] = value.is_string() ? json(1) : json("true");
     texts.push_back(wrongType.dump());
+    if (value.is_string()) {
+      auto tooLong = good;
+      tooLong[key] = std::string(UpdateItem::kMaxFieldLength + 1, 'v');
+      texts.push_back(tooLong.dump());
+    }
   }
   auto numericBool = good;
   numericBool["respectDnd"] = 1;

@@ -8,6 +8,7 @@
 #include <asio/io_context.hpp>
 
 #include "agent/run/VelmoRunner.h"
+#include "core/MalformedPostLog.h"
 #include "core/NotificationCenter.h"
 #include "mdm/ManagedPrefs.h"
 #include "platform/Paths.h"
@@ -67,6 +68,7 @@ class AgentFakes {
   platform::fake::FakeWorkspaceEvents workspace_;
   platform::fake::FakeProcessLauncher launcher_{clock_};
   agent::run::VelmoRunner runner_{launcher_, clock_, "/tool/velmo"};
+  core::MalformedPostLog malformedPosts_{clock_, context_.get_executor()};
 };
 
 }  // namespace velmo::testing

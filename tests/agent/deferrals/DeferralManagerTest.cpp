@@ -32,7 +32,8 @@ class DeferralManagerTest : public ::testing::Test, protected testing::AgentFake
     return distributed_.postsNamed(Name::deferralsDidChange).size();
   }
 
-  DeferralManager manager_{{clock_, files_, paths_, distributed_, notifications_}};
+  DeferralManager manager_{{context_.get_executor(), context_.get_executor(), clock_, files_,
+                            paths_, distributed_, notifications_, malformedPosts_}};
 };
 
 TEST_F(DeferralManagerTest, DeferralsCountPerAppAndVersionAndAnInstallClearsThemAll) {
@@ -80,12 +81,14 @@ TEST_F(DeferralManagerTest, RemovalGoesByTheRecordsOwnAppIDUnderscoresAndAll) {
   respond(item("com.example"), {Kind::deferral, ""});
   respond(item("com.example", "3.0"), {Kind::deferral, ""});
   notifications_.post(Name::removeDeferralsForItem, std::any(item("com.example_tool")));
+  clock_.runUntilIdle();
   auto left = records();
   ASSERT_EQ(left.size(), 2u);
   for (const auto& [key, record] : left) EXPECT_EQ(record.appId, "com.example") << key;
   // "com.example" is a prefix of the other key, and still only its own records go.
   respond(item("com.example_tool"), {Kind::deferral, ""});
   notifications_.post(Name::removeDeferralsForItem, std::any(item("com.example")));
+  clock_.runUntilIdle();
   left = records();
   ASSERT_EQ(left.size(), 1u);
   EXPECT_EQ(left.begin()->second.appId, "com.example_tool");
@@ -95,6 +98,33 @@ TEST_F(DeferralManagerTest, ADamagedFileCountsAsEmptyAndIsReplaced) {
   files_.addFile(paths_.deferralsFile(), "{\"broken\": ");
   respond(item("a"), {Kind::deferral, ""});
   EXPECT_EQ(records().at("a_2.0").deferralCount, 1);
+}
+
+// A burst is folded into few writes, each with one post; the file keeps the
+// most recently deferred records and each record's newest details.
+TEST_F(DeferralManagerTest, ABurstIsFoldedAndTheFileKeepsItsBounds) {
+  const auto deliver = [&](const std::string& id, Kind kind) {
+    const auto text = core::DialogResponse::fromItem(item(id), {kind, ""}).jsonText();
+    distributed_.deliver({std::string(Name::dialogResponse), text, std::nullopt});
+  };
+  const std::size_t many = DeferralStorageManager::kMaxDetails + 5;
+  for (std::size_t i = 0; i < many; ++i) deliver("busy", Kind::deferral);
+  // One record too many: of the oldest, the first in key order goes.
+  const std::size_t most = DeferralStorageManager::kMaxRecords;
+  for (std::size_t i = 0; i < most; ++i) {
+    if (i == most / 2) clock_.advance(std::chrono::seconds(1));
+    deliver("app" + std::to_string(i), Kind::deferral);
+  }
+  deliver("busy", Kind::dndDeferral);
+  clock_.runUntilIdle();
+  const auto map = records();
+  EXPECT_EQ(map.size(), DeferralStorageManager::kMaxRecords);
+  EXPECT_EQ(map.count("app0_2.0"), 0u) << "the record deferred longest ago goes";
+  const auto& busy = map.at("busy_2.0");
+  EXPECT_EQ(busy.deferralCount, static_cast<std::int64_t>(many + 1));
+  ASSERT_EQ(busy.deferrals->size(), DeferralStorageManager::kMaxDetails);
+  EXPECT_EQ(busy.deferrals->back().reason, "Respect DND deferral");
+  EXPECT_LE(changedPosts(), 4u);
 }
 
 struct BadNotification {

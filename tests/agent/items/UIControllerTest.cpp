@@ -34,7 +34,8 @@ class UIControllerTest : public ::testing::Test, protected testing::AgentFakes {
                                       .paths = paths_,
                                       .distributedCenter = distributed_,
                                       .notificationCenter = notifications_,
-                                      .agentQueue = queue_},
+                                      .agentQueue = queue_,
+                                      .malformedPosts = malformedPosts_},
                                      nullptr);
     if (finishLoad) settle();
   }
@@ -234,6 +235,43 @@ TEST_F(UIControllerTest, AnEnqueuedItemGoesToTheQueueNotToTheList) {
   deliver(Name::enqueueUpdateItem, itemJSON("b"));
   EXPECT_EQ(launcher_.launches().size(), 2u);
   EXPECT_EQ(ids(), std::vector<std::string>{"a"});
+}
+
+// An add that would take the list beyond its bound is refused whole; one that
+// fills it exactly, overwriting as it goes, is taken.
+TEST_F(UIControllerTest, TheListTakesAtMostAThousandItems) {
+  start();
+  std::vector<std::string> many;
+  for (std::size_t i = 1; i < UIController::kMaxItems; ++i) many.push_back("i" + std::to_string(i));
+  deliver(Name::addItemsToUIControllerQueue, arrayJSON(many));
+  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"i1", "new1", "new2"}));
+  EXPECT_EQ(capture_.errors(),
+            std::vector<std::string>{
+                "Refused 3 update items: the list holds 999 and takes at most 1000."});
+  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"i1", "new1", "new1"}));
+  advance(seconds(1));
+  EXPECT_EQ(ids().size(), UIController::kMaxItems);
+  EXPECT_EQ(ids().back(), "new1");
+  EXPECT_EQ(fileIDs().size(), UIController::kMaxItems);
+}
+
+// A file beyond the bound, or with an id twice, keeps the first of each id
+// and the first items, and is written back so.
+TEST_F(UIControllerTest, ALoadKeepsTheFirstThousandItems) {
+  std::vector<std::string> many{"dup"};
+  for (std::size_t i = 0; i < UIController::kMaxItems + 5; ++i) {
+    many.push_back(i == 3 ? "dup" : "i" + std::to_string(i));
+  }
+  files_.addFile(paths_.updateStateFile(), arrayJSON(many));
+  start();
+  advance(seconds(1));
+  EXPECT_EQ(ids().size(), UIController::kMaxItems);
+  EXPECT_EQ(ids()[0], "dup");
+  EXPECT_EQ(ids()[4], "i4");
+  EXPECT_EQ(fileIDs(), ids());
+  EXPECT_EQ(capture_.errors(),
+            std::vector<std::string>{
+                "The update state file holds more than 1000 items; kept the first 1000."});
 }
 
 TEST_F(UIControllerTest, ACheckWithoutARunCompletesAtOnceWithoutProgress) {

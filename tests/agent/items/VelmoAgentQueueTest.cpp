@@ -52,16 +52,35 @@ INSTANTIATE_TEST_SUITE_P(
                       SideCase{"ConcurrentAbsent", std::nullopt, {seconds(0), seconds(0)}}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST_F(VelmoAgentQueueTest, AnItemTwiceInWorkRunsTwiceAndShowsOnce) {
-  launcher_.enqueue({.exitAfter = seconds(5)});
-  launcher_.enqueue({.exitAfter = seconds(20)});
-  queue_.enqueue(item("a", false));
-  queue_.enqueue(item("a", false));
+// Four run at once, the rest wait in order; a request for an id in work,
+// waiting or running, joins it; once done, the id can run again.
+TEST_F(VelmoAgentQueueTest, AtMostFourRunAtOnceAndAnIDInWorkRunsOnce) {
+  for (int i = 0; i < 7; ++i) launcher_.enqueue({.exitAfter = seconds(10)});
+  for (const char* id : {"a", "b", "c", "d", "e", "f", "a", "e"}) queue_.enqueue(item(id, false));
   clock_.runUntilIdle();
-  EXPECT_EQ(queue_.concurrentQueueItems().size(), 1u);
-  EXPECT_EQ(launcher_.launches().size(), 2u);
-  clock_.advance(seconds(6));
+  EXPECT_EQ(queue_.concurrentQueueItems().size(), 6u);
+  EXPECT_EQ(launchTimes(), std::vector<platform::Duration>(4, seconds(0)));
+  queue_.enqueue(item("f", false));
+  clock_.advance(seconds(10));
+  queue_.enqueue(item("a", false));
+  clock_.advance(seconds(30));
+  std::vector<std::string> ids;
+  for (const auto& launch : launcher_.launches()) ids.push_back(launch.arguments[1]);
+  EXPECT_EQ(ids, (std::vector<std::string>{"a", "b", "c", "d", "e", "f", "a"}));
+  EXPECT_EQ(launchTimes()[4], seconds(10));
   EXPECT_TRUE(queue_.concurrentQueueItems().empty());
+}
+
+TEST_F(VelmoAgentQueueTest, TheSerialSideHoldsAtMost256Waiting) {
+  launcher_.enqueue({.exitAfter = seconds(10)});
+  for (std::size_t i = 0; i <= VelmoAgentQueue::kMaxSerialWaiting + 1; ++i) {
+    queue_.enqueue(item("s" + std::to_string(i), true));
+  }
+  clock_.runUntilIdle();
+  EXPECT_EQ(queue_.serialQueueItems().size(), VelmoAgentQueue::kMaxSerialWaiting + 1);
+  EXPECT_EQ(capture_.errors(),
+            std::vector<std::string>{
+                "Dropped update item s257: 256 items already wait for the serial queue."});
 }
 
 TEST_F(VelmoAgentQueueTest, UpdateMASAddsAFifthWordAndAFailureIsLoggedThenFinished) {
