@@ -1,8 +1,10 @@
 // Posts notifications from a process of its own, through the agent's bus code.
-//   velmo-bus-post NAME COUNT [OBJECT-PREFIX [OBJECT-SUFFIX]]
-// Post i carries the object "<prefix><i><suffix>" (no object without a prefix) and
+//   velmo-bus-post NAME COUNT [OBJECT-PREFIX [OBJECT-SUFFIX [CYCLE]]]
+// Post i carries the object "<prefix><n><suffix>" (no object without a prefix),
+// where n is i, or i modulo CYCLE when one is given, and
 // the user info {"index": i, "text": "grüße", "flags": [true, 2.5],
 // "names": ["a", "b"], "nested": {"data": <bytes 0 1 255>}}.
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <iostream>
@@ -17,13 +19,14 @@
 int main(int argc, char** argv) {
   using namespace velmo;
   if (argc < 3) {
-    std::cerr << "usage: velmo-bus-post NAME COUNT [OBJECT-PREFIX [OBJECT-SUFFIX]]\n";
+    std::cerr << "usage: velmo-bus-post NAME COUNT [OBJECT-PREFIX [OBJECT-SUFFIX [CYCLE]]]\n";
     return 64;
   }
   const std::string name = argv[1];
   const long count = std::atol(argv[2]);
   const char* prefix = argc > 3 ? argv[3] : nullptr;
   const std::string suffix = argc > 4 ? argv[4] : "";
+  const long cycle = argc > 5 ? std::max(1L, std::atol(argv[5])) : 0;
 
   asio::io_context context;
   platform::linux::SystemClock clock;
@@ -40,7 +43,7 @@ int main(int argc, char** argv) {
         {"nested", core::PlistValue(core::PlistDictionary{
                        {"data", core::PlistValue(core::PlistData{0, 1, 255})}})}};
     std::optional<std::string> object;
-    if (prefix) object = prefix + std::to_string(i) + suffix;
+    if (prefix) object = prefix + std::to_string(cycle ? i % cycle : i) + suffix;
     center.post(name, object, info);
   }
   context.poll();
