@@ -134,22 +134,34 @@ void UIController::reindex() {
 }
 
 void UIController::handleUserInitiatedCheck(const platform::DistributedNotification&) {
-  core::startTask(
-      collaborators_.mainExecutor,
-      [](std::shared_ptr<UIController> self) -> asio::awaitable<void> {
-        co_await self->userInitiatedCheck();
-      }(shared_from_this()),
-      logger_);
-}
-
-asio::awaitable<void> UIController::userInitiatedCheck() {
+  // Beyond the bound a check joins the newest one: it waits for the same
+  // pass of the gate and is completed with it, without a task of its own.
+  if (waitingChecks_ >= kMaxCheckTasks && newestCheck_) {
+    ++*newestCheck_;
+    return;
+  }
+  auto joined = std::make_shared<std::size_t>(0);
+  newestCheck_ = joined;
   // A progress post every two seconds while the gate serves the request; the
   // first comes two seconds after the start, none after the completion. Checks
   // that overlap share one ticker, so a flood of them can't multiply the posts.
   if (++waitingChecks_ == 1) armProgress();
+  core::startTask(
+      collaborators_.mainExecutor,
+      [](std::shared_ptr<UIController> self,
+         std::shared_ptr<std::size_t> joined) -> asio::awaitable<void> {
+        co_await self->userInitiatedCheck(std::move(joined));
+      }(shared_from_this(), std::move(joined)),
+      logger_);
+}
+
+asio::awaitable<void> UIController::userInitiatedCheck(std::shared_ptr<std::size_t> joined) {
   if (velmoRunCoordinator_) co_await velmoRunCoordinator_->requestRun(true);
-  collaborators_.distributedCenter.post(Name::userInitiatedUpdateCheckCompleted);
-  logger_.debug("Distributed notification sent for user-initiated update check completion.");
+  if (newestCheck_ == joined) newestCheck_.reset();
+  for (std::size_t check = 0; check <= *joined; ++check) {
+    collaborators_.distributedCenter.post(Name::userInitiatedUpdateCheckCompleted);
+    logger_.debug("Distributed notification sent for user-initiated update check completion.");
+  }
   if (--waitingChecks_ == 0) progress_.reset();
 }
 

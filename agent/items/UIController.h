@@ -46,6 +46,9 @@ class UIController final : public run::ListedItems,
   // item, so a list beyond this is no machine's and would hold the run gate
   // for hours.
   static constexpr std::size_t kMaxItems = 1000;
+  // User checks that wait for the gate, each a task; more join the newest.
+  // A user asks once, a companion per session; this is any account's flood.
+  static constexpr std::size_t kMaxCheckTasks = 256;
 
   struct Collaborators {
     core::Executor mainExecutor;
@@ -93,7 +96,8 @@ class UIController final : public run::ListedItems,
   // On the file strand.
   void writeState(const std::vector<core::UpdateItem>& items, const std::filesystem::path& url);
   void scheduleQueueChangedNotification();
-  asio::awaitable<void> userInitiatedCheck();
+  // `joined` counts the checks that joined this one and complete with it.
+  asio::awaitable<void> userInitiatedCheck(std::shared_ptr<std::size_t> joined);
   void armProgress();
   // Positions in `updateItems_`, so that lookups by id don't walk the list.
   std::optional<std::size_t> indexOf(const std::string& id) const;
@@ -112,6 +116,7 @@ class UIController final : public run::ListedItems,
   std::unordered_map<std::string, std::size_t> positions_;
   // One progress ticker serves every user check that waits for the gate.
   std::size_t waitingChecks_ = 0;
+  std::shared_ptr<std::size_t> newestCheck_;
   std::unique_ptr<platform::Timer> progress_;
   std::filesystem::path updateStateFile_;
   core::SerialExecutor itemUpdateQueue_;
