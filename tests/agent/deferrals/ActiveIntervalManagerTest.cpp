@@ -89,6 +89,27 @@ TEST_F(ActiveIntervalManagerTest, TheListGoesBeforeTheResponses) {
   EXPECT_EQ(quitAndWait("/Applications/Foo.app"), Calls{update("from.list")});
 }
 
+// Quits while an app's update runs start no second run; each set keeps its
+// newest entries.
+TEST_F(ActiveIntervalManagerTest, FloodsStayBounded) {
+  list({item("foo", "/Applications/Foo.app")});
+  launcher_.enqueue({.exitAfter = seconds(30)});
+  for (int i = 0; i < 5; ++i) quitAndWait("/Applications/Foo.app");
+  EXPECT_EQ(launchedArguments(), Calls{update("foo")});
+  clock_.advance(seconds(30));
+  EXPECT_EQ(quitAndWait("/Applications/Foo.app").size(), 2u);
+
+  for (std::size_t i = 0; i <= ActiveIntervalManager::kMaxEntries; ++i) {
+    const auto app = item("app" + std::to_string(i), "/Applications/A.app");
+    deferred(app);
+    deliver(Name::willPerformInstall, item("busy" + std::to_string(i), "/B.app").jsonText());
+  }
+  EXPECT_EQ(manager_->recentlyDeferredApps().size(), ActiveIntervalManager::kMaxEntries);
+  EXPECT_EQ(manager_->recentlyDeferredApps().front().appId, "app1");
+  EXPECT_EQ(manager_->ignoredApps().size(), ActiveIntervalManager::kMaxEntries);
+  EXPECT_EQ(manager_->ignoredApps().front().id, "busy1");
+}
+
 TEST_F(ActiveIntervalManagerTest, BadInputIsALoggedNoOp) {
   deliver(Name::dialogResponse, "not json");
   deliver(Name::willPerformInstall, std::nullopt);
