@@ -15,7 +15,11 @@ const Bundle& Bundle::main() { return mainBundle(); }
 void Bundle::setMain(Bundle bundle) { mainBundle() = std::move(bundle); }
 
 std::string Bundle::versionString() const {
-  return shortVersionString.value_or("Unknown") + "." + version.value_or("Unknown");
+  // An empty value says no more than a missing one.
+  const auto known = [](const std::optional<std::string>& value) {
+    return value && !value->empty() ? *value : std::string("Unknown");
+  };
+  return known(shortVersionString) + "." + known(version);
 }
 
 }  // namespace velmo::core

@@ -15,7 +15,7 @@ struct Bundle {
   static const Bundle& main();
   static void setMain(Bundle bundle);
 
-  // "<short version>.<build>", each "Unknown" where absent.
+  // "<short version>.<build>", each "Unknown" where absent or empty.
   std::string versionString() const;
 };
 

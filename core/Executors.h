@@ -14,7 +14,7 @@
 namespace velmo::core {
 
 // The main executor is the io_context run on the main thread; each serial
-// executor of the design is a strand over it.
+// executor an object owns is a strand over it.
 using Executor = asio::any_io_executor;
 using SerialExecutor = asio::strand<Executor>;
 

@@ -1,11 +1,13 @@
 #include "core/InternalMessenger.h"
 
 #include <atomic>
+#include <memory>
+#include <mutex>
 
 namespace velmo::core {
 namespace {
 
-std::atomic<InternalMessenger*> sharedMessenger{nullptr};
+std::atomic<platform::DistributedNotificationCenter*> defaultCenter{nullptr};
 
 // The object as JSON, or nothing when it is absent or not valid UTF-8 JSON
 // text. The parser rejects ill-formed UTF-8, so no lossy conversion happens.
@@ -22,11 +24,18 @@ InternalMessenger::InternalMessenger(platform::DistributedNotificationCenter& ce
     : center_(center) {}
 
 InternalMessenger* InternalMessenger::shared() {
-  return sharedMessenger.load(std::memory_order_acquire);
+  static std::once_flag once;
+  static std::unique_ptr<InternalMessenger> instance;
+  std::call_once(once, [] {
+    if (auto* center = defaultCenter.load(std::memory_order_acquire)) {
+      instance = std::make_unique<InternalMessenger>(*center);
+    }
+  });
+  return instance.get();
 }
 
-void InternalMessenger::setShared(InternalMessenger* messenger) {
-  sharedMessenger.store(messenger, std::memory_order_release);
+void InternalMessenger::setDefaultCenter(platform::DistributedNotificationCenter* center) {
+  defaultCenter.store(center, std::memory_order_release);
 }
 
 void InternalMessenger::postText(std::string_view name, std::string text) const {

@@ -10,8 +10,6 @@ namespace velmo::core {
 namespace NotificationName {
 
 inline constexpr std::string_view willPerformInstall = "com.marvenith.velmo.willPerformInstall";
-inline constexpr std::string_view removeDeferralsForItem =
-    "com.marvenith.velmo.removeDeferralsForItem";
 inline constexpr std::string_view promptForUpdate = "com.marvenith.velmo.promptForUpdate";
 inline constexpr std::string_view dialogResponse = "com.marvenith.velmo.dialogResponse";
 inline constexpr std::string_view openApp = "com.marvenith.velmo.openApp";

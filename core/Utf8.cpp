@@ -1,5 +1,6 @@
 #include "core/Utf8.h"
 
+#include <unicode/uchar.h>
 #include <unicode/utf8.h>
 
 #include <algorithm>
@@ -55,6 +56,30 @@ std::string escapedControls(std::string_view text) {
     }
   }
   return result;
+}
+
+std::string_view trimmedWhiteSpace(std::string_view text) {
+  // ICU steps backwards with 32-bit offsets; policy values are far shorter.
+  if (text.size() > static_cast<std::size_t>(INT32_MAX)) return text;
+  const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+  const auto length = static_cast<std::int32_t>(text.size());
+  std::int32_t start = 0;
+  while (start < length) {
+    std::int32_t next = start;
+    UChar32 character = 0;
+    U8_NEXT(bytes, next, length, character);
+    if (character < 0 || !u_isUWhiteSpace(character)) break;
+    start = next;
+  }
+  std::int32_t end = length;
+  while (end > start) {
+    std::int32_t previous = end;
+    UChar32 character = 0;
+    U8_PREV(bytes, start, previous, character);
+    if (character < 0 || !u_isUWhiteSpace(character)) break;
+    end = previous;
+  }
+  return text.substr(static_cast<std::size_t>(start), static_cast<std::size_t>(end - start));
 }
 
 }  // namespace velmo::core

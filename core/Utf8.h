@@ -16,4 +16,10 @@ bool isValidUtf8(std::string_view bytes);
 // sequence in one must not forge a line or drive a terminal.
 std::string escapedControls(std::string_view text);
 
+// The text without Unicode white space and newlines at either end (U+0009 to
+// U+000D, U+0020, U+0085, U+00A0, U+2028, U+2029 and the other spaces), as
+// the platform trims: a policy value pasted from a web page often ends in a
+// no-break space.
+std::string_view trimmedWhiteSpace(std::string_view text);
+
 }  // namespace velmo::core

@@ -27,8 +27,8 @@ namespace velmo::mdm {
 // root's own store. Rebuilt whole, 200 ms after the last of a burst of
 // wake, profile and defaults changes. State lives on the instance's strand;
 // the getters hop there, take the current snapshot, and answer from it.
-// (The getters are named for their result type: `bool(key:in:default:)` of
-// the design is boolValue here, and so on.)
+// (The getters are named for their result type: boolValue, intValue and
+// so on, one per kind of value a caller asks for.)
 class ManagedPrefs {
  public:
   static constexpr platform::Duration kReloadDebounce = std::chrono::milliseconds(200);

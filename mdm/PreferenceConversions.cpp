@@ -110,6 +110,12 @@ std::optional<std::vector<std::string>> PreferenceConversions::stringArray(
   return result;
 }
 
+bool PreferenceConversions::boolForKey(const platform::UserDefaults& defaults,
+                                       std::string_view key) {
+  const auto stored = defaults.object(key);
+  return stored && boolean(*stored).value_or(false);
+}
+
 bool PreferenceConversions::stringBoolValue(std::string_view text) {
   std::size_t at = 0;
   while (at < text.size() && isWhiteSpace(text[at])) ++at;

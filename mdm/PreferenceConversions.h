@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "core/PlistValue.h"
+#include "platform/UserDefaults.h"
 
 namespace velmo::mdm {
 
@@ -34,6 +35,10 @@ class PreferenceConversions {
       const core::PlistValue& value);
   // Strings, and numbers as their text, in order; other elements dropped.
   static std::optional<std::vector<std::string>> stringArray(const core::PlistValue& value);
+
+  // A defaults key read as the platform's boolForKey: does: unset or unusable
+  // is false, a number or a string converts as `boolean` does.
+  static bool boolForKey(const platform::UserDefaults& defaults, std::string_view key);
 
   // After white space: Y, y, T or t is true; else after one optional sign
   // and any zeros, true exactly when a digit 1 to 9 follows.

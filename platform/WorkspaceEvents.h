@@ -6,7 +6,8 @@
 
 namespace velmo::platform {
 
-enum class WorkspaceEvent { willSleep, didWake, willPowerOff };
+// `powerOffCancelled`: a power-off that was announced did not happen.
+enum class WorkspaceEvent { willSleep, didWake, willPowerOff, powerOffCancelled };
 
 // Sleep, wake and power-off of the machine. Handlers run on the main executor.
 class WorkspaceEvents {

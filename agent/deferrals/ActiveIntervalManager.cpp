@@ -43,7 +43,8 @@ void ActiveIntervalManager::observe(
 }
 
 std::string ActiveIntervalManager::normalizedPath(const std::string& path) {
-  const auto url = core::URL::fileURLWithPath(path);
+  // A relative path is taken from the root, as for a dialog response's URL.
+  const auto url = core::URL::fileURLWithPath(path.starts_with('/') ? path : "/" + path);
   return url ? url->path() : path;
 }
 

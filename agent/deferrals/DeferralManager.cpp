@@ -1,9 +1,11 @@
 #include "agent/deferrals/DeferralManager.h"
 
 #include <algorithm>
+#include <limits>
 
 #include <asio/post.hpp>
 
+#include "agent/run/AgentNotificationNames.h"
 #include "core/DialogResponse.h"
 #include "core/NotificationNames.h"
 #include "core/UpdateItem.h"
@@ -27,7 +29,7 @@ DeferralManager::DeferralManager(const Collaborators& collaborators)
       Name::didPerformInstall,
       [this](const platform::DistributedNotification& n) { processInstallation(n); }));
   localObserver_ = collaborators_.notificationCenter.addObserver(
-      Name::removeDeferralsForItem,
+      run::AgentNotificationName::removeDeferralsForItem,
       [this](const std::any& object) { handleRemoveDeferralsForItem(object); });
 }
 
@@ -132,7 +134,8 @@ void DeferralManager::FileWork::apply(const std::vector<Change>& changes) {
                                 : core::Deferral::make(change.appId, change.targetVersion);
     const std::int64_t count = record.deferralCount.value_or(0);
     logger.debug("Loaded deferral: " + record.identifier + ", count: " + std::to_string(count));
-    record.deferralCount = count + 1;
+    // Saturates: a record deferred 2^63 times stays at the top.
+    record.deferralCount = count < std::numeric_limits<std::int64_t>::max() ? count + 1 : count;
     logger.debug("Incremented deferral count to: " + std::to_string(*record.deferralCount));
     if (!record.deferrals) record.deferrals.emplace();
     record.deferrals->push_back(change.detail);

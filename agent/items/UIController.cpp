@@ -1,10 +1,12 @@
 #include "agent/items/UIController.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
 #include <asio/post.hpp>
 
+#include "agent/run/AgentNotificationNames.h"
 #include "core/InstallState.h"
 #include "core/NotificationNames.h"
 
@@ -238,7 +240,8 @@ void UIController::scheduleRemoval(const core::UpdateItem& item, core::TimeInter
 
 void UIController::postRemoveDeferrals(const core::UpdateItem& item) {
   logger_.debug("Sending notification to remove deferrals for app ID: " + item.id);
-  collaborators_.notificationCenter.post(Name::removeDeferralsForItem, std::any(item));
+  collaborators_.notificationCenter.post(run::AgentNotificationName::removeDeferralsForItem,
+                                         std::any(item));
 }
 
 asio::awaitable<void> UIController::removeItem(core::UpdateItem item, core::TimeInterval delay) {
@@ -316,7 +319,9 @@ void UIController::saveState(bool force) {
   if (!force && lastSaveTime_) {
     const auto elapsed = std::chrono::duration_cast<core::TimeInterval>(now - *lastSaveTime_);
     if (elapsed < minSaveInterval) {
-      const core::TimeInterval remaining = minSaveInterval - elapsed;
+      // A wall clock stepped back would otherwise put the save off by the step.
+      const core::TimeInterval remaining =
+          std::clamp(minSaveInterval - elapsed, core::TimeInterval{0}, minSaveInterval);
       char formatted[32];
       std::snprintf(formatted, sizeof formatted, "%.3f", remaining.count());
       if (delayedSaveWorkItem_) {

@@ -1,9 +1,11 @@
 #include "agent/items/VelmoAgentQueue.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 
 #include "core/SubscriberOperators.h"
+#include "mdm/PreferenceConversions.h"
 
 namespace velmo::agent::items {
 namespace {
@@ -34,7 +36,7 @@ std::string idList(const std::vector<core::UpdateItem>& items) {
 }  // namespace
 
 VelmoAgentQueue::VelmoAgentQueue(const Collaborators& collaborators)
-    : collaborators_(collaborators), _updateMAS(collaborators.userDefaults, "UpdateMAS", false) {
+    : collaborators_(collaborators) {
   using Items = std::vector<core::UpdateItem>;
   cancellables_.push_back(_serialQueueItems.subscribe(core::dropFirst<Items>(
       [this](const Items& items) { logger_.debug("Items in serial queue: " + idList(items)); })));
@@ -144,7 +146,10 @@ asio::awaitable<void> VelmoAgentQueue::runSerialSide(core::UpdateItem item) {
 
 std::vector<std::string> VelmoAgentQueue::arguments(const core::UpdateItem& item) const {
   std::vector<std::string> words{"install", item.id, "--menu-bar-notification", "--user-initiated"};
-  if (_updateMAS.wrappedValue()) words.push_back("--update-mas");
+  // Read as the platform reads a Boolean default: "YES", "true" and 2 all say yes.
+  if (mdm::PreferenceConversions::boolForKey(collaborators_.userDefaults, "UpdateMAS")) {
+    words.push_back("--update-mas");
+  }
   return words;
 }
 
@@ -163,7 +168,7 @@ asio::awaitable<void> VelmoAgentQueue::process(core::UpdateItem item) {
   const platform::TimePoint end = collaborators_.clock.now();
   char seconds[32];
   std::snprintf(seconds, sizeof seconds, "%.2f",
-                std::chrono::duration_cast<core::TimeInterval>(end - start).count());
+                std::max(0.0, std::chrono::duration_cast<core::TimeInterval>(end - start).count()));
   logger_.debug("Finished processing queued update item: " + item.id + " at " +
                 defaultDescription(end));
   logger_.debug("Time taken to process queued update item " + item.id + ": " + seconds +

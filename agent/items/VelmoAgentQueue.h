@@ -9,7 +9,6 @@
 
 #include "agent/run/VelmoRunner.h"
 #include "core/CustomLogger.h"
-#include "core/Defaults.h"
 #include "core/Executors.h"
 #include "core/LogBudget.h"
 #include "core/Published.h"
@@ -88,7 +87,6 @@ class VelmoAgentQueue {
   std::size_t concurrentRuns_ = 0;
   // Ids waiting or running on either side.
   std::unordered_set<std::string> inWork_;
-  core::Defaults<bool> _updateMAS;
   std::vector<core::Subscription> cancellables_;
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };

@@ -78,8 +78,7 @@ int main(int argc, char** argv) {
       bus, {core::NotificationName::rootOnly.begin(), core::NotificationName::rootOnly.end()});
   platform::linux::LogindWorkspaceEvents workspaceEvents(bus);
   core::NotificationCenter notificationCenter;
-  core::InternalMessenger messenger(distributedCenter);
-  core::InternalMessenger::setShared(&messenger);
+  core::InternalMessenger::setDefaultCenter(&distributedCenter);
   platform::linux::ManagedPreferencesWatcher preferencesWatcher(
       {mainExecutor, clock, paths, distributedCenter, notificationCenter});
 

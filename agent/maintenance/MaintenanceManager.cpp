@@ -1,6 +1,7 @@
 #include "agent/maintenance/MaintenanceManager.h"
 
 #include <limits>
+#include <memory>
 
 #include <asio/experimental/awaitable_operators.hpp>
 #include <asio/post.hpp>
@@ -58,9 +59,11 @@ asio::awaitable<void> MaintenanceManager::runMaintenanceAndReschedule() {
     logger_.debug("A maintenance cycle is already running; it schedules the next one.");
     co_return;
   }
+  // Cleared however the cycle ends, so that no fault can stop housekeeping.
   cycleRunning_ = true;
+  const std::unique_ptr<bool, void (*)(bool*)> running(&cycleRunning_,
+                                                       [](bool* flag) { *flag = false; });
   co_await runMaintenance();
-  cycleRunning_ = false;
   scheduleTimer();
 }
 
@@ -105,7 +108,7 @@ asio::awaitable<void> MaintenanceManager::onMain(std::function<void()> job) {
 asio::awaitable<void> MaintenanceManager::submitReport() {
   logger_.info("Generating and submitting Velmo Report...");
   std::vector<std::string> arguments{"report", "--submit"};
-  const int code = co_await collaborators_.runner.run(std::move(arguments), std::nullopt);
+  const int code = co_await collaborators_.runner.run(std::move(arguments), kReportTimeLimit);
   if (code == 0) {
     logger_.info("Velmo Report submitted successfully.");
   } else {

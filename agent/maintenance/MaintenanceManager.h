@@ -34,6 +34,9 @@ class MaintenanceManager : public std::enable_shared_from_this<MaintenanceManage
   static constexpr int kCacheAgeLimitDays = 7;
   static constexpr std::uint64_t kLogLimitMegabytes = 5;
   static constexpr int kTempArtifactAgeLimitDays = 1;
+  // A report takes minutes; one that hangs must not hold the cycle, and with
+  // it log and cache housekeeping, for ever.
+  static constexpr core::TimeInterval kReportTimeLimit{3600.0};
 
   struct Collaborators {
     core::Executor mainExecutor;

@@ -19,8 +19,7 @@ ToolLinkMaintainer::ToolLinkMaintainer(platform::FileManager& files,
 void ToolLinkMaintainer::maintainToolLink() const {
   // The exists test follows the link, so a dangling link counts as missing.
   const bool exists = files_.fileExists(link_);
-  const auto stored = userDefaults_.object("RemoveVelmoSymlink");
-  const bool remove = stored && mdm::PreferenceConversions::boolean(*stored).value_or(false);
+  const bool remove = mdm::PreferenceConversions::boolForKey(userDefaults_, "RemoveVelmoSymlink");
   if (!exists && !remove) {
     logger_.info("The velmo symlink is missing; creating now.");
     if (const auto error = files_.createSymbolicLink(link_, destination_)) {

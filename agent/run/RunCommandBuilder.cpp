@@ -4,17 +4,10 @@
 #include <set>
 
 #include "core/PackageIntegrityPolicy.h"
+#include "core/Utf8.h"
 
 namespace velmo::agent::run {
 namespace {
-
-std::string_view trimmed(std::string_view text) {
-  constexpr std::string_view kWhiteSpace = " \t\n\r\v\f";
-  const auto first = text.find_first_not_of(kWhiteSpace);
-  if (first == std::string_view::npos) return {};
-  const auto last = text.find_last_not_of(kWhiteSpace);
-  return text.substr(first, last - first + 1);
-}
 
 std::string lowerCased(std::string_view text) {
   std::string result(text);
@@ -36,7 +29,7 @@ std::vector<std::string> sharedFlags(const RunPolicy& policy) {
   if (policy.updateMAS) flags.emplace_back("--update-mas");
   if (policy.integrityPolicyRaw) {
     // An exact match, case included; anything else leaves the flag out.
-    const std::string_view text = trimmed(*policy.integrityPolicyRaw);
+    const std::string_view text = core::trimmedWhiteSpace(*policy.integrityPolicyRaw);
     if (auto integrity = core::packageIntegrityPolicyFromRawValue(text)) {
       flags.emplace_back("--integrity-policy");
       flags.emplace_back(core::rawValue(*integrity));
@@ -58,7 +51,7 @@ std::string joined(const Command& command) {
 }
 
 std::string_view RunCommandBuilder::updateChannelLabel(const std::optional<std::string>& channel) {
-  const std::string text = channel ? lowerCased(trimmed(*channel)) : std::string();
+  const std::string text = channel ? lowerCased(core::trimmedWhiteSpace(*channel)) : std::string();
   if (text == "rc") return "marvenith-velmo-rc";
   if (text == "preview" || text == "beta") return "marvenith-velmo-preview";
   if (text == "dev") return "marvenith-velmo-dev";

@@ -183,7 +183,15 @@ void VelmoRunCoordinator::rescheduleFromLastRun(std::optional<RescheduleReason> 
     scheduleNextRun();
     return;
   }
-  const platform::TimePoint due = last->value + core::toDuration(timerInterval_);
+  platform::TimePoint lastRun = last->value;
+  if (lastRun > now) {
+    // Stamped by a clock that was wrong once: planning from it would stop
+    // runs until that date has passed.
+    logger_.warning("The last Velmo Run is recorded at " + friendly(lastRun) +
+                    ", in the future; planning from now.");
+    lastRun = now;
+  }
+  const platform::TimePoint due = lastRun + core::toDuration(timerInterval_);
   const platform::TimePoint base = now >= due ? now : due;
   const platform::TimePoint next = nextAllowedDate(base, reason);
   const auto delta = next - now;
@@ -193,9 +201,7 @@ void VelmoRunCoordinator::rescheduleFromLastRun(std::optional<RescheduleReason> 
     return;
   }
   scheduleTimer(std::chrono::duration_cast<core::TimeInterval>(delta), reason);
-  // A last run stamped in the future (a clock set back) reads as just now.
-  logger_.debug("Last Velmo Run was " +
-                describe(std::max(now - last->value, platform::Duration{})) + " ago.");
+  logger_.debug("Last Velmo Run was " + describe(now - lastRun) + " ago.");
 }
 
 platform::TimePoint VelmoRunCoordinator::nextAllowedDate(
@@ -245,6 +251,11 @@ void VelmoRunCoordinator::handleWorkspaceEvent(platform::WorkspaceEvent event) {
       invalidateTimer();
       return;
     case platform::WorkspaceEvent::didWake:
+      wakeSubject_.trigger();
+      return;
+    case platform::WorkspaceEvent::powerOffCancelled:
+      // The power-off cleared the plan; the machine goes on as after a wake.
+      logger_.debug("System power-off was cancelled. Replanning the Velmo Run timer.");
       wakeSubject_.trigger();
       return;
   }

@@ -20,13 +20,16 @@ class VirtualClock final : public Clock {
 
   explicit VirtualClock(asio::io_context& context, TimePoint start = kDefaultStart);
 
-  TimePoint now() const override { return now_; }
+  TimePoint now() const override { return now_ + wallStep_; }
   std::unique_ptr<Timer> scheduleAfter(Duration delay, asio::any_io_executor executor,
                                        std::function<void()> action) override;
 
   // Moves time forward by `step`, firing every timer that falls due on the way
   // at its own instant, in order.
   void advance(Duration step);
+  // Sets the wall clock by `step` (back when negative), as an administrator or
+  // a time service does: timers keep their own time and fire as armed.
+  void stepWallClock(Duration step) { wallStep_ += step; }
   // Runs everything that is ready now without moving time.
   void runUntilIdle();
   // Armed, uncancelled timers.
@@ -40,7 +43,8 @@ class VirtualClock final : public Clock {
   };
 
   asio::io_context& context_;
-  TimePoint now_;
+  TimePoint now_;  // Timers' time; now() adds the wall clock's steps.
+  Duration wallStep_{};
   std::uint64_t sequence_ = 0;
   std::map<std::pair<TimePoint, std::uint64_t>, Entry> entries_;
 };

@@ -105,8 +105,7 @@ void LogindWorkspaceEvents::handlePrepare(sd_bus_message* message, bool shutdown
   }
   WorkspaceEvent event;
   if (shutdown) {
-    if (!active) return;  // A cancelled shutdown: nothing to undo here.
-    event = WorkspaceEvent::willPowerOff;
+    event = active ? WorkspaceEvent::willPowerOff : WorkspaceEvent::powerOffCancelled;
   } else {
     event = active ? WorkspaceEvent::willSleep : WorkspaceEvent::didWake;
   }

@@ -136,7 +136,13 @@ void SdBusNotificationCenter::post(std::string_view name, std::optional<std::str
 void SdBusNotificationCenter::send(const DistributedNotification& notification) {
   sd_bus* bus = connection_.bus();
   if (!bus) {
-    logger_.debug("Not connected to the bus; dropped post of " + notification.name);
+    // This process's observers still hear it: a policy change during a bus
+    // outage must not wait for the next one.
+    logger_.debug("Not connected to the bus; " + notification.name + " reaches this process only");
+    DistributedNotification own = notification;
+    own.senderUid = ::geteuid();
+    own.postNumber = ++deliveredPosts_;
+    dispatch(own);
     return;
   }
   sd_bus_message* message = nullptr;
@@ -217,6 +223,10 @@ void SdBusNotificationCenter::deliver(sd_bus_message* message, std::uint32_t sen
                       });
     return;
   }
+  dispatch(notification);
+}
+
+void SdBusNotificationCenter::dispatch(const DistributedNotification& notification) {
   auto found = names_.find(notification.name);
   if (found == names_.end()) return;
   // Handlers may add or remove observers: walk a snapshot of the tokens and

@@ -70,6 +70,8 @@ class SdBusNotificationCenter final : public DistributedNotificationCenter {
   void receive(sd_bus_message* message);
   void deliver(sd_bus_message* message, std::uint32_t senderUid);
   void deliverWaiting();
+  // Calls this process's observers of the notification's name.
+  void dispatch(const DistributedNotification& notification);
   void answered(const std::string& uniqueName, std::uint32_t uid);
   void remember(const std::string& uniqueName, std::uint32_t uid);
   void forgetAccounts();

@@ -109,5 +109,20 @@ TEST_F(InternalMessengerTest, EachObserverGetsEachPostDecodedOnceUntilItStops) {
   EXPECT_EQ(second, (std::vector<Sample>{{"a", 1}, {"b", 2}}));
 }
 
+// Built on its first use, once: a centre named later changes nothing.
+TEST(InternalMessengerShared, IsBuiltOnceOnFirstUse) {
+  asio::io_context context;
+  platform::fake::FakeDistributedNotificationCenter first(context.get_executor());
+  platform::fake::FakeDistributedNotificationCenter second(context.get_executor());
+  InternalMessenger::setDefaultCenter(&first);
+  InternalMessenger* shared = InternalMessenger::shared();
+  ASSERT_NE(shared, nullptr);
+  InternalMessenger::setDefaultCenter(&second);
+  EXPECT_EQ(InternalMessenger::shared(), shared);
+  shared->post(kName, Sample{"a", 1});
+  EXPECT_EQ(first.postsNamed(kName).size(), 1u);
+  EXPECT_TRUE(second.posts().empty());
+}
+
 }  // namespace
 }  // namespace velmo::core

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # A managed preferences file written as configuration tools do (beside, then
 # moved into place) makes the agent post one management-status notification
-# naming its domain, and one changedDomains, as dbus-monitor sees them.
+# naming its domain, and one changedDomains, as dbus-monitor sees them. A
+# policy written while the bus daemon is down still applies within 10 s.
 # Usage: policy_post_test.sh <velmo-agent> <stand-in tool>
 source "$(dirname "$0")/lib.sh"
 e2e_setup "$1" "$2"
@@ -19,4 +20,19 @@ grep -A12 "$wanted" "$workdir/monitor.log" | grep -q 'string "com.marvenith.velm
   fail "domain missing from the user info"
 grep -q 'string "com.apple.MCX.changedDomains"$' "$workdir/monitor.log" || fail "no changedDomains post"
 echo "management post seen once with its domain"
+
+kill "$bus_pid"
+wait "$bus_pid" 2>/dev/null
+rm -f "$workdir/bus"
+wait_for 10 'agent_output | grep -qF "System bus connection lost"' || fail "the agent missed the outage"
+manage '<key>UpdateAll</key><true/><key>InstallOrUpdate</key><array><string>during.outage</string></array>'
+changed=$(date +%s.%N)
+sleep 4
+start_private_bus || fail "bus restart"
+restarted=$(date +%s.%N)
+wait_for 10 'grep -q "^install .*during.outage" "$workdir/calls.log"' ||
+  fail "a policy written during a bus outage was not applied within 10 s of the bus's return"
+now=$(date +%s.%N)
+echo "policy written during a bus outage applied $(seconds_between "$changed" "$now") s after" \
+  "the change, $(seconds_between "$restarted" "$now") s after the bus came back"
 finish

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "agent/run/AgentNotificationNames.h"
 #include "core/DialogResponse.h"
 #include "core/NotificationNames.h"
 #include "tests/support/AgentFakes.h"
@@ -80,14 +81,16 @@ TEST_F(DeferralManagerTest, RemovalGoesByTheRecordsOwnAppIDUnderscoresAndAll) {
   respond(item("com.example_tool"), {Kind::deferral, ""});
   respond(item("com.example"), {Kind::deferral, ""});
   respond(item("com.example", "3.0"), {Kind::deferral, ""});
-  notifications_.post(Name::removeDeferralsForItem, std::any(item("com.example_tool")));
+  notifications_.post(run::AgentNotificationName::removeDeferralsForItem,
+                      std::any(item("com.example_tool")));
   clock_.runUntilIdle();
   auto left = records();
   ASSERT_EQ(left.size(), 2u);
   for (const auto& [key, record] : left) EXPECT_EQ(record.appId, "com.example") << key;
   // "com.example" is a prefix of the other key, and still only its own records go.
   respond(item("com.example_tool"), {Kind::deferral, ""});
-  notifications_.post(Name::removeDeferralsForItem, std::any(item("com.example")));
+  notifications_.post(run::AgentNotificationName::removeDeferralsForItem,
+                      std::any(item("com.example")));
   clock_.runUntilIdle();
   left = records();
   ASSERT_EQ(left.size(), 1u);

@@ -237,6 +237,17 @@ TEST_F(UIControllerTest, AnEnqueuedItemGoesToTheQueueNotToTheList) {
   EXPECT_EQ(ids(), std::vector<std::string>{"a"});
 }
 
+// The throttle measures with the wall clock; one stepped back an hour still
+// saves within 0.3 s.
+TEST_F(UIControllerTest, AClockSteppedBackDelaysASaveByNoMoreThanTheThrottle) {
+  start();
+  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"a"}));
+  clock_.stepWallClock(-std::chrono::hours(1));
+  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"b"}));
+  advance(milliseconds(300));
+  EXPECT_EQ(fileIDs(), (std::vector<std::string>{"a", "b"}));
+}
+
 // An add that would take the list beyond its bound is refused whole; one that
 // fills it exactly, overwriting as it goes, is taken.
 TEST_F(UIControllerTest, TheListTakesAtMostAThousandItems) {

@@ -72,6 +72,24 @@ TEST_F(MaintenanceManagerTest, TheReportHoldsUpTheEndOfTheCycle) {
   EXPECT_EQ(stored("MaintenanceTaskRunCount"), core::PlistValue(std::int64_t{1}));
 }
 
+// A report that hangs is stopped after an hour, and the next cycle, after a
+// wake 9 h later, still cuts the log.
+TEST_F(MaintenanceManagerTest, AHungReportEndsItsCycleAfterAnHour) {
+  stores_.setManaged("com.marvenith.velmo", {{"EnableDashboardReporting", true}});
+  launcher_.enqueue({.exitAfterTerminate = seconds(1)});
+  start();
+  clock_.advance(hours(1) + seconds(1));
+  EXPECT_TRUE(logged("Failed to submit Velmo Report with exit code: 124"));
+  EXPECT_TRUE(logged("Maintenance cycle #1 finished in: "));
+  files_.addFile(paths_.logFile(), std::string(6 * 1024 * 1024, 'x') + "\nkept\n");
+  workspace_.send(platform::WorkspaceEvent::willSleep);
+  clock_.advance(hours(9));
+  workspace_.send(platform::WorkspaceEvent::didWake);
+  clock_.advance(seconds(5));
+  EXPECT_TRUE(logged("Maintenance cycle #2 finished in: "));
+  EXPECT_EQ(files_.readFile(paths_.logFile()), "kept\n");
+}
+
 // Waking plans from the end of the last cycle.
 struct WakeCase {
   const char* name;

@@ -234,6 +234,36 @@ INSTANTIATE_TEST_SUITE_P(Events, SleepOrPowerOff,
                          ::testing::Values(WorkspaceEvent::willSleep,
                                            WorkspaceEvent::willPowerOff));
 
+// A wake, and a power-off that was cancelled, replan from the last run.
+class WakeOrCancelledPowerOff : public VelmoRunCoordinatorTest,
+                                public ::testing::WithParamInterface<WorkspaceEvent> {};
+
+TEST_P(WakeOrCancelledPowerOff, ReplansFiveSecondsLater) {
+  start();
+  clock_.advance(seconds(1));
+  workspace_.send(GetParam() == WorkspaceEvent::didWake ? WorkspaceEvent::willSleep
+                                                        : WorkspaceEvent::willPowerOff);
+  clock_.advance(hours(1));
+  workspace_.send(GetParam());
+  clock_.advance(seconds(5));
+  EXPECT_EQ(coordinator_->nextRunDate(), kStart + seconds(1) + hours(4));
+}
+
+INSTANTIATE_TEST_SUITE_P(Events, WakeOrCancelledPowerOff,
+                         ::testing::Values(WorkspaceEvent::didWake,
+                                           WorkspaceEvent::powerOffCancelled));
+
+TEST_F(VelmoRunCoordinatorTest, ALastRunInTheFuturePlansFromNow) {
+  start();
+  clock_.advance(seconds(1));
+  state_.setValue(core::PlistValue(core::PlistDate{clock_.now() + hours(24 * 30)}),
+                  PlistKey::lastUpdateTaskRun);
+  workspace_.send(WorkspaceEvent::didWake);
+  clock_.advance(seconds(5));
+  EXPECT_EQ(coordinator_->nextRunDate(), clock_.now() + hours(4));
+  EXPECT_TRUE(logged(", in the future; planning from now."));
+}
+
 TEST_F(VelmoRunCoordinatorTest, AWakeAfterTheIntervalRunsFiveSecondsLater) {
   start();
   clock_.advance(seconds(1));

@@ -50,11 +50,12 @@ TEST_F(LogindWorkspaceEventsTest, SignalsOfTheNameOwnerBecomeWorkspaceEvents) {
   logind.ownName();
   logind.emit("PrepareForSleep", true);
   logind.emit("PrepareForSleep", false);
-  logind.emit("PrepareForShutdown", false);  // A cancelled shutdown: no event.
   logind.emit("PrepareForShutdown", true);
-  ASSERT_TRUE(runUntil(context_, [&] { return seen_.size() == 3; }));
+  logind.emit("PrepareForShutdown", false);
+  ASSERT_TRUE(runUntil(context_, [&] { return seen_.size() == 4; }));
   EXPECT_EQ(seen_, (std::vector<WorkspaceEvent>{WorkspaceEvent::willSleep, WorkspaceEvent::didWake,
-                                                WorkspaceEvent::willPowerOff}));
+                                                WorkspaceEvent::willPowerOff,
+                                                WorkspaceEvent::powerOffCancelled}));
 }
 
 TEST_F(LogindWorkspaceEventsTest, TheSameSignalsFromAnyoneElseAreIgnored) {
