@@ -83,6 +83,11 @@ TEST_F(ActiveIntervalManagerTest, ADeferredAppNoLongerListedIsUpdatedThroughTheR
   EXPECT_EQ(quitAndWait("/Applications/Foo.app"), Calls{update("foo.response")});
 }
 
+TEST_F(ActiveIntervalManagerTest, ARelativeInstallPathIsTakenFromTheRoot) {
+  list({item("rel", "Applications/Rel.app")});
+  EXPECT_EQ(quitAndWait("/Applications/Rel.app"), Calls{update("rel")});
+}
+
 TEST_F(ActiveIntervalManagerTest, TheListGoesBeforeTheResponses) {
   deferred(item("from.response", "/Applications/Foo.app"));
   list({item("from.list", "/Applications/Foo.app")});
