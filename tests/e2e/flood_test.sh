@@ -22,19 +22,8 @@ chmod 755 "$workdir"  # The bus socket lies there; the user must reach it.
 as_user() { setpriv --reuid=65534 --regid=65534 --clear-groups "$@"; }
 export VELMO_STANDIN_DELAY_FILE="$workdir/delay" VELMO_STANDIN_COMPARE_DELAY=0
 tool_takes() { echo "$1" >"$VELMO_STANDIN_DELAY_FILE"; }
-cpu() { awk '{ print $14 + $15 }' "/proc/$agent_pid/stat"; }  # In clock ticks.
 ticks=$(getconf CLK_TCK)
 status() { awk -v key="$1:" '$1 == key { print $2 }' "/proc/$agent_pid/status"; }  # In kB.
-settle() {  # Until the agent's CPU time stands still for a second, at most 60 s.
-  local before after=-1 limit=$(($(date +%s) + 60))
-  while [ "$(date +%s)" -lt "$limit" ]; do
-    before=$after
-    sleep 1
-    after=$(cpu)
-    [ "$after" = "$before" ] && return 0
-  done
-  fail "agent still busy after 60 s"
-}
 report=()
 say() { report+=("$*"); echo "$*"; }
 

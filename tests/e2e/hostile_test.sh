@@ -22,17 +22,6 @@ emit() {  # emit <name> <object as GVariant text> <user info as GVariant text>
 }
 send() { dbus-send --system --type=signal /com/marvenith/velmo $v.Notifications.Post "$@" || fail "dbus-send $*"; }
 rss() { awk '/^VmRSS/ { print $2 }' "/proc/$agent_pid/status"; }
-cpu() { awk '{ print $14 + $15 }' "/proc/$agent_pid/stat"; }
-settle() {  # Until the agent's CPU time stands still for a second, at most 60 s.
-  local before after=-1 limit=$(($(date +%s) + 60))
-  while [ "$(date +%s)" -lt "$limit" ]; do
-    before=$after
-    sleep 1
-    after=$(cpu)
-    [ "$after" = "$before" ] && return 0
-  done
-  fail "agent still busy after 60 s"
-}
 marker() {  # A valid item after everything else; its arrival means the rest was read.
   mark=$1
   post addItemsToUIControllerQueue "[$(item_json "$mark")]"

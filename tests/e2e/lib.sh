@@ -6,6 +6,7 @@
 #   wait_for <seconds> <command...>           polls every 50 ms; false on time-out;
 #                                             one quoted word is evaluated afresh each time
 #   fail <text>                               counts a failure; finish reports them
+#   settle                                    waits until the agent's CPU time stands still
 set -u
 failures=0
 agent_pid="" bus_pid="" extra_pids=""
@@ -129,6 +130,19 @@ manage() {
 PLIST
   cp "$workdir/policy.plist" "$managed/.policy.tmp"
   mv "$managed/.policy.tmp" "$managed/${2:-com.marvenith.velmo-agent}.plist"
+}
+
+# The agent's CPU time so far, in clock ticks.
+cpu() { awk '{ print $14 + $15 }' "/proc/$agent_pid/stat"; }
+settle() {  # Until the agent's CPU time stands still for a second, at most 60 s.
+  local before after=-1 limit=$(($(date +%s) + 60))
+  while [ "$(date +%s)" -lt "$limit" ]; do
+    before=$after
+    sleep 1
+    after=$(cpu)
+    [ "$after" = "$before" ] && return 0
+  done
+  fail "agent still busy after 60 s"
 }
 
 # Lines of the agent's standard output without colour codes.
