@@ -7,7 +7,7 @@
 #include <asio/detached.hpp>
 #include <asio/io_context.hpp>
 
-#include "core/NotificationCenter.h"
+#include "core/notifications/NotificationCenter.h"
 #include "mdm/ManagedPrefs.h"
 #include "platform/fake/FakeDistributedNotificationCenter.h"
 #include "platform/fake/FakePreferenceStores.h"

@@ -5,7 +5,7 @@
 
 #include <chrono>
 
-#include "core/VelmoWindowPolicy.h"
+#include "core/time/VelmoWindowPolicy.h"
 
 namespace {
 

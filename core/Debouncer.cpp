@@ -2,8 +2,8 @@
 
 namespace velmo::core {
 
-Debouncer::Debouncer(asio::any_io_executor executor, platform::Clock& clock,
-                     platform::Duration delay, std::function<void()> action)
+Debouncer::Debouncer(asio::any_io_executor executor, platform::Clock& clock, Duration delay,
+                     std::function<void()> action)
     : executor_(std::move(executor)), clock_(clock), delay_(delay), action_(std::move(action)) {}
 
 void Debouncer::trigger() {

@@ -14,7 +14,7 @@ namespace velmo::core {
 // called there too. Destroying the debouncer drops a pending action.
 class Debouncer {
  public:
-  Debouncer(asio::any_io_executor executor, platform::Clock& clock, platform::Duration delay,
+  Debouncer(asio::any_io_executor executor, platform::Clock& clock, Duration delay,
             std::function<void()> action);
 
   void trigger();
@@ -23,7 +23,7 @@ class Debouncer {
  private:
   asio::any_io_executor executor_;
   platform::Clock& clock_;
-  platform::Duration delay_;
+  Duration delay_;
   std::function<void()> action_;
   std::unique_ptr<platform::Timer> timer_;
 };

@@ -9,7 +9,7 @@
 #include <asio/strand.hpp>
 #include <asio/use_awaitable.hpp>
 
-#include "core/CustomLogger.h"
+#include "core/logging/CustomLogger.h"
 
 namespace velmo::core {
 

@@ -41,8 +41,7 @@ std::function<void(const T&)> dropFirst(std::function<void(const T&)> next, int 
 // value goes with the last copy of the returned handler.
 template <typename T>
 std::function<void(const T&)> debounce(asio::any_io_executor executor, platform::Clock& clock,
-                                       platform::Duration delay,
-                                       std::function<void(const T&)> next) {
+                                       Duration delay, std::function<void(const T&)> next) {
   struct State {
     std::optional<T> latest;
     std::unique_ptr<Debouncer> debouncer;

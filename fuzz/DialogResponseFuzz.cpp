@@ -6,9 +6,9 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "core/Deferral.h"
-#include "core/DialogResponse.h"
-#include "core/ToolIdentifier.h"
+#include "core/deferrals/Deferral.h"
+#include "core/deferrals/DialogResponse.h"
+#include "core/items/ToolIdentifier.h"
 
 namespace {
 

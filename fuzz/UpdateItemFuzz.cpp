@@ -12,9 +12,9 @@
 #include <string_view>
 #include <vector>
 
-#include "core/LooseNumericVersion.h"
-#include "core/ToolIdentifier.h"
-#include "core/UpdateItem.h"
+#include "core/items/LooseNumericVersion.h"
+#include "core/items/ToolIdentifier.h"
+#include "core/items/UpdateItem.h"
 
 namespace {
 

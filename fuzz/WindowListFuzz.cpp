@@ -15,9 +15,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "core/PropertyList.h"
-#include "core/VelmoTimeWindow.h"
-#include "core/VelmoWindowPolicy.h"
+#include "core/plist/PropertyList.h"
+#include "core/time/VelmoTimeWindow.h"
+#include "core/time/VelmoWindowPolicy.h"
 #include "platform/fake/FakeUserDefaults.h"
 
 namespace {
@@ -59,7 +59,7 @@ void checkSearch(std::vector<VelmoTimeWindow> allow, std::vector<VelmoTimeWindow
   deny.resize(std::min(deny.size(), kMostWindows));
   const auto hash = std::hash<std::string_view>{}(text);
   // Any moment from 1970 to about 2106, to the second.
-  const velmo::platform::TimePoint after{std::chrono::seconds(hash % (std::uint64_t{1} << 32))};
+  const velmo::core::TimePoint after{std::chrono::seconds(hash % (std::uint64_t{1} << 32))};
   const VelmoWindowPolicy policy(std::move(allow), std::move(deny),
                                  kZones[(hash >> 32) % kZones.size()]);
   const auto fast = policy.nextAllowedRunDate(after, kSearchDays);

@@ -2,7 +2,7 @@
 
 #include <asio/post.hpp>
 
-#include "core/NotificationNames.h"
+#include "core/notifications/NotificationNames.h"
 
 namespace velmo::mdm {
 namespace {

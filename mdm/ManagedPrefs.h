@@ -9,10 +9,10 @@
 
 #include <asio/awaitable.hpp>
 
-#include "core/CustomLogger.h"
 #include "core/Debouncer.h"
 #include "core/Executors.h"
-#include "core/NotificationCenter.h"
+#include "core/logging/CustomLogger.h"
+#include "core/notifications/NotificationCenter.h"
 #include "mdm/ManagedDomain.h"
 #include "mdm/PreferenceSnapshot.h"
 #include "platform/Clock.h"

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/PlistValue.h"
+#include "core/values/PlistValue.h"
 #include "platform/UserDefaults.h"
 
 namespace velmo::mdm {

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/PlistValue.h"
+#include "core/values/PlistValue.h"
 #include "mdm/ManagedDomain.h"
 
 namespace velmo::mdm {

@@ -7,11 +7,12 @@
 #include <asio/any_io_executor.hpp>
 #include <asio/awaitable.hpp>
 
+#include "core/values/Time.h"
+
 namespace velmo::platform {
 
-// Wall-clock instants: dates in files and log stamps are wall time.
-using TimePoint = std::chrono::system_clock::time_point;
-using Duration = std::chrono::nanoseconds;
+using core::Duration;
+using core::TimePoint;
 
 // A one-shot timer armed by Clock::scheduleAfter. Cancelling, or destroying the
 // handle, guarantees the action will not run afterwards.

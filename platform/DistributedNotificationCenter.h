@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/PlistValue.h"
+#include "core/values/PlistValue.h"
 
 namespace velmo::platform {
 

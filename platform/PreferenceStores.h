@@ -3,7 +3,7 @@
 #include <optional>
 #include <string_view>
 
-#include "core/PlistValue.h"
+#include "core/values/PlistValue.h"
 
 namespace velmo::platform {
 

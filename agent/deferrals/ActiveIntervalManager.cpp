@@ -2,8 +2,8 @@
 
 #include <asio/post.hpp>
 
-#include "core/NotificationNames.h"
 #include "core/URL.h"
+#include "core/notifications/NotificationNames.h"
 
 namespace velmo::agent::deferrals {
 

@@ -6,9 +6,9 @@
 #include <asio/post.hpp>
 
 #include "agent/run/AgentNotificationNames.h"
-#include "core/DialogResponse.h"
-#include "core/NotificationNames.h"
-#include "core/UpdateItem.h"
+#include "core/deferrals/DialogResponse.h"
+#include "core/items/UpdateItem.h"
+#include "core/notifications/NotificationNames.h"
 
 namespace velmo::agent::deferrals {
 

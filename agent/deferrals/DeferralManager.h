@@ -6,11 +6,11 @@
 #include <vector>
 
 #include "agent/deferrals/DeferralStorageManager.h"
-#include "core/CustomLogger.h"
 #include "core/Executors.h"
-#include "core/LogBudget.h"
-#include "core/MalformedPostLog.h"
-#include "core/NotificationCenter.h"
+#include "core/logging/CustomLogger.h"
+#include "core/logging/LogBudget.h"
+#include "core/logging/MalformedPostLog.h"
+#include "core/notifications/NotificationCenter.h"
 #include "platform/Clock.h"
 #include "platform/DistributedNotificationCenter.h"
 #include "platform/FileManager.h"

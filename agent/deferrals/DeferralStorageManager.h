@@ -4,8 +4,8 @@
 #include <string>
 #include <string_view>
 
-#include "core/CustomLogger.h"
-#include "core/Deferral.h"
+#include "core/deferrals/Deferral.h"
+#include "core/logging/CustomLogger.h"
 #include "platform/FileManager.h"
 
 namespace velmo::agent::deferrals {

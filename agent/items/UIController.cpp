@@ -7,8 +7,8 @@
 #include <asio/post.hpp>
 
 #include "agent/run/AgentNotificationNames.h"
-#include "core/InstallState.h"
-#include "core/NotificationNames.h"
+#include "core/items/InstallState.h"
+#include "core/notifications/NotificationNames.h"
 
 namespace velmo::agent::items {
 namespace {

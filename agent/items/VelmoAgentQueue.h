@@ -8,11 +8,11 @@
 #include <asio/awaitable.hpp>
 
 #include "agent/run/VelmoRunner.h"
-#include "core/CustomLogger.h"
 #include "core/Executors.h"
-#include "core/LogBudget.h"
 #include "core/Published.h"
-#include "core/UpdateItem.h"
+#include "core/items/UpdateItem.h"
+#include "core/logging/CustomLogger.h"
+#include "core/logging/LogBudget.h"
 #include "platform/Clock.h"
 #include "platform/UserDefaults.h"
 

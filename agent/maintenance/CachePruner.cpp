@@ -3,7 +3,7 @@
 #include <variant>
 #include <vector>
 
-#include "core/TimeInterval.h"
+#include "core/time/TimeInterval.h"
 
 namespace velmo::agent::maintenance {
 namespace {

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 
-#include "core/CustomLogger.h"
+#include "core/logging/CustomLogger.h"
 #include "platform/FileManager.h"
 
 namespace velmo::agent::maintenance {

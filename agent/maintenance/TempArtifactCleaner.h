@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <vector>
 
-#include "core/CustomLogger.h"
+#include "core/logging/CustomLogger.h"
 #include "platform/Clock.h"
 #include "platform/FileManager.h"
 

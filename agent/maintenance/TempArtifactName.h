@@ -3,7 +3,7 @@
 #include <optional>
 #include <string_view>
 
-#include "core/TimeInterval.h"
+#include "core/time/TimeInterval.h"
 
 namespace velmo::agent::maintenance {
 

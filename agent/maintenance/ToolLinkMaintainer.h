@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-#include "core/CustomLogger.h"
+#include "core/logging/CustomLogger.h"
 #include "platform/FileManager.h"
 #include "platform/UserDefaults.h"
 

@@ -1,6 +1,6 @@
 #include "agent/policy/MDMChangeObserver.h"
 
-#include "core/NotificationNames.h"
+#include "core/notifications/NotificationNames.h"
 
 namespace velmo::agent::policy {
 

@@ -3,10 +3,10 @@
 #include <string>
 
 #include "agent/policy/VelmoRunConfig.h"
-#include "core/CustomLogger.h"
 #include "core/Debouncer.h"
 #include "core/Executors.h"
 #include "core/Published.h"
+#include "core/logging/CustomLogger.h"
 #include "platform/Clock.h"
 #include "platform/DistributedNotificationCenter.h"
 #include "platform/UserDefaults.h"

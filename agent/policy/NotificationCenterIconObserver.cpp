@@ -1,7 +1,7 @@
 #include "agent/policy/NotificationCenterIconObserver.h"
 
 #include "agent/policy/MDMChangeObserver.h"
-#include "core/NotificationNames.h"
+#include "core/notifications/NotificationNames.h"
 
 namespace velmo::agent::policy {
 

@@ -7,9 +7,9 @@
 #include <asio/awaitable.hpp>
 
 #include "agent/run/VelmoRunner.h"
-#include "core/CustomLogger.h"
 #include "core/Debouncer.h"
 #include "core/Executors.h"
+#include "core/logging/CustomLogger.h"
 #include "mdm/ManagedPrefs.h"
 #include "platform/Clock.h"
 #include "platform/DistributedNotificationCenter.h"

@@ -1,7 +1,7 @@
 #include "agent/policy/VelmoRunConfig.h"
 
-#include "core/DefaultsValue.h"
-#include "core/ToolIdentifier.h"
+#include "core/items/ToolIdentifier.h"
+#include "core/plist/DefaultsValue.h"
 
 namespace velmo::agent::policy {
 namespace {

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "core/VelmoTimeWindow.h"
-#include "core/VelmoWindowPolicy.h"
+#include "core/time/VelmoTimeWindow.h"
+#include "core/time/VelmoWindowPolicy.h"
 #include "platform/UserDefaults.h"
 
 namespace velmo::agent::policy {

@@ -3,7 +3,7 @@
 #include <variant>
 
 #include "agent/run/ProcessSupervisor.h"
-#include "core/Utf8.h"
+#include "core/logging/Utf8.h"
 
 namespace velmo::agent::run {
 

@@ -5,7 +5,7 @@
 
 #include <asio/awaitable.hpp>
 
-#include "core/TimeInterval.h"
+#include "core/time/TimeInterval.h"
 #include "platform/Clock.h"
 #include "platform/ProcessLauncher.h"
 

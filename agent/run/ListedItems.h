@@ -2,8 +2,8 @@
 
 #include <vector>
 
-#include "core/TimeInterval.h"
-#include "core/UpdateItem.h"
+#include "core/items/UpdateItem.h"
+#include "core/time/TimeInterval.h"
 
 namespace velmo::agent::run {
 

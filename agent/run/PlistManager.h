@@ -4,8 +4,8 @@
 #include <optional>
 
 #include "agent/run/PlistKey.h"
-#include "core/CustomLogger.h"
-#include "core/PlistValue.h"
+#include "core/logging/CustomLogger.h"
+#include "core/values/PlistValue.h"
 #include "platform/FileManager.h"
 
 namespace velmo::agent::run {

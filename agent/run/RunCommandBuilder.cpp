@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <set>
 
-#include "core/PackageIntegrityPolicy.h"
-#include "core/Utf8.h"
+#include "core/items/PackageIntegrityPolicy.h"
+#include "core/logging/Utf8.h"
 
 namespace velmo::agent::run {
 namespace {

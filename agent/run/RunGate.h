@@ -7,9 +7,9 @@
 
 #include <asio/awaitable.hpp>
 
-#include "core/CustomLogger.h"
 #include "core/Executors.h"
-#include "core/TimeInterval.h"
+#include "core/logging/CustomLogger.h"
+#include "core/time/TimeInterval.h"
 #include "platform/Clock.h"
 
 namespace velmo::agent::run {

@@ -5,7 +5,7 @@
 
 #include <asio/experimental/awaitable_operators.hpp>
 
-#include "core/VelmoFormatters.h"
+#include "core/logging/VelmoFormatters.h"
 #include "mdm/PreferenceConversions.h"
 
 namespace velmo::agent::run {

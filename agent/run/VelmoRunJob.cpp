@@ -1,7 +1,7 @@
 #include "agent/run/VelmoRunJob.h"
 
-#include "core/NotificationNames.h"
-#include "core/ToolIdentifier.h"
+#include "core/items/ToolIdentifier.h"
+#include "core/notifications/NotificationNames.h"
 
 namespace velmo::agent::run {
 VelmoRunJob::VelmoRunJob(const Collaborators& collaborators, bool runningAppsFirst)

@@ -7,8 +7,8 @@
 
 #include <asio/awaitable.hpp>
 
-#include "core/CustomLogger.h"
-#include "core/TimeInterval.h"
+#include "core/logging/CustomLogger.h"
+#include "core/time/TimeInterval.h"
 #include "platform/Clock.h"
 #include "platform/ProcessLauncher.h"
 

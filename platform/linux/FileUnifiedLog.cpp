@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string>
 
-#include "core/VelmoFormatters.h"
+#include "core/logging/VelmoFormatters.h"
 
 namespace velmo::platform::linux {
 namespace {

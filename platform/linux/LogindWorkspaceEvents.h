@@ -3,7 +3,7 @@
 #include <map>
 #include <string>
 
-#include "core/CustomLogger.h"
+#include "core/logging/CustomLogger.h"
 #include "platform/WorkspaceEvents.h"
 #include "platform/linux/SdBusConnection.h"
 

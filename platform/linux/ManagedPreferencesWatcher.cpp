@@ -16,10 +16,10 @@
 #include <asio/error.hpp>
 #include <asio/posix/stream_descriptor.hpp>
 
-#include "core/CustomLogger.h"
-#include "core/NotificationCenter.h"
-#include "core/NotificationNames.h"
-#include "core/PlistValue.h"
+#include "core/logging/CustomLogger.h"
+#include "core/notifications/NotificationCenter.h"
+#include "core/notifications/NotificationNames.h"
+#include "core/values/PlistValue.h"
 
 namespace velmo::platform::linux {
 namespace {

@@ -1,6 +1,6 @@
 #include "platform/linux/PlistUserDefaults.h"
 
-#include "core/PropertyList.h"
+#include "core/plist/PropertyList.h"
 
 namespace velmo::platform::linux {
 namespace {

@@ -8,8 +8,8 @@
 
 #include <asio/posix/stream_descriptor.hpp>
 
-#include "core/CustomLogger.h"
 #include "core/Executors.h"
+#include "core/logging/CustomLogger.h"
 #include "platform/ApplicationTerminations.h"
 #include "platform/Clock.h"
 

@@ -11,7 +11,7 @@
 #include <asio/posix/stream_descriptor.hpp>
 #include <asio/steady_timer.hpp>
 
-#include "core/CustomLogger.h"
+#include "core/logging/CustomLogger.h"
 #include "platform/Clock.h"
 
 struct sd_bus;

@@ -9,8 +9,8 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "core/CustomLogger.h"
-#include "core/LogBudget.h"
+#include "core/logging/CustomLogger.h"
+#include "core/logging/LogBudget.h"
 #include "platform/DistributedNotificationCenter.h"
 #include "platform/linux/SdBusConnection.h"
 #include "platform/linux/SdBusSenderAccounts.h"

@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "core/VelmoFormatters.h"
+#include "core/logging/VelmoFormatters.h"
 
 namespace velmo::platform::linux {
 namespace {

@@ -10,7 +10,7 @@
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
 
-#include "core/CustomLogger.h"
+#include "core/logging/CustomLogger.h"
 #include "platform/Clock.h"
 #include "platform/linux/SdBusConnection.h"
 

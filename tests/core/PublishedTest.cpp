@@ -28,7 +28,7 @@ TEST(Published, TheOperatorsDropRepeatsAndTheFirstValueAndDebounce) {
   asio::io_context context;
   platform::fake::VirtualClock clock(context);
   Published<int> published(0);
-  std::vector<std::pair<int, platform::TimePoint>> heard;
+  std::vector<std::pair<int, TimePoint>> heard;
   const auto start = clock.now();
   Subscription subscription = published.subscribe(removeDuplicates<int>(
       dropFirst<int>(debounce<int>(context.get_executor(), clock, seconds(5),

@@ -2,10 +2,10 @@
 
 #include <nlohmann/json.hpp>
 
-#include "core/GetHelpActionType.h"
-#include "core/NotificationTargetView.h"
-#include "core/PackageIntegrityPolicy.h"
 #include "core/PlatformArchitecture.h"
+#include "core/deferrals/GetHelpActionType.h"
+#include "core/items/PackageIntegrityPolicy.h"
+#include "core/notifications/NotificationTargetView.h"
 
 namespace velmo::core {
 namespace {

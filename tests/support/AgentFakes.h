@@ -8,8 +8,8 @@
 #include <asio/io_context.hpp>
 
 #include "agent/run/VelmoRunner.h"
-#include "core/MalformedPostLog.h"
-#include "core/NotificationCenter.h"
+#include "core/logging/MalformedPostLog.h"
+#include "core/notifications/NotificationCenter.h"
 #include "mdm/ManagedPrefs.h"
 #include "platform/Paths.h"
 #include "platform/fake/FakeDistributedNotificationCenter.h"

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "core/LogSinks.h"
+#include "core/logging/LogSinks.h"
 #include "platform/fake/RecordingUnifiedLog.h"
 
 namespace velmo::testing {

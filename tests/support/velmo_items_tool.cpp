@@ -10,8 +10,8 @@
 
 #include <asio/io_context.hpp>
 
-#include "core/NotificationNames.h"
-#include "core/UpdateItem.h"
+#include "core/items/UpdateItem.h"
+#include "core/notifications/NotificationNames.h"
 #include "platform/linux/SdBusConnection.h"
 #include "platform/linux/SdBusNotificationCenter.h"
 #include "platform/linux/SystemClock.h"

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "agent/run/AgentNotificationNames.h"
-#include "core/DialogResponse.h"
-#include "core/NotificationNames.h"
+#include "core/deferrals/DialogResponse.h"
+#include "core/notifications/NotificationNames.h"
 #include "tests/support/AgentFakes.h"
 
 namespace velmo::agent::deferrals {

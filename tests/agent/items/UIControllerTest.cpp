@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "core/NotificationNames.h"
+#include "core/notifications/NotificationNames.h"
 #include "tests/support/AgentFakes.h"
 
 namespace velmo::agent::items {

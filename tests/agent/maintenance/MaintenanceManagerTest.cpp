@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "core/PropertyList.h"
+#include "core/plist/PropertyList.h"
 #include "tests/support/AgentFakes.h"
 
 namespace velmo::agent::maintenance {

@@ -10,7 +10,7 @@
 #include <random>
 #include <thread>
 
-#include "core/PropertyList.h"
+#include "core/plist/PropertyList.h"
 #include "platform/fake/FakeFileManager.h"
 #include "platform/linux/PosixFileManager.h"
 #include "tests/support/LogCapture.h"

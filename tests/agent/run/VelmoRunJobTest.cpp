@@ -5,7 +5,7 @@
 #include <asio/co_spawn.hpp>
 #include <asio/detached.hpp>
 
-#include "core/NotificationNames.h"
+#include "core/notifications/NotificationNames.h"
 #include "tests/support/AgentFakes.h"
 
 namespace velmo::agent::run {

@@ -8,8 +8,8 @@
 
 #include <asio/io_context.hpp>
 
-#include "core/NotificationCenter.h"
-#include "core/NotificationNames.h"
+#include "core/notifications/NotificationCenter.h"
+#include "core/notifications/NotificationNames.h"
 #include "platform/fake/FakeDistributedNotificationCenter.h"
 #include "platform/fake/VirtualClock.h"
 #include "tests/support/LogCapture.h"

@@ -4,7 +4,7 @@
 
 #include <fstream>
 
-#include "core/PropertyList.h"
+#include "core/plist/PropertyList.h"
 #include "platform/linux/PlistUserDefaults.h"
 #include "platform/linux/PosixFileManager.h"
 

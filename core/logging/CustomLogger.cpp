@@ -1,0 +1,91 @@
+#include "core/logging/CustomLogger.h"
+
+#include <cstdio>
+
+#include "core/Bundle.h"
+#include "core/logging/LogSinks.h"
+#include "core/logging/Utf8.h"
+#include "core/logging/VelmoFormatters.h"
+
+namespace velmo::core {
+namespace {
+
+constexpr std::string_view kReset = "\x1b[0m";
+
+struct LevelStyle {
+  std::string_view colour;
+  std::string_view marker;
+  platform::UnifiedLogType unifiedType;
+};
+
+LevelStyle styleOf(LogLevel level) {
+  switch (level) {
+    case LogLevel::debug:
+      return {"\x1b[37m", "", platform::UnifiedLogType::debug};
+    case LogLevel::info:
+      return {"\x1b[0m", "", platform::UnifiedLogType::info};
+    case LogLevel::warning:
+      return {"\x1b[33m", "WARNING:", platform::UnifiedLogType::error};
+    case LogLevel::error:
+      return {"\x1b[31m", "ERROR:", platform::UnifiedLogType::error};
+  }
+  return {"\x1b[0m", "", platform::UnifiedLogType::info};
+}
+
+LogMessage constant(std::string message) {
+  return [message = std::move(message)] { return message; };
+}
+
+}  // namespace
+
+CustomLogger::CustomLogger(std::string subsystem, std::string category, bool printDebugToStdout)
+    : subsystem_(std::move(subsystem)),
+      category_(std::move(category)),
+      printDebugToStdout_(printDebugToStdout) {}
+
+CustomLogger::CustomLogger(std::string category)
+    : CustomLogger(withDefaultSubsystem(std::move(category), kFallbackSubsystem)) {}
+
+CustomLogger CustomLogger::withDefaultSubsystem(std::string category,
+                                                std::string_view defaultSubsystem) {
+  return CustomLogger(Bundle::main().identifier.value_or(std::string(defaultSubsystem)),
+                      std::move(category));
+}
+
+void CustomLogger::log(const LogMessage& message, LogLevel level) const {
+  const LogSinks& sinks = LogSinks::current();
+  const LevelStyle style = styleOf(level);
+
+  const bool toStandardOutput = level != LogLevel::debug || printDebugToStdout_;
+  const bool toUnifiedLog = sinks.unifiedLog && sinks.unifiedLog->isEnabled(style.unifiedType);
+  if (!toStandardOutput && !toUnifiedLog) return;
+  // One call, one line, in every sink; only our own colour codes reach a terminal.
+  const std::string text = escapedControls(message());
+
+  if (toStandardOutput) {
+    const TimePoint now = sinks.clock ? sinks.clock->now() : std::chrono::system_clock::now();
+    std::string line;
+    line.append(style.colour).append(VelmoFormatters::iso8601(now)).append("  ");
+    if (!style.marker.empty()) line.append(style.marker).append(" ");
+    line.append(text).append(kReset).append("\n");
+    // One call per line, so lines from different threads never interleave.
+    std::fwrite(line.data(), 1, line.size(), sinks.standardOutput ? sinks.standardOutput : stdout);
+  }
+
+  if (toUnifiedLog) sinks.unifiedLog->write(style.unifiedType, subsystem_, category_, text);
+}
+
+void CustomLogger::debug(std::string message) const {
+  log(constant(std::move(message)), LogLevel::debug);
+}
+void CustomLogger::info(std::string message) const {
+  log(constant(std::move(message)), LogLevel::info);
+}
+void CustomLogger::warning(std::string message) const {
+  log(constant(std::move(message)), LogLevel::warning);
+}
+void CustomLogger::error(std::string message) const {
+  log(constant(std::move(message)), LogLevel::error);
+}
+
+}  // namespace velmo::core

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "core/plist/DefaultsValue.h"
+#include "platform/UserDefaults.h"
+
+namespace velmo::core {
+
+// One preference key bound to a typed field, read afresh at every access.
+// A missing key, or a value of another type, gives the default, silently.
+template <typename T>
+class Defaults {
+ public:
+  Defaults(platform::UserDefaults& store, std::string key, T defaultValue)
+      : store_(store), key_(std::move(key)), defaultValue_(std::move(defaultValue)) {}
+
+  T wrappedValue() const {
+    if (auto object = store_.object(key_)) {
+      if (auto value = DefaultsValue<T>::from(*object)) return std::move(*value);
+    }
+    return defaultValue_;
+  }
+
+  // Writing an absent optional leaves the store as it is.
+  void setWrappedValue(const T& value) {
+    std::optional<PlistValue> object = DefaultsValue<T>::to(value);
+    if (object) store_.setObject(key_, *object);
+  }
+
+  const std::string& key() const { return key_; }
+  const T& defaultValue() const { return defaultValue_; }
+
+ private:
+  platform::UserDefaults& store_;
+  std::string key_;
+  T defaultValue_;
+};
+
+}  // namespace velmo::core

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "platform/Clock.h"
+
+namespace velmo::core {
+
+// Intervals and time limits: seconds in a 64-bit float.
+using TimeInterval = std::chrono::duration<double>;
+
+// A clock duration for waits and timers: NaN and negative intervals become
+// zero, and anything beyond a century is capped, so conversion can't overflow.
+Duration toDuration(TimeInterval interval);
+
+// "1 week, 6 days, 23 hours, 59 minutes, 59 seconds": every unit that applies,
+// fractions of a second dropped. Takes a finite, non-negative interval.
+std::string durationDescription(TimeInterval interval);
+
+// "59:59" under an hour, "1:01:01" from an hour on.
+std::string clockTimeString(TimeInterval interval);
+
+}  // namespace velmo::core

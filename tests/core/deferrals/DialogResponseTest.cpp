@@ -1,0 +1,161 @@
+#include "core/deferrals/DialogResponse.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <utility>
+
+#include <nlohmann/json.hpp>
+
+namespace velmo::core {
+namespace {
+
+using nlohmann::json;
+using Kind = ResponseType::Kind;
+
+UpdateItem item(std::string installPath = "/Applications/Foo Bar.app") {
+  return UpdateItem("com.example.foo", "Foo", "2.0", "1.9", std::move(installPath), true, false);
+}
+
+// The notifier's key for each case; four of the cases are deferrals.
+TEST(ResponseType, EachCaseRoundTripsUnderItsOwnKey) {
+  const std::pair<const char*, bool> rows[] = {
+      {R"({"update":{}})", false},
+      {R"({"forceUpdateAtDeferralLimit":{}})", false},
+      {R"({"deferral":{}})", true},
+      {R"({"dndDeferral":{}})", true},
+      {R"({"interruptedDueToSleep":{}})", false},
+      {R"({"timeout":{}})", false},
+      {R"({"timeoutAsDeferral":{}})", true},
+      {R"({"meetingDeferral":{"type":"Zoom \"Pro\""}})", true},
+      {R"({"error":{}})", false}};
+  std::set<Kind> kinds;
+  for (const auto& [text, isDeferral] : rows) {
+    const auto response = ResponseType::fromJSON(json::parse(text));
+    ASSERT_TRUE(response) << text;
+    EXPECT_EQ(response->toJSON().dump(), text);
+    EXPECT_EQ(response->isDeferral(), isDeferral) << text;
+    kinds.insert(response->kind);
+  }
+  EXPECT_EQ(kinds.size(), std::size(rows));
+  EXPECT_EQ((ResponseType{Kind::meetingDeferral, "Huddle"}).reasonText(),
+            "Respect meetings deferral (Huddle)");
+}
+
+TEST(ResponseType, IgnoresKeysThatNameNoCaseAndPayloadsThatCarryNothing) {
+  for (const char* text : {R"({"deferral":{},"bogus":1})", R"({"deferral":{"type":"Zoom"}})",
+                           R"({"Update":{},"deferral":{}})"}) {
+    EXPECT_EQ(ResponseType::fromJSON(json::parse(text)), (ResponseType{Kind::deferral, ""}))
+        << text;
+  }
+}
+
+struct BadResponseRow {
+  const char* jsonText;
+  bool keyCountError;
+};
+
+class ResponseTypeBadObject : public ::testing::TestWithParam<BadResponseRow> {};
+
+TEST_P(ResponseTypeBadObject, Fails) {
+  std::string error;
+  EXPECT_EQ(ResponseType::fromJSON(json::parse(GetParam().jsonText), &error), std::nullopt);
+  if (GetParam().keyCountError) {
+    EXPECT_EQ(error, kInvalidResponseKeys);
+  } else {
+    EXPECT_FALSE(error.empty());
+    EXPECT_NE(error, kInvalidResponseKeys);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Objects, ResponseTypeBadObject,
+    ::testing::Values(BadResponseRow{R"({"update":{},"deferral":{}})", true},
+                      BadResponseRow{R"({"bogus":{}})", true}, BadResponseRow{"{}", true},
+                      BadResponseRow{R"({"meetingDeferral":{}})", false},
+                      BadResponseRow{R"({"meetingDeferral":{"type":null}})", false},
+                      BadResponseRow{R"({"meetingDeferral":"Zoom"})", false},
+                      BadResponseRow{R"({"deferral":null})", false},
+                      BadResponseRow{R"({"deferral":[]})", false},
+                      BadResponseRow{R"("deferral")", false}, BadResponseRow{"[{}]", false}));
+
+TEST(DialogResponse, RoundTripsThroughJSONWithAFileURLOfTheInstallPath) {
+  const auto original = DialogResponse::fromItem(item(), {Kind::meetingDeferral, "Huddle"});
+  EXPECT_EQ(original.url.absoluteString(), "file:///Applications/Foo%20Bar.app");
+  EXPECT_EQ(original.path(), "/Applications/Foo Bar.app");
+
+  auto object = json::parse(original.jsonText().value());
+  EXPECT_EQ(object["url"], "file:///Applications/Foo%20Bar.app");
+  EXPECT_EQ(object["response"], json::parse(R"({"meetingDeferral":{"type":"Huddle"}})"));
+  object["extra"] = true;  // Unknown keys are ignored.
+  const auto decoded = DialogResponse::fromJSONText(object.dump());
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(decoded->appId, original.appId);
+  EXPECT_EQ(decoded->targetVersion, original.targetVersion);
+  EXPECT_EQ(decoded->url, original.url);
+  EXPECT_EQ(decoded->response, original.response);
+}
+
+TEST(DialogResponse, TakesARelativeInstallPathFromTheRoot) {
+  EXPECT_EQ(DialogResponse::fromItem(item("Foo.app"), {}).path(), "/Foo.app");
+  EXPECT_EQ(DialogResponse::fromItem(item(""), {}).url.absoluteString(), "file:///");
+}
+
+TEST(DialogResponse, IdentityIsTheIdentifierAlone) {
+  const auto deferral = DialogResponse::fromItem(item(), {Kind::deferral, ""});
+  auto update = DialogResponse::fromItem(item("/Other.app"), {Kind::update, ""});
+  update.targetVersion = "3.0";
+  EXPECT_EQ(deferral, update);
+  EXPECT_EQ(std::hash<DialogResponse>{}(deferral), std::hash<DialogResponse>{}(update));
+  update.identifier += ".beta";
+  EXPECT_FALSE(deferral == update);
+}
+
+std::vector<std::string> badResponses() {
+  const auto good =
+      json::parse(DialogResponse::fromItem(item(), {Kind::deferral, ""}).jsonText().value());
+  std::vector<std::string> texts = {"", "{", "null", "[]", good.dump() + " x"};
+  for (const auto& [key, value] : good.items()) {
+    auto missing = good;
+    missing.erase(key);
+    texts.push_back(missing.dump());
+    auto wrongType = good;
+    wrongType[key] = value.is_string() ? json(1) : json("deferral");
+    texts.push_back(wrongType.dump());
+    if (value.is_string()) {
+      auto tooLong = good;
+      tooLong[key] = "file:///" + std::string(UpdateItem::kMaxFieldLength, 'v');
+      texts.push_back(tooLong.dump());
+    }
+  }
+  for (const char* url : {"http://[bad", ""}) {
+    auto badURL = good;
+    badURL["url"] = url;
+    texts.push_back(badURL.dump());
+  }
+  auto twoCases = good;
+  twoCases["response"]["update"] = json::object();
+  texts.push_back(twoCases.dump());
+  for (const char* key : {"appId", "identifier"}) {
+    auto flag = good;
+    flag[key] = "--dr-flag";
+    texts.push_back(flag.dump());
+  }
+  return texts;
+}
+
+class DialogResponseBadText : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(DialogResponseBadText, Fails) {
+  EXPECT_EQ(DialogResponse::fromJSONText(GetParam()), std::nullopt);
+}
+
+INSTANTIATE_TEST_SUITE_P(Texts, DialogResponseBadText, ::testing::ValuesIn(badResponses()));
+
+TEST(DialogResponse, HasNoJSONFormForTextThatIsNotUTF8) {
+  auto response = DialogResponse::fromItem(item(), {Kind::meetingDeferral, "\xff"});
+  EXPECT_EQ(response.jsonText(), std::nullopt);
+}
+
+}  // namespace
+}  // namespace velmo::core

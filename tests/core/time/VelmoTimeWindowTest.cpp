@@ -1,0 +1,216 @@
+#include "core/time/VelmoTimeWindow.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <optional>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "core/plist/PropertyList.h"
+#include "core/time/AppInstallWindows.h"
+#include "core/time/GlobalAllowWindows.h"
+#include "platform/fake/FakeUserDefaults.h"
+
+namespace velmo::core {
+namespace {
+
+using nlohmann::json;
+constexpr auto kMax = std::numeric_limits<std::int64_t>::max();
+
+TEST(TimeOfDay, MinuteOfDayIsUncheckedButNeverOverflows) {
+  const std::pair<TimeOfDay, std::optional<std::int64_t>> rows[] = {
+      {{24, 0}, 1440},
+      {{-1, 90}, 30},
+      {{kMax / 60, 7}, kMax / 60 * 60 + 7},
+      {{kMax / 60 + 1, 0}, std::nullopt},
+      {{kMax / 60, 60}, std::nullopt},
+      {{std::numeric_limits<std::int64_t>::min() / 60 - 1, 0}, std::nullopt}};
+  for (const auto& [time, expected] : rows) {
+    EXPECT_EQ(time.minuteOfDay(), expected) << time.hour << ":" << time.minute;
+  }
+}
+
+// Tuesdays and Thursdays of weeks 1 and 3, 22:00 to 06:30: every optional key
+// present, and a window over midnight.
+VelmoTimeWindow lateNights() {
+  return {
+      std::nullopt, {Weekday::tue, Weekday::thu}, std::set<std::int64_t>{1, 3}, {22, 0}, {6, 30}};
+}
+
+PlistDictionary lateNightsPlist() {
+  return {{"days", PlistArray{"tue", "thu"}},
+          {"weeksOfMonth", PlistArray{1, 3}},
+          {"start", PlistDictionary{{"hour", 22}, {"minute", 0}}},
+          {"end", PlistDictionary{{"hour", 6}, {"minute", 30}}}};
+}
+
+TEST(VelmoTimeWindow, CodesBothWaysLeavingOutAbsentOptionals) {
+  EXPECT_EQ(lateNights().toPlist(), PlistValue(lateNightsPlist()));
+  EXPECT_EQ(json(lateNights()), json::parse(R"({"days":["tue","thu"],"weeksOfMonth":[1,3],
+      "start":{"hour":22,"minute":0},"end":{"hour":6,"minute":30}})"));
+
+  auto typed = lateNights();
+  typed.type = VelmoTimeWindow::WindowType::deny;
+  const VelmoTimeWindow emptyWeeks{std::nullopt, {}, std::set<std::int64_t>{}, {0, 0}, {0, 0}};
+  const VelmoTimeWindow odd{VelmoTimeWindow::WindowType::allow,
+                            {Weekday::sun},
+                            std::set<std::int64_t>{0, 7, -1},
+                            {kMax, -5},
+                            {25, 61}};
+  for (const auto& window : {lateNights(), typed, emptyWeeks, odd}) {
+    EXPECT_EQ(VelmoTimeWindow::fromPlist(window.toPlist()), window);
+    EXPECT_EQ(json::parse(json(window).dump()).get<VelmoTimeWindow>(), window);
+  }
+  EXPECT_EQ(json(typed).at("type"), "deny");
+}
+
+TEST(VelmoTimeWindow, EqualityAndHashTreatDaysAndWeeksAsSets) {
+  auto reordered = lateNightsPlist();
+  reordered["days"] = PlistArray{"thu", "tue", "thu"};
+  reordered["weeksOfMonth"] = PlistArray{3, 1};
+  const auto decoded = VelmoTimeWindow::fromPlist(reordered);
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(*decoded, lateNights());
+  const std::hash<VelmoTimeWindow> hash;
+  EXPECT_EQ(hash(*decoded), hash(lateNights()));
+  // Absent and empty weeks match alike but are different values.
+  auto empty = lateNights();
+  empty.weeksOfMonth.emplace();
+  auto absent = lateNights();
+  absent.weeksOfMonth.reset();
+  EXPECT_NE(empty, absent);
+  EXPECT_NE(hash(empty), hash(absent));
+}
+
+struct PlistDecodeCase {
+  const char* name;
+  std::string key;                  // "hour" and "minute" are those of the start
+  std::optional<PlistValue> value;  // None: the key is removed
+  bool decodes;
+};
+
+class PlistDecode : public ::testing::TestWithParam<PlistDecodeCase> {};
+
+TEST_P(PlistDecode, IsStrictAboutTheKnownKeys) {
+  const auto& [name, key, value, decodes] = GetParam();
+  auto window = lateNightsPlist();
+  auto& target =
+      (key == "hour" || key == "minute") ? *window["start"].getIf<PlistDictionary>() : window;
+  if (value) {
+    target[key] = *value;
+  } else {
+    target.erase(key);
+  }
+  EXPECT_EQ(VelmoTimeWindow::fromPlist(window).has_value(), decodes);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, PlistDecode,
+    ::testing::Values(PlistDecodeCase{"UnknownKeyIgnored", "note", 1, true},
+                      PlistDecodeCase{"NoDays", "days", std::nullopt, false},
+                      PlistDecodeCase{"NoEnd", "end", std::nullopt, false},
+                      PlistDecodeCase{"NoMinute", "minute", std::nullopt, false},
+                      PlistDecodeCase{"UnknownDay", "days", PlistArray{"tue", "Thu"}, false},
+                      PlistDecodeCase{"DaysNotArray", "days", "tue", false},
+                      PlistDecodeCase{"UnknownType", "type", "block", false},
+                      PlistDecodeCase{"TypeNumber", "type", 0, false},
+                      PlistDecodeCase{"WeeksNotArray", "weeksOfMonth", 2, false},
+                      PlistDecodeCase{"WeekString", "weeksOfMonth", PlistArray{"2"}, false},
+                      PlistDecodeCase{"WeekFraction", "weeksOfMonth", PlistArray{PlistValue(2.5)},
+                                      false},
+                      PlistDecodeCase{"HourIntegralReal", "hour", 22.0, true},
+                      PlistDecodeCase{"HourFraction", "hour", 21.999, false},
+                      PlistDecodeCase{"HourPast64Bits", "hour", 9.3e18, false},
+                      PlistDecodeCase{"HourString", "hour", "22", false},
+                      PlistDecodeCase{"HourBoolean", "hour", true, false}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+struct JsonDecodeCase {
+  const char* name;
+  const char* pointer;
+  json value;
+  bool decodes;
+};
+
+class JsonDecode : public ::testing::TestWithParam<JsonDecodeCase> {};
+
+TEST_P(JsonDecode, FollowsThePlatformDecoder) {
+  json window = lateNights();
+  window[json::json_pointer(GetParam().pointer)] = GetParam().value;
+  if (GetParam().decodes) {
+    EXPECT_EQ(window.get<VelmoTimeWindow>(), lateNights());
+  } else {
+    EXPECT_THROW(window.get<VelmoTimeWindow>(), json::exception);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, JsonDecode,
+                         ::testing::Values(JsonDecodeCase{"NullType", "/type", nullptr, true},
+                                           JsonDecodeCase{"ExactFloat", "/start/hour", 22.0, true},
+                                           JsonDecodeCase{"Fraction", "/start/hour", 22.5, false},
+                                           JsonDecodeCase{"Boolean", "/end/minute", true, false},
+                                           JsonDecodeCase{"Unsigned64", "/end/hour",
+                                                          ~std::uint64_t{0}, false},
+                                           JsonDecodeCase{"NullDays", "/days", nullptr, false},
+                                           JsonDecodeCase{"UnknownDay", "/days/1", "xyz", false},
+                                           JsonDecodeCase{"WeeksObject", "/weeksOfMonth",
+                                                          json::object({{"a", 1}}), false}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+PlistData dataOf(const PlistValue& value) {
+  const auto xml = PropertyList::xml(value);
+  return xml ? PlistData(xml->begin(), xml->end()) : PlistData();
+}
+
+struct ReadArrayCase {
+  const char* name;
+  std::optional<PlistValue> stored;
+  std::size_t count;
+};
+
+class ReadArray : public ::testing::TestWithParam<ReadArrayCase> {};
+
+TEST_P(ReadArray, TakesAWholeListOrNothing) {
+  platform::fake::FakeUserDefaults store;
+  if (GetParam().stored) store.setObject("GlobalAllowWindows", *GetParam().stored);
+  const auto windows = VelmoTimeWindow::readArray(store, "GlobalAllowWindows");
+  ASSERT_EQ(windows.size(), GetParam().count);
+  for (const auto& window : windows) EXPECT_EQ(window, lateNights());
+}
+
+const PlistArray kTwo{lateNightsPlist(), lateNightsPlist()};
+const PlistArray kSecondOfThreeBad = [] {
+  auto bad = lateNightsPlist();
+  bad["days"] = PlistArray{"tue", "someday"};
+  return PlistArray{lateNightsPlist(), bad, lateNightsPlist()};
+}();
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, ReadArray,
+    ::testing::Values(ReadArrayCase{"Absent", std::nullopt, 0},
+                      ReadArrayCase{"NativeArray", kTwo, 2},
+                      ReadArrayCase{"EncodedBlob", dataOf(kTwo), 2},
+                      ReadArrayCase{"NativeOneBad", kSecondOfThreeBad, 0},
+                      ReadArrayCase{"BlobOneBad", dataOf(kSecondOfThreeBad), 0},
+                      ReadArrayCase{"SingleDictionary", lateNightsPlist(), 0},
+                      ReadArrayCase{"BlobOfDictionary", dataOf(lateNightsPlist()), 0},
+                      ReadArrayCase{"BlobNotAPlist", PlistData{'d', 'a', 'y', '='}, 0},
+                      ReadArrayCase{"String", "tue 09:00-17:00", 0}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(WindowListWrappers, CodeTheirListUnderWindows) {
+  const GlobalAllowWindows global{{lateNights(), VelmoTimeWindow{}}};
+  EXPECT_EQ(GlobalAllowWindows::fromPlist(global.toPlist()), global);
+  EXPECT_EQ(json(global).get<GlobalAllowWindows>(), global);
+  const AppInstallWindows installs{{lateNights()}};
+  EXPECT_EQ(AppInstallWindows::fromPlist(installs.toPlist()), installs);
+  EXPECT_EQ(json(installs).at("windows").size(), 1u);
+  EXPECT_EQ(GlobalAllowWindows::fromPlist(PlistDictionary{}), std::nullopt);
+  EXPECT_EQ(AppInstallWindows::fromPlist(PlistDictionary{{"windows", kSecondOfThreeBad}}),
+            std::nullopt);
+}
+
+}  // namespace
+}  // namespace velmo::core
