@@ -1,8 +1,10 @@
 // Truncating a 2 GB log (sparse, with 8 MB of lines at its end) to 5 MB, as
-// the maintenance cycle does it, against `tail -c 5242880` on the same file.
-// Counters: the process's peak resident memory during the truncation (the
-// peak is reset just before it), and the growth over the resident memory
-// before it.
+// the maintenance cycle does it, against `tail -c 5242880 log > /dev/null` on
+// the same file, both timed from start to end with the log made afresh
+// outside the timing. Targets: memory growth at most 16 MB, and at most twice
+// the time of tail. Counters: the process's peak resident memory during the
+// truncation (the peak is reset just before it), and the growth over the
+// resident memory before it.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <malloc.h>
@@ -96,15 +98,14 @@ void BM_TruncateTwoGigabyteLog(benchmark::State& state) {
 BENCHMARK(BM_TruncateTwoGigabyteLog)->Unit(benchmark::kMillisecond)->Iterations(20);
 
 void BM_TailCommand(benchmark::State& state) {
-  const fs::path output = fs::temp_directory_path() / "velmo-truncation-bench.tail";
+  const fs::path output = "/dev/null";
   for (auto _ : state) {
     state.PauseTiming();
     makeSparseLog();
     state.ResumeTiming();
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), O_WRONLY, 0);
     const std::string path = logPath().string();
     char* argv[] = {const_cast<char*>("tail"), const_cast<char*>("-c"),
                     const_cast<char*>("5242880"), const_cast<char*>(path.c_str()), nullptr};
@@ -114,7 +115,6 @@ void BM_TailCommand(benchmark::State& state) {
     ::waitpid(child, &status, 0);
     posix_spawn_file_actions_destroy(&actions);
   }
-  fs::remove(output);
   fs::remove(logPath());
 }
 BENCHMARK(BM_TailCommand)->Unit(benchmark::kMillisecond)->Iterations(20);

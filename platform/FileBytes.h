@@ -6,9 +6,9 @@
 
 namespace velmo::platform {
 
-// The bytes of a file as read: either held in memory or mapped from the file,
-// in which case only the pages actually touched cost memory. Cheap to move;
-// the bytes stay valid as long as the object lives.
+// Bytes read from a file: held in a string, or in memory that the platform
+// allocated its own way and that an owner releases. Cheap to move; the bytes
+// stay valid as long as the object lives.
 class FileBytes {
  public:
   FileBytes() = default;

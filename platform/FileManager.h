@@ -1,8 +1,10 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -36,6 +38,20 @@ struct DirectoryEntry {
   bool isRegularFile() const { return type == Type::regular; }
 };
 
+// The size of a file and its last bytes.
+struct FileTail {
+  std::uint64_t size = 0;
+  FileBytes bytes;
+};
+
+// The operations that walk a path take the fixed folder it lies in: a folder
+// of the system's own layout that a job works in, such as the log's folder or
+// the tool cache, and `path` is that folder or lies below it. On the way to
+// the fixed folder a symbolic link is followed only when root alone can have
+// made it: the link belongs to root, and so does the folder holding it, which
+// neither group nor others may write. Below the fixed folder no link is
+// followed at all, so whoever can write there can't steer the agent
+// elsewhere. A refused link fails the operation.
 class FileManager {
  public:
   virtual ~FileManager() = default;
@@ -49,13 +65,15 @@ class FileManager {
                                                          const std::string& contents) = 0;
 
   // The entries of a folder, without going into subfolders, ordered by name.
-  // With `skipHiddenFiles`, names starting with a dot are left out. Fails when
-  // any component of the path is a symbolic link.
+  // With `skipHiddenFiles`, names starting with a dot are left out.
   virtual FileResult<std::vector<DirectoryEntry>> contentsOfDirectory(
-      const std::filesystem::path& path, bool skipHiddenFiles) const = 0;
-  // The whole file, mapped rather than copied where the platform can do so
-  // safely. Fails when any component of the path is a symbolic link.
-  virtual FileResult<FileBytes> contentsMappedIfSafe(const std::filesystem::path& path) const = 0;
+      const std::filesystem::path& path, const std::filesystem::path& fixedFolder,
+      bool skipHiddenFiles) const = 0;
+  // The file's size and its last `maxBytes` bytes (all of it when smaller),
+  // read into memory: a file shortened meanwhile is a failure, not a fault.
+  virtual FileResult<FileTail> readFileTail(const std::filesystem::path& path,
+                                            const std::filesystem::path& fixedFolder,
+                                            std::uint64_t maxBytes) const = 0;
   // What the link at `path` points to, as written; fails for anything but a link.
   virtual FileResult<std::string> destinationOfSymbolicLink(
       const std::filesystem::path& path) const = 0;
@@ -65,13 +83,14 @@ class FileManager {
 
   // The folder and every missing folder above it; an existing folder is fine.
   virtual std::optional<FileError> createDirectories(const std::filesystem::path& path) = 0;
-  // Removes the item, a folder with all it holds. A symbolic link is removed
-  // as a link and never followed, neither on the way to the item nor inside
-  // a folder, so a removal can't reach outside the item.
-  virtual std::optional<FileError> removeItem(const std::filesystem::path& path) = 0;
+  // Removes the item below `fixedFolder`, a folder with all it holds. A
+  // symbolic link is removed as a link and never followed inside a folder,
+  // so a removal can't reach outside the item.
+  virtual std::optional<FileError> removeItem(const std::filesystem::path& path,
+                                              const std::filesystem::path& fixedFolder) = 0;
   // A plain write in place, creating or truncating the file: not atomic.
   virtual std::optional<FileError> writeFile(const std::filesystem::path& path,
-                                             const std::string& contents) = 0;
+                                             std::string_view contents) = 0;
   // Puts `replacement` in the place of `original` in one step.
   virtual std::optional<FileError> replaceItem(const std::filesystem::path& original,
                                                const std::filesystem::path& replacement) = 0;

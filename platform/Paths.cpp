@@ -16,7 +16,8 @@ Paths Paths::fromEnvironment() {
   const char* root = std::getenv("VELMO_ROOT");
   if (!root || !*root) return Paths("/");
   // Links in the prefix itself are the administrator's choice and resolved
-  // here, once; below it, file work refuses to follow links.
+  // here, once; below it, file work follows only links that root alone
+  // controls, and none inside the folders the jobs clean.
   std::error_code error;
   auto resolved = std::filesystem::weakly_canonical(root, error);
   return Paths(error ? std::filesystem::path(root) : resolved);

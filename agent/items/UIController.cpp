@@ -368,7 +368,7 @@ void UIController::writeState(const std::vector<core::UpdateItem>& items,
   const std::filesystem::path temporary = url.string() + ".tmp";
   fileLogger_.debug("Writing update state to temporary file at " + temporary.string());
   if (files.fileExists(temporary)) {
-    if (auto error = files.removeItem(temporary)) return failed(*error);
+    if (auto error = files.removeItem(temporary, url.parent_path())) return failed(*error);
   }
   // The state file itself is only ever replaced whole, by a rename.
   if (auto error = files.writeFile(temporary, *text)) return failed(*error);

@@ -24,7 +24,7 @@ void CachePruner::pruneCache(int olderThanDays) const {
     return;
   }
   // The only listing that counts hidden files; if it fails, the walk finds out.
-  const auto everything = files_.contentsOfDirectory(root_, false);
+  const auto everything = files_.contentsOfDirectory(root_, root_, false);
   if (const auto* all = std::get_if<Entries>(&everything); all && all->empty()) {
     logger_.debug("Cache directory is empty; skipping prune.");
     return;
@@ -32,12 +32,12 @@ void CachePruner::pruneCache(int olderThanDays) const {
   auto failed = [&](const platform::FileError& error) {
     logger_.error("Error while pruning cache " + root_.string() + ": " + error.description);
   };
-  const auto folders = files_.contentsOfDirectory(root_, true);
+  const auto folders = files_.contentsOfDirectory(root_, root_, true);
   if (const auto* error = std::get_if<platform::FileError>(&folders)) return failed(*error);
   int deletions = 0;
   for (const auto& folder : std::get<Entries>(folders)) {
     if (!folder.isDirectory()) continue;
-    const auto items = files_.contentsOfDirectory(folder.path, true);
+    const auto items = files_.contentsOfDirectory(folder.path, root_, true);
     if (const auto* error = std::get_if<platform::FileError>(&items)) return failed(*error);
     for (const auto& item : std::get<Entries>(items)) {
       if (!item.isRegularFile() || !item.creationDate) continue;
@@ -58,7 +58,7 @@ void CachePruner::pruneCache(int olderThanDays) const {
 }
 
 void CachePruner::deleteInstallMedia(const std::filesystem::path& file) const {
-  if (const auto error = files_.removeItem(file)) {
+  if (const auto error = files_.removeItem(file, root_)) {
     logger_.error("Error while deleting file or directory: " + error->description);
     return;
   }
@@ -77,7 +77,7 @@ platform::FileResult<bool> CachePruner::pruneEmptyDirectories(
     logger_.debug("Skipping pruning inside app bundle: " + directory.string());
     return false;
   }
-  const auto listing = files_.contentsOfDirectory(directory, true);
+  const auto listing = files_.contentsOfDirectory(directory, root_, true);
   if (const auto* error = std::get_if<platform::FileError>(&listing)) return *error;
   for (const auto& entry : std::get<Entries>(listing)) {
     if (!entry.isDirectory()) continue;
@@ -88,12 +88,12 @@ platform::FileResult<bool> CachePruner::pruneEmptyDirectories(
     const auto pruned = pruneEmptyDirectories(entry.path);
     if (const auto* error = std::get_if<platform::FileError>(&pruned)) return *error;
   }
-  const auto remaining = files_.contentsOfDirectory(directory, true);
+  const auto remaining = files_.contentsOfDirectory(directory, root_, true);
   if (const auto* error = std::get_if<platform::FileError>(&remaining)) return *error;
   if (!std::get<Entries>(remaining).empty()) return false;
   if (directory.lexically_normal() == root_.lexically_normal()) return false;
   // Hidden files don't keep a folder: they go with it.
-  if (const auto error = files_.removeItem(directory)) return *error;
+  if (const auto error = files_.removeItem(directory, root_)) return *error;
   logger_.info("Deleted empty directory: " + directory.string());
   return true;
 }

@@ -11,8 +11,9 @@ namespace velmo::agent::maintenance {
 // Deletes the tool's old install media: regular files exactly two levels
 // below the cache root whose creation date is older than the limit, then the
 // folders this leaves empty. Stays out of application bundles, never removes
-// the root, and deletes at most kDeletionLimit files per cycle. Links are
-// neither files nor folders here: they are never aged, entered or followed.
+// the root, and deletes at most kDeletionLimit files per cycle. The root is
+// the fixed folder of all its file work, and below it links are neither
+// files nor folders: they are never aged, entered or followed.
 class CachePruner {
  public:
   static constexpr int kDeletionLimit = 50;

@@ -1,6 +1,7 @@
 #include "agent/maintenance/LogTruncator.h"
 
 #include <string>
+#include <string_view>
 #include <variant>
 
 namespace velmo::agent::maintenance {
@@ -13,37 +14,34 @@ void LogTruncator::truncateLogFile(std::uint64_t maxMegabytes) const {
   logger_.debug("Truncating the log file to maintain a maximum size of " +
                 std::to_string(maxMegabytes) + "MB.");
   const std::uint64_t maxBytes = maxMegabytes * kBytesPerMegabyte;
-  std::string kept;
-  std::size_t size = 0;
-  {
-    auto read = files_.contentsMappedIfSafe(logFile_);
-    if (const auto* error = std::get_if<platform::FileError>(&read)) {
-      logger_.error("Error reading log file: " + error->description + ".");
-      logger_.error("Failed to read log file.");
-      return;
-    }
-    const auto bytes = std::get<platform::FileBytes>(std::move(read));
-    const std::string_view data = bytes.view();
-    size = data.size();
-    if (size <= maxBytes) {
-      logger_.debug("Log file size (" + std::to_string(size) +
-                    " bytes) is already within the limit.");
-      return;
-    }
-    const auto newline = data.find('\n', static_cast<std::size_t>(size - maxBytes));
-    if (newline == std::string_view::npos) {
-      logger_.error("Failed to find a suitable truncation position.");
-      return;
-    }
-    kept.assign(data.substr(newline + 1));
-    // The mapping is released here, before the write shortens the file under it.
+  // The cut lies in the last maxBytes, and nothing before them is kept.
+  const auto read = files_.readFileTail(logFile_, logFile_.parent_path(), maxBytes);
+  if (const auto* error = std::get_if<platform::FileError>(&read)) {
+    logger_.error("Error reading log file: " + error->description + ".");
+    logger_.error("Failed to read log file.");
+    return;
   }
+  const auto& tail = std::get<platform::FileTail>(read);
+  if (tail.size <= maxBytes) {
+    logger_.debug("Log file size (" + std::to_string(tail.size) +
+                  " bytes) is already within the limit.");
+    return;
+  }
+  // The tail starts at `size - maxBytes`, where the search for the cut starts.
+  const std::string_view bytes = tail.bytes.view();
+  const auto newline = bytes.find('\n');
+  if (newline == std::string_view::npos) {
+    logger_.error("Failed to find a suitable truncation position.");
+    return;
+  }
+  const std::string_view kept = bytes.substr(newline + 1);
   if (const auto error = files_.writeFile(logFile_, kept)) {
     logger_.error("Error writing log file: " + error->description + ".");
     logger_.error("An error occurred truncating the log file.");
     return;
   }
-  logger_.info("Truncated " + std::to_string(size - kept.size()) + " bytes from the log file.");
+  logger_.info("Truncated " + std::to_string(tail.size - kept.size()) +
+               " bytes from the log file.");
 }
 
 }  // namespace velmo::agent::maintenance

@@ -9,8 +9,9 @@
 namespace velmo::agent::maintenance {
 
 // Keeps the log file bounded by dropping its oldest lines. The file is
-// treated as bytes and mapped rather than read, so a huge log costs little
-// memory: only the tail that is kept is ever touched.
+// treated as bytes, and only its last maxBytes are read, so a huge log costs
+// no more memory than the tail that is kept, and a log cut meanwhile by
+// another program is a failed read. The log's folder is the fixed folder.
 class LogTruncator {
  public:
   static constexpr std::uint64_t kBytesPerMegabyte = 1'048'576;

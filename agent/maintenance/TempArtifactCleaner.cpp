@@ -25,7 +25,7 @@ void TempArtifactCleaner::cleanUp(const std::filesystem::path& directory, int ol
     return;
   }
   // Hidden entries too: every artifact is hidden.
-  const auto listing = files_.contentsOfDirectory(directory, false);
+  const auto listing = files_.contentsOfDirectory(directory, directory, false);
   const auto* entries = std::get_if<std::vector<platform::DirectoryEntry>>(&listing);
   if (!entries) {
     logger_.warning("Couldn’t scan for temp artifacts in " + path +
@@ -53,7 +53,7 @@ void TempArtifactCleaner::cleanUp(const std::filesystem::path& directory, int ol
     }
     // A link is removed as a link, a bundle with all it holds.
     const std::string name = artifact.filename().string();
-    if (files_.removeItem(artifact)) {
+    if (files_.removeItem(artifact, directory)) {
       logger_.warning("Couldn’t remove temp artifact: " + name + ". You can delete it later.");
       continue;
     }

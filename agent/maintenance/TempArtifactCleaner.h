@@ -11,7 +11,8 @@ namespace velmo::agent::maintenance {
 
 // Removes installers' leftover temporary entries from the application
 // folders. An entry's age is the time in its name; the file system's dates
-// play no part. At most kRemovalLimit removals per folder and cycle.
+// play no part. At most kRemovalLimit removals per folder and cycle. Each
+// folder is the fixed folder of its own scan: a link in it is an entry.
 class TempArtifactCleaner {
  public:
   static constexpr int kRemovalLimit = 10;

@@ -44,7 +44,9 @@ void ToolLinkMaintainer::removeLinkIfOurs() const {
     return;
   }
   logger_.info("Configured to remove the velmo symlink; removing now.");
-  if (const auto error = files_.removeItem(link_)) failed(*error);
+  // The link's folder is the fixed part: a link on the way there that only
+  // root controls, as /usr/local may be, is followed; the link itself goes.
+  if (const auto error = files_.removeItem(link_, link_.parent_path())) failed(*error);
 }
 
 }  // namespace velmo::agent::maintenance

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <map>
 #include <set>
 
@@ -30,8 +31,12 @@ class FakeFileManager final : public FileManager {
     return std::nullopt;
   }
   // The files directly in `path`, all regular and without a creation date.
-  FileResult<std::vector<DirectoryEntry>> contentsOfDirectory(const std::filesystem::path& path,
-                                                              bool skipHiddenFiles) const override {
+  // The fake holds no links to refuse, but keeps the rule that `path` lies
+  // in `fixedFolder`.
+  FileResult<std::vector<DirectoryEntry>> contentsOfDirectory(
+      const std::filesystem::path& path, const std::filesystem::path& fixedFolder,
+      bool skipHiddenFiles) const override {
+    if (!within(path, fixedFolder)) return invalidArgument();
     std::vector<DirectoryEntry> entries;
     for (const auto& [file, contents] : files_) {
       const bool hidden = file.filename().string().starts_with(".");
@@ -42,15 +47,21 @@ class FakeFileManager final : public FileManager {
     if (entries.empty() && !directories_.count(path)) return noSuchFile();
     return entries;
   }
-  FileResult<FileBytes> contentsMappedIfSafe(const std::filesystem::path& path) const override {
+  FileResult<FileTail> readFileTail(const std::filesystem::path& path,
+                                    const std::filesystem::path& fixedFolder,
+                                    std::uint64_t maxBytes) const override {
+    if (!within(path, fixedFolder)) return invalidArgument();
     auto found = files_.find(path);
     if (found == files_.end()) return noSuchFile();
-    return FileBytes(found->second);
+    const std::string& contents = found->second;
+    const auto length =
+        static_cast<std::size_t>(std::min<std::uint64_t>(contents.size(), maxBytes));
+    return FileTail{contents.size(), FileBytes(contents.substr(contents.size() - length))};
   }
   FileResult<std::string> destinationOfSymbolicLink(
       const std::filesystem::path& path) const override {
     auto found = links_.find(path);
-    if (found == links_.end()) return FileError{"Invalid argument", "NSPOSIXErrorDomain", 22};
+    if (found == links_.end()) return invalidArgument();
     return found->second;
   }
   std::optional<FileError> createSymbolicLink(const std::filesystem::path& path,
@@ -65,15 +76,17 @@ class FakeFileManager final : public FileManager {
     directories_.insert(path);
     return std::nullopt;
   }
-  std::optional<FileError> removeItem(const std::filesystem::path& path) override {
+  std::optional<FileError> removeItem(const std::filesystem::path& path,
+                                      const std::filesystem::path& fixedFolder) override {
+    if (path == fixedFolder || !within(path, fixedFolder)) return invalidArgument();
     if (failRemovals_) return FileError{"Cannot remove " + path.string(), "NSPOSIXErrorDomain", 1};
     if (!files_.erase(path) && !links_.erase(path)) return noSuchFile();
     return std::nullopt;
   }
   std::optional<FileError> writeFile(const std::filesystem::path& path,
-                                     const std::string& contents) override {
+                                     std::string_view contents) override {
     if (failWrites_) return FileError{"Cannot write " + path.string(), "NSPOSIXErrorDomain", 30};
-    files_[path] = contents;
+    files_[path] = std::string(contents);
     return std::nullopt;
   }
   std::optional<FileError> replaceItem(const std::filesystem::path& original,
@@ -97,6 +110,11 @@ class FakeFileManager final : public FileManager {
 
  private:
   static FileError noSuchFile() { return {"No such file", "NSPOSIXErrorDomain", 2}; }
+  static FileError invalidArgument() { return {"Invalid argument", "NSPOSIXErrorDomain", 22}; }
+  static bool within(const std::filesystem::path& path, const std::filesystem::path& folder) {
+    const auto relative = path.lexically_normal().lexically_relative(folder.lexically_normal());
+    return !relative.empty() && *relative.begin() != "..";
+  }
 
   std::map<std::filesystem::path, std::string> files_;
   std::map<std::filesystem::path, std::string> links_;

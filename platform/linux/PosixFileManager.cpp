@@ -11,7 +11,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <cstring>
+#include <deque>
+#include <memory>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -47,27 +50,115 @@ class Descriptor {
   int fd_;
 };
 
-// Opens `path` one component at a time, each with O_NOFOLLOW, so that a
-// symbolic link anywhere on the way fails the open instead of being followed.
-// The root prefix is resolved once at start, so the agent's own paths hold no
-// links. On failure the descriptor is invalid and errno tells why.
-Descriptor openWithoutLinks(const std::filesystem::path& path, int flags) {
-  Descriptor directory(::open(path.is_absolute() ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
-  std::vector<std::string> components;
+// The kernel's own bound on links in one lookup: a loop of trusted links
+// fails here instead of going round forever.
+constexpr int kLinkLimit = 40;
+
+Descriptor openFolder(int at, const char* name) {
+  return Descriptor(::openat(at, name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
+
+Descriptor openTop(const std::filesystem::path& path) {
+  return Descriptor(::open(path.is_absolute() ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+}
+
+std::deque<std::string> componentsOf(const std::filesystem::path& path) {
+  std::deque<std::string> names;
   for (const auto& component : path.relative_path()) {
-    if (!component.empty()) components.push_back(component.string());
+    if (!component.empty() && component != ".") names.push_back(component.string());
   }
-  if (components.empty() || !directory.valid()) {
-    return Descriptor(::open(path.is_absolute() ? "/" : ".", flags | O_CLOEXEC));
+  return names;
+}
+
+// Whether the link described by `link`, found in the folder `holder`, may be
+// followed: root made it and nobody else can replace it. A link's own mode
+// means nothing on Linux (always 0777, and a link is never written, only
+// replaced through its folder), so the folder's mode speaks for both.
+bool isTrustedLink(int holder, const struct stat& link) {
+  struct stat folder {};
+  if (::fstat(holder, &folder) != 0) return false;
+  return link.st_uid == 0 && folder.st_uid == 0 && (folder.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+// What `name` in `folder` is, for a failed open: a link refused reads as
+// ELOOP, as O_NOFOLLOW reports it, rather than "not a directory".
+int refusal(int folder, const char* name, int error) {
+  struct stat status {};
+  if (::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(status.st_mode)) {
+    return ELOOP;
   }
-  for (std::size_t i = 0; i + 1 < components.size(); ++i) {
-    Descriptor next(::openat(directory.get(), components[i].c_str(),
-                             O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!next.valid()) return next;
-    directory = std::move(next);
+  return error;
+}
+
+// Opens the fixed folder `path` (O_PATH), component by component, following
+// only the links isTrustedLink allows and each of those through the same
+// walk. On failure the descriptor is invalid and errno tells why.
+Descriptor openFixedFolder(const std::filesystem::path& path) {
+  std::deque<std::string> pending = componentsOf(path);
+  Descriptor current = openTop(path);
+  int links = 0;
+  while (current.valid() && !pending.empty()) {
+    const std::string name = std::move(pending.front());
+    pending.pop_front();
+    Descriptor next = openFolder(current.get(), name.c_str());
+    if (next.valid()) {
+      current = std::move(next);
+      continue;
+    }
+    const int error = errno;
+    struct stat link {};
+    if (::fstatat(current.get(), name.c_str(), &link, AT_SYMLINK_NOFOLLOW) != 0 ||
+        !S_ISLNK(link.st_mode)) {
+      errno = error;
+      return Descriptor();
+    }
+    if (!isTrustedLink(current.get(), link) || ++links > kLinkLimit) {
+      errno = ELOOP;
+      return Descriptor();
+    }
+    std::string destination(PATH_MAX, '\0');
+    const ssize_t length =
+        ::readlinkat(current.get(), name.c_str(), destination.data(), destination.size());
+    if (length < 0) return Descriptor();
+    destination.resize(static_cast<std::size_t>(length));
+    // A relative destination goes on from the folder holding the link.
+    const std::filesystem::path target(destination);
+    if (target.is_absolute()) current = openTop(target);
+    const auto names = componentsOf(target);
+    pending.insert(pending.begin(), names.begin(), names.end());
   }
-  return Descriptor(
-      ::openat(directory.get(), components.back().c_str(), flags | O_NOFOLLOW | O_CLOEXEC));
+  return current;
+}
+
+// Opens `path` in the fixed folder `folder`: the folder as openFixedFolder
+// does, then each component below it with O_NOFOLLOW, the last with `flags`.
+// A path outside the folder is EINVAL. On failure the descriptor is invalid
+// and errno tells why.
+Descriptor openInFixedFolder(const std::filesystem::path& path, const std::filesystem::path& folder,
+                             int flags) {
+  const auto relative = path.lexically_normal().lexically_relative(folder.lexically_normal());
+  if (relative.empty() || *relative.begin() == "..") {
+    errno = EINVAL;
+    return Descriptor();
+  }
+  std::vector<std::string> below;
+  for (const auto& component : relative) {
+    if (!component.empty() && component != ".") below.push_back(component.string());
+  }
+  Descriptor current = openFixedFolder(folder);
+  if (!current.valid()) return current;
+  if (below.empty()) return Descriptor(::openat(current.get(), ".", flags | O_CLOEXEC));
+  for (std::size_t i = 0; i + 1 < below.size(); ++i) {
+    Descriptor next = openFolder(current.get(), below[i].c_str());
+    if (!next.valid()) {
+      errno = refusal(current.get(), below[i].c_str(), errno);
+      return next;
+    }
+    current = std::move(next);
+  }
+  Descriptor last(::openat(current.get(), below.back().c_str(), flags | O_NOFOLLOW | O_CLOEXEC));
+  if (!last.valid()) errno = refusal(current.get(), below.back().c_str(), errno);
+  return last;
 }
 
 bool isDotOrDotDot(const char* name) {
@@ -180,11 +271,13 @@ std::optional<FileError> PosixFileManager::createDirectories(const std::filesyst
   return std::nullopt;
 }
 
-std::optional<FileError> PosixFileManager::removeItem(const std::filesystem::path& path) {
+std::optional<FileError> PosixFileManager::removeItem(const std::filesystem::path& path,
+                                                      const std::filesystem::path& fixedFolder) {
   const auto name = path.filename();
   if (name.empty() || name == "." || name == "..") return posixError("Cannot remove", path, EINVAL);
-  const auto parent =
-      openWithoutLinks(path.has_parent_path() ? path.parent_path() : ".", O_RDONLY | O_DIRECTORY);
+  // The folder that holds the item must lie in the fixed folder, so the fixed
+  // folder itself is never removed through here.
+  const auto parent = openInFixedFolder(path.parent_path(), fixedFolder, O_RDONLY | O_DIRECTORY);
   if (!parent.valid()) return posixError("Cannot remove", path, errno);
   if (const int error = removeAt(parent.get(), name.c_str())) {
     return posixError("Cannot remove", path, error);
@@ -193,8 +286,9 @@ std::optional<FileError> PosixFileManager::removeItem(const std::filesystem::pat
 }
 
 FileResult<std::vector<DirectoryEntry>> PosixFileManager::contentsOfDirectory(
-    const std::filesystem::path& path, bool skipHiddenFiles) const {
-  auto fd = openWithoutLinks(path, O_RDONLY | O_DIRECTORY);
+    const std::filesystem::path& path, const std::filesystem::path& fixedFolder,
+    bool skipHiddenFiles) const {
+  auto fd = openInFixedFolder(path, fixedFolder, O_RDONLY | O_DIRECTORY);
   if (!fd.valid()) return posixError("Cannot list the folder", path, errno);
   DIR* directory = ::fdopendir(fd.get());
   if (!directory) return posixError("Cannot list the folder", path, errno);
@@ -232,21 +326,40 @@ FileResult<std::vector<DirectoryEntry>> PosixFileManager::contentsOfDirectory(
   return entries;
 }
 
-FileResult<FileBytes> PosixFileManager::contentsMappedIfSafe(
-    const std::filesystem::path& path) const {
-  const auto fd = openWithoutLinks(path, O_RDONLY);
+FileResult<FileTail> PosixFileManager::readFileTail(const std::filesystem::path& path,
+                                                    const std::filesystem::path& fixedFolder,
+                                                    std::uint64_t maxBytes) const {
+  const auto fd = openInFixedFolder(path, fixedFolder, O_RDONLY);
   if (!fd.valid()) return posixError("Cannot read", path, errno);
   struct stat status {};
   if (::fstat(fd.get(), &status) != 0) return posixError("Cannot read", path, errno);
   if (!S_ISREG(status.st_mode)) return posixError("Cannot read", path, EINVAL);
-  const auto size = static_cast<std::size_t>(status.st_size);
-  if (size == 0) return FileBytes();
-  // Private and read-only: pages are read from the file only when touched.
-  void* mapped = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd.get(), 0);
-  if (mapped == MAP_FAILED) return posixError("Cannot map", path, errno);
+  const auto size = static_cast<std::uint64_t>(status.st_size);
+  const auto length = static_cast<std::size_t>(std::min(size, maxBytes));
+  if (length == 0) return FileTail{size, FileBytes()};
+  // An anonymous buffer with all its pages in place from the start: faulting
+  // them in one at a time costs more than the read itself on a virtual machine.
+  void* buffer = ::mmap(nullptr, length, PROT_READ | PROT_WRITE,
+                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
+  if (buffer == MAP_FAILED) return posixError("Cannot read", path, errno);
   std::shared_ptr<const void> owner(
-      mapped, [size](const void* address) { ::munmap(const_cast<void*>(address), size); });
-  return FileBytes(std::string_view(static_cast<const char*>(mapped), size), std::move(owner));
+      buffer, [length](const void* address) { ::munmap(const_cast<void*>(address), length); });
+  char* bytes = static_cast<char*>(buffer);
+  const auto start = static_cast<off_t>(size - length);
+  for (std::size_t done = 0; done < length;) {
+    const ssize_t result =
+        ::pread(fd.get(), bytes + done, length - done, start + static_cast<off_t>(done));
+    if (result < 0 && errno == EINTR) continue;
+    if (result < 0) return posixError("Cannot read", path, errno);
+    // The end came early: someone shortened the file since fstat.
+    if (result == 0) {
+      return FileError{
+          "Cannot read " + path.string() + ": the file was shortened while it was read",
+          "NSPOSIXErrorDomain", EIO};
+    }
+    done += static_cast<std::size_t>(result);
+  }
+  return FileTail{size, FileBytes(std::string_view(bytes, length), std::move(owner))};
 }
 
 FileResult<std::string> PosixFileManager::destinationOfSymbolicLink(
@@ -267,7 +380,7 @@ std::optional<FileError> PosixFileManager::createSymbolicLink(
 }
 
 std::optional<FileError> PosixFileManager::writeFile(const std::filesystem::path& path,
-                                                     const std::string& contents) {
+                                                     std::string_view contents) {
   const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
   if (fd < 0) return posixError("Cannot write", path, errno);
   for (std::size_t written = 0; written < contents.size();) {

@@ -28,15 +28,16 @@ class DiskFiles final : public platform::linux::PosixFileManager {
   std::set<std::string> failRemovalOf;
   bool hideCreationDates = false;
 
-  std::optional<platform::FileError> removeItem(const fs::path& path) override {
+  std::optional<platform::FileError> removeItem(const fs::path& path,
+                                                const fs::path& fixedFolder) override {
     if (failRemovalOf.count(path.filename().string())) {
       return platform::FileError{"Operation not permitted", "NSPOSIXErrorDomain", 1};
     }
-    return PosixFileManager::removeItem(path);
+    return PosixFileManager::removeItem(path, fixedFolder);
   }
   platform::FileResult<std::vector<platform::DirectoryEntry>> contentsOfDirectory(
-      const fs::path& path, bool skipHiddenFiles) const override {
-    auto listing = PosixFileManager::contentsOfDirectory(path, skipHiddenFiles);
+      const fs::path& path, const fs::path& fixedFolder, bool skipHiddenFiles) const override {
+    auto listing = PosixFileManager::contentsOfDirectory(path, fixedFolder, skipHiddenFiles);
     if (auto* entries = std::get_if<std::vector<platform::DirectoryEntry>>(&listing);
         entries && hideCreationDates) {
       for (auto& entry : *entries) entry.creationDate.reset();
@@ -224,7 +225,7 @@ TEST_F(MaintenanceJobsTest, FailedDeletionsUseUpTheLimitToo) {
 
 TEST_F(MaintenanceJobsTest, AFileOfExactlySevenDaysStays) {
   write(root_ / "cache/media/file");
-  const auto listing = disk_.contentsOfDirectory(root_ / "cache/media", true);
+  const auto listing = disk_.contentsOfDirectory(root_ / "cache/media", root_, true);
   const auto born = *std::get<std::vector<platform::DirectoryEntry>>(listing).at(0).creationDate;
   diskClock_.advance(born + Days(7) - diskClock_.now());
   pruner().pruneCache(7);
@@ -354,8 +355,10 @@ TEST_F(MaintenanceJobsTest, ACycleFollowsNoPlantedLink) {
   fs::create_directory_symlink(root_, cache / "media" / "root");
   write(cache / "media" / "old.pkg");
   fs::create_directory_symlink(outside_ / "keep", cache / "linked-media");
-  // Utilities is a link to the outside: it may not be scanned.
+  // Utilities is a link to the outside in a folder that admins may write, as
+  // on a Mac: it may not be scanned.
   fs::create_directory_symlink(outside_, paths.utilitiesDirectory());
+  fs::permissions(applications, fs::perms::group_write, fs::perm_options::add);
   diskClock_.advance(Days(30));
 
   const auto prefs = makePrefs();
@@ -372,6 +375,35 @@ TEST_F(MaintenanceJobsTest, ACycleFollowsNoPlantedLink) {
   EXPECT_TRUE(fs::is_symlink(cache / "media" / "root"));
   EXPECT_TRUE(fs::is_symlink(cache / "linked-media"));
   EXPECT_TRUE(logged("Couldn’t scan for temp artifacts in " + paths.utilitiesDirectory().string()));
+  EXPECT_TRUE(logged("Maintenance cycle #1 finished in: "));
+}
+
+// Root's links on the way to the jobs' folders, as /var and /usr/local often
+// are: each job works through them.
+TEST_F(MaintenanceJobsTest, ACycleWorksThroughRootsLinksToItsFolders) {
+  platform::Paths paths(root_);
+  const fs::path elsewhere = base_ / "elsewhere";
+  write(elsewhere / "log/marvenith-velmo.log", lines(6 * 1'048'576));
+  write(elsewhere / "Library/Application Support/Marvenith/Velmo/velmo");
+  write(elsewhere / "Library/Application Support/Marvenith/Velmo/cache/media/old.pkg");
+  fs::create_directories(elsewhere / "local/bin");
+  fs::create_directories(root_ / "var");
+  fs::create_directory_symlink(elsewhere / "log", root_ / "var/log");
+  fs::create_directory_symlink(elsewhere / "Library", root_ / "Library");
+  fs::create_directories(root_ / "usr");
+  fs::create_directory_symlink("../../elsewhere/local", root_ / "usr/local");
+  fs::create_symlink(paths.toolExecutable(), paths.toolLink());
+  defaults_.setObject("RemoveVelmoSymlink", core::PlistValue(true));
+  diskClock_.advance(Days(30));
+
+  const auto prefs = makePrefs();
+  auto manager = MaintenanceManager::make(
+      {context_.get_executor(), diskClock_, disk_, paths, defaults_, *prefs, workspace_, runner_});
+  diskClock_.runUntilIdle();
+
+  EXPECT_LT(fs::file_size(elsewhere / "log/marvenith-velmo.log"), kLimit);
+  EXPECT_FALSE(fs::exists(elsewhere / "Library/Application Support/Marvenith/Velmo/cache/media"));
+  EXPECT_FALSE(fs::exists(fs::symlink_status(elsewhere / "local/bin/velmo")));
   EXPECT_TRUE(logged("Maintenance cycle #1 finished in: "));
 }
 
