@@ -24,7 +24,6 @@ ActiveIntervalManager::ActiveIntervalManager(const Collaborators& collaborators,
 }
 
 ActiveIntervalManager::~ActiveIntervalManager() {
-  *alive_ = false;
   logger_.debug("Deinitializing ActiveIntervalManager.");
   for (const auto& token : observers_) collaborators_.distributedCenter.removeObserver(token);
   collaborators_.terminations.removeObserver(terminationObserver_);
@@ -35,11 +34,10 @@ void ActiveIntervalManager::observe(
     std::string_view name,
     void (ActiveIntervalManager::*handler)(const platform::DistributedNotification&)) {
   observers_.push_back(collaborators_.distributedCenter.addObserver(
-      name, [this, handler](const platform::DistributedNotification& n) {
-        asio::post(collaborators_.mainExecutor, [this, handler, n, alive = alive_] {
-          if (*alive) (this->*handler)(n);
-        });
-      }));
+      name,
+      lifetime_.deferring<platform::DistributedNotification>(
+          collaborators_.mainExecutor,
+          [this, handler](const platform::DistributedNotification& n) { (this->*handler)(n); })));
 }
 
 std::string ActiveIntervalManager::normalizedPath(const std::string& path) {
@@ -161,19 +159,19 @@ void ActiveIntervalManager::handleTerminationNotification(
   }
   core::startTask(
       collaborators_.mainExecutor,
-      [](ActiveIntervalManager& manager, std::shared_ptr<bool> alive,
+      [](ActiveIntervalManager& manager, std::shared_ptr<const bool> alive,
          std::string identifier) -> asio::awaitable<void> {
         platform::Clock& clock = manager.collaborators_.clock;
         co_await clock.sleep(core::toDuration(kSettleDelay));
         if (!*alive) co_return;
         co_await manager.activeIntervalUpdate(identifier);
         if (*alive) manager.inWork_.erase(identifier);
-      }(*this, alive_, *identifier),
+      }(*this, lifetime_.token(), *identifier),
       logger_);
 }
 
 asio::awaitable<void> ActiveIntervalManager::activeIntervalUpdate(std::string identifier) {
-  const std::shared_ptr<bool> alive = alive_;
+  const auto alive = lifetime_.token();
   std::vector<std::string> arguments{"install", identifier, "--update-only", "--silent",
                                      "--active-interval-update"};
   const std::optional<core::TimeInterval> noLimit;

@@ -12,6 +12,7 @@
 #include "agent/items/UIController.h"
 #include "agent/run/VelmoRunner.h"
 #include "core/Executors.h"
+#include "core/Lifetime.h"
 #include "core/deferrals/DialogResponse.h"
 #include "core/items/UpdateItem.h"
 #include "core/logging/CustomLogger.h"
@@ -81,7 +82,7 @@ class ActiveIntervalManager {
   std::set<std::string> inWork_;
   std::vector<platform::ObserverToken> observers_;
   platform::ObserverToken terminationObserver_;
-  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  core::Lifetime lifetime_;
 };
 
 }  // namespace velmo::agent::deferrals

@@ -34,7 +34,6 @@ DeferralManager::DeferralManager(const Collaborators& collaborators)
 }
 
 DeferralManager::~DeferralManager() {
-  *alive_ = false;
   logger_.debug("Deinitializing DeferralManager.");
   for (const auto& token : distributedObservers_) {
     collaborators_.distributedCenter.removeObserver(token);
@@ -105,7 +104,7 @@ void DeferralManager::writeWaitingChanges() {
   if (writing_ || waiting_.empty()) return;
   writing_ = true;
   asio::post(fileStrand_, [work = fileWork_, changes = std::exchange(waiting_, {}),
-                           main = collaborators_.mainExecutor, alive = alive_, this] {
+                           main = collaborators_.mainExecutor, alive = lifetime_.token(), this] {
     work->apply(changes);
     asio::post(main, [alive, this] {
       if (!*alive) return;

@@ -7,6 +7,7 @@
 
 #include "agent/deferrals/DeferralStorageManager.h"
 #include "core/Executors.h"
+#include "core/Lifetime.h"
 #include "core/logging/CustomLogger.h"
 #include "core/logging/LogBudget.h"
 #include "core/logging/MalformedPostLog.h"
@@ -79,7 +80,7 @@ class DeferralManager {
   core::SerialExecutor fileStrand_;
   std::vector<Change> waiting_;
   bool writing_ = false;
-  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  core::Lifetime lifetime_;
   std::vector<platform::ObserverToken> distributedObservers_;
   platform::ObserverToken localObserver_;
 };

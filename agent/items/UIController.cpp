@@ -67,12 +67,10 @@ UIController::~UIController() {
 void UIController::observe(std::string_view name, void (UIController::*handler)(
                                                       const platform::DistributedNotification&)) {
   observers_.push_back(collaborators_.distributedCenter.addObserver(
-      name, [weak = weak_from_this(), handler,
-             main = collaborators_.mainExecutor](const platform::DistributedNotification& n) {
-        asio::post(main, [weak, handler, n] {
-          if (auto self = weak.lock()) ((*self).*handler)(n);
-        });
-      }));
+      name,
+      lifetime_.deferring<platform::DistributedNotification>(
+          collaborators_.mainExecutor,
+          [this, handler](const platform::DistributedNotification& n) { (this->*handler)(n); })));
   logger_.debug("Listening for distributed notifications named " + std::string(name) + ".");
 }
 

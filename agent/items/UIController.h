@@ -14,6 +14,7 @@
 #include "agent/run/ListedItems.h"
 #include "agent/run/VelmoRunCoordinator.h"
 #include "core/Executors.h"
+#include "core/Lifetime.h"
 #include "core/items/UpdateItem.h"
 #include "core/logging/CustomLogger.h"
 #include "core/logging/LogBudget.h"
@@ -125,6 +126,7 @@ class UIController final : public run::ListedItems,
   std::optional<platform::TimePoint> lastSaveTime_;  // None: the distant past.
   std::shared_ptr<run::VelmoRunCoordinator> velmoRunCoordinator_;
   std::vector<platform::ObserverToken> observers_;
+  core::Lifetime lifetime_;
 
   // Until the state file is read, changes are kept apart so that the load
   // can't drop them: items added or overwritten, and ids removed.

@@ -47,7 +47,6 @@ VelmoAgentQueue::VelmoAgentQueue(const Collaborators& collaborators)
 }
 
 VelmoAgentQueue::~VelmoAgentQueue() {
-  *alive_ = false;
   if (sharedInstance == this) sharedInstance = nullptr;
 }
 
@@ -111,14 +110,14 @@ void VelmoAgentQueue::startConcurrentRuns() {
     concurrentQueue_.pop_front();
     core::startTask(
         collaborators_.mainExecutor,
-        [](VelmoAgentQueue& queue, std::shared_ptr<bool> alive,
+        [](VelmoAgentQueue& queue, std::shared_ptr<const bool> alive,
            core::UpdateItem item) -> asio::awaitable<void> {
           co_await queue.process(item);
           if (!*alive) co_return;
           --queue.concurrentRuns_;
           queue.finish(queue._concurrentQueueItems, item);
           queue.startConcurrentRuns();
-        }(*this, alive_, std::move(item)),
+        }(*this, lifetime_.token(), std::move(item)),
         logger_);
   }
 }
@@ -132,7 +131,7 @@ void VelmoAgentQueue::finish(core::Published<std::vector<core::UpdateItem>>& set
 // Works through the serial side until it is empty: at most one tool run of
 // that side exists at any time.
 asio::awaitable<void> VelmoAgentQueue::runSerialSide(core::UpdateItem item) {
-  const std::shared_ptr<bool> alive = alive_;
+  const auto alive = lifetime_.token();
   for (;;) {
     co_await process(item);
     if (!*alive) co_return;
@@ -154,7 +153,7 @@ std::vector<std::string> VelmoAgentQueue::arguments(const core::UpdateItem& item
 }
 
 asio::awaitable<void> VelmoAgentQueue::process(core::UpdateItem item) {
-  const std::shared_ptr<bool> alive = alive_;
+  const auto alive = lifetime_.token();
   const platform::TimePoint start = collaborators_.clock.now();
   logger_.debug("Started processing queued update item: " + item.id + " at " +
                 defaultDescription(start));

@@ -9,6 +9,7 @@
 
 #include "agent/run/VelmoRunner.h"
 #include "core/Executors.h"
+#include "core/Lifetime.h"
 #include "core/Published.h"
 #include "core/items/UpdateItem.h"
 #include "core/logging/CustomLogger.h"
@@ -88,7 +89,7 @@ class VelmoAgentQueue {
   // Ids waiting or running on either side.
   std::unordered_set<std::string> inWork_;
   std::vector<core::Subscription> cancellables_;
-  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  core::Lifetime lifetime_;
 };
 
 }  // namespace velmo::agent::items

@@ -9,38 +9,13 @@ MDMChangeObserver::MDMChangeObserver(const Collaborators& collaborators, std::st
       domain_(std::move(domain)),
       // At start whatever is read is taken, an empty policy too.
       config_(VelmoRunConfig::read(collaborators.userDefaults)),
-      mdmChangeSubject_(collaborators.mainExecutor, collaborators.clock, kQuietTime,
-                        [this] { reload(); }) {
+      mdmChangeSubject_(
+          {collaborators.mainExecutor, collaborators.clock, collaborators.distributedCenter},
+          domain_, kQuietTime, [this] { reload(); }) {
   logger_.debug("MDMChangeObserver initialized");
-  token_ = collaborators_.distributedCenter.addObserver(
-      core::NotificationName::managementStatusChangedForDomains,
-      [this](const platform::DistributedNotification& n) { handleMDMChange(n); });
 }
 
-MDMChangeObserver::~MDMChangeObserver() {
-  collaborators_.distributedCenter.removeObserver(token_);
-  logger_.debug("MDMChangeObserver deinitialized");
-}
-
-void MDMChangeObserver::handleMDMChange(const platform::DistributedNotification& notification) {
-  if (mentionsDomain(notification, domain_)) mdmChangeSubject_.trigger();
-}
-
-bool MDMChangeObserver::mentionsDomain(const platform::DistributedNotification& notification,
-                                       std::string_view domain) {
-  if (!notification.userInfo) return false;
-  const auto found = notification.userInfo->find(core::kChangedDomainsKey);
-  if (found == notification.userInfo->end()) return false;
-  const auto* domains = found->second.getIf<core::PlistArray>();
-  if (!domains) return false;
-  bool mentioned = false;
-  for (const auto& element : *domains) {
-    const auto* name = element.getIf<std::string>();
-    if (!name) return false;  // Not an array of strings.
-    mentioned = mentioned || *name == domain;
-  }
-  return mentioned;
-}
+MDMChangeObserver::~MDMChangeObserver() { logger_.debug("MDMChangeObserver deinitialized"); }
 
 void MDMChangeObserver::reload() {
   VelmoRunConfig fresh = VelmoRunConfig::read(collaborators_.userDefaults);

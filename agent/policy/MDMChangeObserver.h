@@ -2,8 +2,8 @@
 
 #include <string>
 
+#include "agent/policy/ManagedDomainChanges.h"
 #include "agent/policy/VelmoRunConfig.h"
-#include "core/Debouncer.h"
 #include "core/Executors.h"
 #include "core/Published.h"
 #include "core/logging/CustomLogger.h"
@@ -33,12 +33,6 @@ class MDMChangeObserver {
   MDMChangeObserver(const MDMChangeObserver&) = delete;
   MDMChangeObserver& operator=(const MDMChangeObserver&) = delete;
 
-  void handleMDMChange(const platform::DistributedNotification& notification);
-  // Whether a policy notification names `domain` among its changed domains.
-  // A user info of any other shape names none.
-  static bool mentionsDomain(const platform::DistributedNotification& notification,
-                             std::string_view domain);
-
   core::Published<VelmoRunConfig>& config() { return config_; }
   const core::Published<VelmoRunConfig>& config() const { return config_; }
 
@@ -49,8 +43,7 @@ class MDMChangeObserver {
   core::CustomLogger logger_{"MDMChangeObserver"};
   std::string domain_;
   core::Published<VelmoRunConfig> config_;
-  core::Debouncer mdmChangeSubject_;
-  platform::ObserverToken token_;
+  ManagedDomainChanges mdmChangeSubject_;
 };
 
 }  // namespace velmo::agent::policy

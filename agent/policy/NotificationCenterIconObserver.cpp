@@ -1,18 +1,16 @@
 #include "agent/policy/NotificationCenterIconObserver.h"
 
-#include "agent/policy/MDMChangeObserver.h"
 #include "core/notifications/NotificationNames.h"
 
 namespace velmo::agent::policy {
 
 NotificationCenterIconObserver::NotificationCenterIconObserver(const Collaborators& collaborators)
     : collaborators_(collaborators),
-      mdmChangeSubject_(collaborators.mainExecutor, collaborators.clock, kQuietTime,
-                        [this] { startStep(&NotificationCenterIconObserver::changeStep); }) {
+      mdmChangeSubject_(
+          {collaborators.mainExecutor, collaborators.clock, collaborators.distributedCenter},
+          std::string(mdm::rawValue(mdm::ManagedDomain::velmoNotifier)), kQuietTime,
+          [this] { startStep(&NotificationCenterIconObserver::changeStep); }) {
   logger_.debug("NotificationCenterIconObserver initialized");
-  token_ = collaborators_.distributedCenter.addObserver(
-      core::NotificationName::managementStatusChangedForDomains,
-      [this](const platform::DistributedNotification& n) { handleMDMChange(n); });
 }
 
 std::shared_ptr<NotificationCenterIconObserver> NotificationCenterIconObserver::make(
@@ -24,16 +22,7 @@ std::shared_ptr<NotificationCenterIconObserver> NotificationCenterIconObserver::
 }
 
 NotificationCenterIconObserver::~NotificationCenterIconObserver() {
-  collaborators_.distributedCenter.removeObserver(token_);
   logger_.debug("NotificationCenterIconObserver deinitialized");
-}
-
-void NotificationCenterIconObserver::handleMDMChange(
-    const platform::DistributedNotification& notification) {
-  if (MDMChangeObserver::mentionsDomain(notification,
-                                        mdm::rawValue(mdm::ManagedDomain::velmoNotifier))) {
-    mdmChangeSubject_.trigger();
-  }
 }
 
 void NotificationCenterIconObserver::startStep(Step step) {

@@ -6,8 +6,8 @@
 
 #include <asio/awaitable.hpp>
 
+#include "agent/policy/ManagedDomainChanges.h"
 #include "agent/run/VelmoRunner.h"
-#include "core/Debouncer.h"
 #include "core/Executors.h"
 #include "core/logging/CustomLogger.h"
 #include "mdm/ManagedPrefs.h"
@@ -40,8 +40,6 @@ class NotificationCenterIconObserver
   NotificationCenterIconObserver(const NotificationCenterIconObserver&) = delete;
   NotificationCenterIconObserver& operator=(const NotificationCenterIconObserver&) = delete;
 
-  void handleMDMChange(const platform::DistributedNotification& notification);
-
   const std::optional<std::string>& currentIcon() const { return currentIcon_; }
 
  private:
@@ -58,9 +56,8 @@ class NotificationCenterIconObserver
 
   Collaborators collaborators_;
   core::CustomLogger logger_{"NotificationCenterIconObserver"};
-  core::Debouncer mdmChangeSubject_;
+  ManagedDomainChanges mdmChangeSubject_;
   std::optional<std::string> currentIcon_;
-  platform::ObserverToken token_;
 };
 
 }  // namespace velmo::agent::policy

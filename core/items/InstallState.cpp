@@ -35,9 +35,4 @@ std::optional<InstallState> installStateFromRawValue(std::string_view raw) {
   return std::nullopt;
 }
 
-bool isInProgress(InstallState state) {
-  return state != InstallState::available && state != InstallState::installed &&
-         state != InstallState::failed;
-}
-
 }  // namespace velmo::core

@@ -24,7 +24,5 @@ enum class InstallState {
 std::string_view rawValue(InstallState state);
 // Case-sensitive; none for any other string.
 std::optional<InstallState> installStateFromRawValue(std::string_view raw);
-// From pendingQueue to installing: neither waiting nor finished.
-bool isInProgress(InstallState state);
 
 }  // namespace velmo::core

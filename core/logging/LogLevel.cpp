@@ -17,11 +17,4 @@ constexpr std::array<std::pair<LogLevel, std::string_view>, 4> kRawValues{{
 
 std::string_view rawValue(LogLevel level) { return kRawValues[static_cast<int>(level)].second; }
 
-std::optional<LogLevel> logLevelFromRawValue(std::string_view raw) {
-  for (const auto& [level, name] : kRawValues) {
-    if (name == raw) return level;
-  }
-  return std::nullopt;
-}
-
 }  // namespace velmo::core

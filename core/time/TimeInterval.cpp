@@ -54,17 +54,4 @@ std::string durationDescription(TimeInterval interval) {
   return result;
 }
 
-std::string clockTimeString(TimeInterval interval) {
-  const std::int64_t t = wholeSeconds(interval);
-  char buffer[48];
-  if (t < 3600) {
-    std::snprintf(buffer, sizeof buffer, "%lld:%02lld", static_cast<long long>(t / 60),
-                  static_cast<long long>(t % 60));
-  } else {
-    std::snprintf(buffer, sizeof buffer, "%lld:%02lld:%02lld", static_cast<long long>(t / 3600),
-                  static_cast<long long>((t / 60) % 60), static_cast<long long>(t % 60));
-  }
-  return buffer;
-}
-
 }  // namespace velmo::core

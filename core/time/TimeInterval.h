@@ -18,7 +18,4 @@ Duration toDuration(TimeInterval interval);
 // fractions of a second dropped. Takes a finite, non-negative interval.
 std::string durationDescription(TimeInterval interval);
 
-// "59:59" under an hour, "1:01:01" from an hour on.
-std::string clockTimeString(TimeInterval interval);
-
 }  // namespace velmo::core

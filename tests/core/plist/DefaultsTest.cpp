@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "core/plist/DefaultsData.h"
 #include "platform/fake/FakeUserDefaults.h"
+#include "tests/support/DefaultsData.h"
 
 namespace velmo::core {
 namespace {
@@ -54,7 +54,7 @@ TEST_F(DefaultsTest, TakesOnlyValuesOfTheAskedType) {
 }
 
 TEST_F(DefaultsTest, DataRoundTripsJsonAndABadBlobGivesTheDefaultAndStays) {
-  DefaultsData<Window> window(store_, "Window", Window{"none", 0});
+  testing::DefaultsData<Window> window(store_, "Window", Window{"none", 0});
   EXPECT_EQ(window.wrappedValue(), (Window{"none", 0}));
   window.setWrappedValue(Window{"Tuesday", 3});
   EXPECT_EQ(window.wrappedValue(), (Window{"Tuesday", 3}));

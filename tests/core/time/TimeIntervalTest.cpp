@@ -32,18 +32,5 @@ INSTANTIATE_TEST_SUITE_P(
                       // Outside the callers' contract: clamped, never undefined.
                       IntervalCase{-5, "0 seconds"}));
 
-class ClockTimeString : public ::testing::TestWithParam<IntervalCase> {};
-
-TEST_P(ClockTimeString, ShowsMinutesOrHours) {
-  EXPECT_EQ(clockTimeString(TimeInterval(GetParam().seconds)), GetParam().expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(Table, ClockTimeString,
-                         ::testing::Values(IntervalCase{0, "0:00"}, IntervalCase{59, "0:59"},
-                                           IntervalCase{59.9, "0:59"}, IntervalCase{3599, "59:59"},
-                                           IntervalCase{3600, "1:00:00"},
-                                           IntervalCase{3661, "1:01:01"},
-                                           IntervalCase{360000, "100:00:00"}));
-
 }  // namespace
 }  // namespace velmo::core

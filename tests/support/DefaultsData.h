@@ -8,7 +8,7 @@
 #include "core/values/PlistValue.h"
 #include "platform/UserDefaults.h"
 
-namespace velmo::core {
+namespace velmo::testing {
 
 // One preference key holding a JSON-encoded value as a data blob, read
 // afresh at every access. No blob, or one that doesn't decode as T, gives the
@@ -21,7 +21,7 @@ class DefaultsData {
 
   T wrappedValue() const {
     const auto object = store_.object(key_);
-    const auto* data = object ? object->getIf<PlistData>() : nullptr;
+    const auto* data = object ? object->getIf<core::PlistData>() : nullptr;
     if (!data) return defaultValue_;
     try {
       return nlohmann::json::parse(data->begin(), data->end()).template get<T>();
@@ -37,7 +37,7 @@ class DefaultsData {
     } catch (const std::exception&) {
       return;
     }
-    store_.setObject(key_, PlistData(text.begin(), text.end()));
+    store_.setObject(key_, core::PlistData(text.begin(), text.end()));
   }
 
   const std::string& key() const { return key_; }
@@ -48,4 +48,4 @@ class DefaultsData {
   T defaultValue_;
 };
 
-}  // namespace velmo::core
+}  // namespace velmo::testing
