@@ -61,7 +61,7 @@ void DeferralManager::processUpdateDialogResponse(
 
 void DeferralManager::recordDeferral(const std::string& appId, const std::string& targetVersion,
                                      const std::string& reason) {
-  submit({false, appId, targetVersion, {collaborators_.clock.now(), reason}});
+  submit({false, appId, targetVersion, {{collaborators_.clock.now(), reason}}});
 }
 
 void DeferralManager::processInstallation(const platform::DistributedNotification& notification) {
@@ -73,7 +73,7 @@ void DeferralManager::processInstallation(const platform::DistributedNotificatio
     return;
   }
   logger_.debug("[" + item->id + "] Received successful installation notice.");
-  submit({true, item->id, {}, {}});
+  submit({true, item->id, {}, {}, 0});
 }
 
 void DeferralManager::handleRemoveDeferralsForItem(const std::any& object) {
@@ -83,16 +83,32 @@ void DeferralManager::handleRemoveDeferralsForItem(const std::any& object) {
     return;
   }
   logger_.debug("[" + item->id + "] Received request to remove deferrals for item.");
-  submit({true, item->id, {}, {}});
+  submit({true, item->id, {}, {}, 0});
 }
 
 void DeferralManager::submit(Change change) {
+  if (change.isRemoval) {
+    std::erase_if(waitingRecords_,
+                  [&](const auto& entry) { return waiting_[entry.second].appId == change.appId; });
+  } else if (const auto found = waitingRecords_.find(change.appId + "_" + change.targetVersion);
+             found != waitingRecords_.end()) {
+    Change& waiting = waiting_[found->second];
+    waiting.details.push_back(std::move(change.details.front()));
+    if (waiting.details.size() > DeferralStorageManager::kMaxDetails) {
+      waiting.details.erase(waiting.details.begin());
+      ++waiting.foldedAway;
+    }
+    return;
+  }
   if (waiting_.size() >= kMaxWaitingChanges) {
     drops_.error("full", "deferral changes dropped while the file was busy", [&] {
       return "Dropped a deferral change for " + change.appId + ": " +
              std::to_string(kMaxWaitingChanges) + " changes already wait to be written.";
     });
     return;
+  }
+  if (!change.isRemoval) {
+    waitingRecords_[change.appId + "_" + change.targetVersion] = waiting_.size();
   }
   waiting_.push_back(std::move(change));
   writeWaitingChanges();
@@ -103,6 +119,7 @@ void DeferralManager::submit(Change change) {
 void DeferralManager::writeWaitingChanges() {
   if (writing_ || waiting_.empty()) return;
   writing_ = true;
+  waitingRecords_.clear();
   asio::post(fileStrand_, [work = fileWork_, changes = std::exchange(waiting_, {}),
                            main = collaborators_.mainExecutor, alive = lifetime_.token(), this] {
     work->apply(changes);
@@ -131,17 +148,24 @@ void DeferralManager::FileWork::apply(const std::vector<Change>& changes) {
     core::Deferral record = found != map.end()
                                 ? found->second
                                 : core::Deferral::make(change.appId, change.targetVersion);
-    const std::int64_t count = record.deferralCount.value_or(0);
+    std::int64_t count = record.deferralCount.value_or(0);
     logger.debug("Loaded deferral: " + record.identifier + ", count: " + std::to_string(count));
     // Saturates: a record deferred 2^63 times stays at the top.
-    record.deferralCount = count < std::numeric_limits<std::int64_t>::max() ? count + 1 : count;
-    logger.debug("Incremented deferral count to: " + std::to_string(*record.deferralCount));
+    constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
+    const std::int64_t added = change.foldedAway + static_cast<std::int64_t>(change.details.size());
+    count = count <= kMost - added ? count + added : kMost;
+    record.deferralCount = count;
+    logger.debug("Incremented deferral count to: " + std::to_string(count));
     if (!record.deferrals) record.deferrals.emplace();
-    record.deferrals->push_back(change.detail);
-    logger.debug("Appended deferral detail: " + change.detail.description());
-    DeferralStorageManager::store(map, std::move(record), key);
+    for (const auto& detail : change.details) {
+      record.deferrals->push_back(detail);
+      logger.debug("Appended deferral detail: " + detail.description());
+    }
+    recency[key] = ++this->changes;
+    DeferralStorageManager::store(map, std::move(record), key, recency);
     logger.debug("Saved deferral for key: " + key);
   }
+  std::erase_if(recency, [&](const auto& entry) { return !map.count(entry.first); });
   storageManager.write(
       map, records ? "Failed to create directory or write file: " : "Failed to remove deferral: ");
 }

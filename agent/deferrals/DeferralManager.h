@@ -1,6 +1,8 @@
 #pragma once
 
 #include <any>
+#include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -56,16 +58,21 @@ class DeferralManager {
 
  private:
   // One change of the file: a deferral to count, or an app whose records go.
+  // Deferrals of one record that wait together fold into one change: its
+  // newest details, and how many older ones were folded away uncounted.
   struct Change {
     bool isRemoval = false;
     std::string appId;
     std::string targetVersion;
-    core::DeferralDetail detail;
+    std::vector<core::DeferralDetail> details;
+    std::int64_t foldedAway = 0;
   };
   // What the file thread works with; it outlives the manager while a write runs.
   struct FileWork {
     DeferralStorageManager storageManager;
     core::CustomLogger logger{"DeferralManager"};
+    DeferralStorageManager::Recency recency{};
+    std::uint64_t changes = 0;
     void apply(const std::vector<Change>& changes);
   };
 
@@ -79,6 +86,8 @@ class DeferralManager {
   std::shared_ptr<FileWork> fileWork_;
   core::SerialExecutor fileStrand_;
   std::vector<Change> waiting_;
+  // The waiting change of each record key, while no removal follows it.
+  std::map<std::string, std::size_t> waitingRecords_;
   bool writing_ = false;
   core::Lifetime lifetime_;
   std::vector<platform::ObserverToken> distributedObservers_;

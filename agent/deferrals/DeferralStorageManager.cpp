@@ -46,19 +46,21 @@ void DeferralStorageManager::write(const core::DeferralMap& records,
 }
 
 void DeferralStorageManager::store(core::DeferralMap& records, core::Deferral record,
-                                   const std::string& key) {
+                                   const std::string& key, const Recency& recency) {
   if (record.deferrals && record.deferrals->size() > kMaxDetails) {
     auto& details = *record.deferrals;
     details.erase(details.begin(), details.end() - static_cast<std::ptrdiff_t>(kMaxDetails));
   }
   records.insert_or_assign(key, std::move(record));
+  const auto age = [&](const core::DeferralMap::value_type& entry) {
+    const auto known = recency.find(entry.first);
+    return std::pair(lastDeferred(entry.second), known == recency.end() ? 0 : known->second);
+  };
   while (records.size() > kMaxRecords) {
     auto oldest = records.end();
     for (auto entry = records.begin(); entry != records.end(); ++entry) {
       if (entry->first == key) continue;
-      if (oldest == records.end() || lastDeferred(entry->second) < lastDeferred(oldest->second)) {
-        oldest = entry;
-      }
+      if (oldest == records.end() || age(*entry) < age(*oldest)) oldest = entry;
     }
     records.erase(oldest);
   }

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
+#include <map>
 #include <string>
 #include <string_view>
 
@@ -33,10 +35,15 @@ class DeferralStorageManager {
   // expect; a failure is logged after `failurePrefix`.
   void write(const core::DeferralMap& records, std::string_view failurePrefix);
 
+  // The order in which this process last changed records, by key, oldest
+  // lowest: the file keeps whole seconds, and a burst fills many in one.
+  using Recency = std::map<std::string, std::uint64_t>;
+
   // Stores `record` under `key`, replacing an older one, and keeps the bounds:
   // the record keeps its newest details, and beyond the most records the one
-  // deferred longest ago goes.
-  static void store(core::DeferralMap& records, core::Deferral record, const std::string& key);
+  // deferred longest ago goes (by its last detail, then by `recency`).
+  static void store(core::DeferralMap& records, core::Deferral record, const std::string& key,
+                    const Recency& recency);
   // Drops every record whose own app id is `appId`, of any target version.
   static void remove(core::DeferralMap& records, const std::string& appId);
 

@@ -10,11 +10,12 @@ ManagedDomainChanges::ManagedDomainChanges(const Collaborators& collaborators, s
     : distributedCenter_(collaborators.distributedCenter),
       domain_(std::move(domain)),
       debouncer_(collaborators.mainExecutor, collaborators.clock, quietTime, std::move(action)) {
-  token_ = distributedCenter_.addObserver(
-      core::NotificationName::managementStatusChangedForDomains,
-      [this](const platform::DistributedNotification& notification) {
-        if (mentionsDomain(notification, domain_)) debouncer_.trigger();
-      });
+  token_ =
+      distributedCenter_.addObserver(core::NotificationName::managementStatusChangedForDomains,
+                                     [this](const platform::DistributedNotification& notification) {
+                                       if (mentionsDomain(notification, domain_))
+                                         debouncer_.trigger();
+                                     });
 }
 
 ManagedDomainChanges::~ManagedDomainChanges() { distributedCenter_.removeObserver(token_); }

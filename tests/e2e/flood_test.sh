@@ -83,10 +83,13 @@ print(len(records), details, deep)
 PY
 ) || fail "deferrals file does not parse"
 read -r record_count detail_count deep_count <<<"$shape"
+full_queue=$(agent_output | grep -c "posts already wait for their senders")
 say "20,000 deferrals: marker handled ${marker} s after its post; agent CPU ${flood_cpu} s;" \
-  "deferrals file $(stat -c %s "$deferrals") bytes, $record_count records, at most $detail_count details, deepest count $deep_count"
+  "deferrals file $(stat -c %s "$deferrals") bytes, $record_count records, at most $detail_count details, deepest count $deep_count of 500 sent;" \
+  "$full_queue lines on posts that found the queue for unknown senders full"
 within "$marker" 0 1 || fail "marker handled ${marker} s after its post"
 [ "$record_count" -le 1000 ] && [ "$detail_count" -le 100 ] || fail "deferrals file beyond its bounds"
+# Each deep record got 500 posts: the count goes on past the details kept.
 [ "$deep_count" -eq 500 ] || fail "deep count $deep_count, not 500"
 
 # 3. User checks: 2,000 during a 20 s run.

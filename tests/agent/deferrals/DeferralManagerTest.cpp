@@ -110,12 +110,15 @@ TEST_F(DeferralManagerTest, ABurstIsFoldedAndTheFileKeepsItsBounds) {
     const auto text = core::DialogResponse::fromItem(item(id), {kind, ""}).jsonText();
     distributed_.deliver({std::string(Name::dialogResponse), text, std::nullopt});
   };
-  const std::size_t many = DeferralStorageManager::kMaxDetails + 5;
-  for (std::size_t i = 0; i < many; ++i) deliver("busy", Kind::deferral);
-  // One record too many: of the oldest, the first in key order goes.
+  // One record too many: the one deferred longest ago goes, though all of
+  // one second look alike in the file.
   const std::size_t most = DeferralStorageManager::kMaxRecords;
+  const std::size_t many = DeferralStorageManager::kMaxDetails + 5;
   for (std::size_t i = 0; i < most; ++i) {
-    if (i == most / 2) clock_.advance(std::chrono::seconds(1));
+    if (i == most / 2) {
+      clock_.advance(std::chrono::seconds(1));
+      for (std::size_t j = 0; j < many; ++j) deliver("busy", Kind::deferral);
+    }
     deliver("app" + std::to_string(i), Kind::deferral);
   }
   deliver("busy", Kind::dndDeferral);
@@ -128,6 +131,29 @@ TEST_F(DeferralManagerTest, ABurstIsFoldedAndTheFileKeepsItsBounds) {
   ASSERT_EQ(busy.deferrals->size(), DeferralStorageManager::kMaxDetails);
   EXPECT_EQ(busy.deferrals->back().reason, "Respect DND deferral");
   EXPECT_LE(changedPosts(), 4u);
+}
+
+// Whole seconds make a burst's records look alike in the file: the order in
+// which this process changed them decides, not their keys.
+TEST(DeferralStorageManager, WithinOneSecondTheLeastRecentlyChangedGoes) {
+  core::DeferralMap records;
+  DeferralStorageManager::Recency recency;
+  const core::DeferralDetail detail{platform::fake::VirtualClock::kDefaultStart, "r"};
+  for (std::size_t i = 0; i < DeferralStorageManager::kMaxRecords; ++i) {
+    // "a0" is changed last, though it sorts first.
+    const std::string id = "a" + std::to_string((i + 1) % DeferralStorageManager::kMaxRecords);
+    auto record = core::Deferral::make(id, "1");
+    record.deferrals = std::vector{detail};
+    recency[id + "_1"] = i + 1;
+    records.emplace(id + "_1", record);
+  }
+  auto fresh = core::Deferral::make("b", "1");
+  fresh.deferrals = std::vector{detail};
+  recency["b_1"] = DeferralStorageManager::kMaxRecords + 1;
+  DeferralStorageManager::store(records, fresh, "b_1", recency);
+  EXPECT_EQ(records.size(), DeferralStorageManager::kMaxRecords);
+  EXPECT_EQ(records.count("a0_1"), 1u);
+  EXPECT_EQ(records.count("a1_1"), 0u);
 }
 
 struct BadNotification {
