@@ -55,9 +55,9 @@ void VelmoAgentQueue::setShared(VelmoAgentQueue* instance) { sharedInstance = in
 
 void VelmoAgentQueue::insert(core::Published<std::vector<core::UpdateItem>>& set,
                              const core::UpdateItem& item) {
+  // `inWork_` already holds one request per id, so the item is not there yet.
   auto items = set.value();
-  // One element per id: one already there stays as it is.
-  if (std::find(items.begin(), items.end(), item) == items.end()) items.push_back(item);
+  items.push_back(item);
   set.set(std::move(items));
 }
 

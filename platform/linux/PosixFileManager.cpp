@@ -141,10 +141,7 @@ Descriptor openInFixedFolder(const std::filesystem::path& path, const std::files
     errno = EINVAL;
     return Descriptor();
   }
-  std::vector<std::string> below;
-  for (const auto& component : relative) {
-    if (!component.empty() && component != ".") below.push_back(component.string());
-  }
+  const std::deque<std::string> below = componentsOf(relative);
   Descriptor current = openFixedFolder(folder);
   if (!current.valid()) return current;
   if (below.empty()) return Descriptor(::openat(current.get(), ".", flags | O_CLOEXEC));
