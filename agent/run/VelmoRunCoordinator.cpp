@@ -61,16 +61,9 @@ VelmoRunCoordinator::VelmoRunCoordinator(Collaborators collaborators)
       // The observer has just read the policy; reading the files again would give the same.
       config_(mdmChangeObserver_.config().value()),
       gate_(collaborators_.mainExecutor, collaborators_.clock) {
-  if (config_.runInterval) {
-    timerInterval_ = sanitizedInterval(*config_.runInterval);
-  } else {
-    // The platform's double reading: a number, or a string that reads as one.
-    const auto stored = collaborators_.userDefaults.object("RunInterval");
-    const auto seconds = stored ? mdm::PreferenceConversions::real(*stored) : std::nullopt;
-    timerInterval_ = seconds && *seconds > 0 && std::isfinite(*seconds)
-                         ? core::TimeInterval(*seconds)
-                         : defaultTimerInterval;
-  }
+  // Said once here; the planner falls back silently.
+  if (config_.runInterval) sanitizedInterval(*config_.runInterval);
+  timerInterval_ = RunPlanner::startInterval(config_, collaborators_.userDefaults);
 }
 
 void VelmoRunCoordinator::start() {
@@ -94,7 +87,7 @@ VelmoRunCoordinator::~VelmoRunCoordinator() {
 }
 
 core::TimeInterval VelmoRunCoordinator::sanitizedInterval(double seconds) const {
-  if (seconds > 0 && std::isfinite(seconds)) return core::TimeInterval(seconds);
+  if (const auto usable = RunPlanner::usableInterval(seconds)) return *usable;
   logger_.warning("Ignoring RunInterval " +
                   mdm::PreferenceConversions::string(seconds).value_or("") +
                   ": it must be a number of seconds above 0. Using " +
@@ -163,9 +156,9 @@ void VelmoRunCoordinator::invalidateTimer() {
 void VelmoRunCoordinator::scheduleNextRun() {
   invalidateTimer();
   const platform::TimePoint now = collaborators_.clock.now();
-  const platform::TimePoint target = now + core::toDuration(timerInterval_);
-  const platform::TimePoint next = nextAllowedDate(target, std::nullopt);
-  const auto delta = next - now;
+  const RunPlanner::Plan plan = planner().afterRun(now);
+  logDeferral(plan, std::nullopt);
+  const auto delta = plan.start - now;
   if (delta <= platform::Duration::zero()) {
     logger_.info("Next allowed Velmo Run time is now or in the past. Running immediately.");
     startTriggerRun(core::TimeInterval(0));
@@ -191,10 +184,9 @@ void VelmoRunCoordinator::rescheduleFromLastRun(std::optional<RescheduleReason> 
                     ", in the future; planning from now.");
     lastRun = now;
   }
-  const platform::TimePoint due = lastRun + core::toDuration(timerInterval_);
-  const platform::TimePoint base = now >= due ? now : due;
-  const platform::TimePoint next = nextAllowedDate(base, reason);
-  const auto delta = next - now;
+  const RunPlanner::Plan plan = planner().fromLastRun(lastRun, now);
+  logDeferral(plan, reason);
+  const auto delta = plan.start - now;
   if (delta <= platform::Duration::zero()) {
     logger_.info("Next scheduled Velmo Run time is now or in the past. Running immediately.");
     startTriggerRun(core::TimeInterval(0));
@@ -204,20 +196,18 @@ void VelmoRunCoordinator::rescheduleFromLastRun(std::optional<RescheduleReason> 
   logger_.debug("Last Velmo Run was " + describe(now - lastRun) + " ago.");
 }
 
-platform::TimePoint VelmoRunCoordinator::nextAllowedDate(
-    platform::TimePoint date, std::optional<RescheduleReason> reason) const {
-  const auto policy = effectivePolicy();
-  if (!policy) return date;
-  const int days = policy->usesMonthScopedWindows() ? 60 : 21;
-  const platform::TimePoint next = policy->nextAllowedRunDate(date, days);
-  if (next > date) {
-    std::string line = "Global Velmo Run windows deferred the next run";
-    if (reason) line += " after " + label(reason);
-    line += " from " + friendly(date) + " to " + friendly(next) +
-            " (additional delay: " + describe(next - date) + ").";
-    logger_.debug(line);
-  }
-  return next;
+RunPlanner VelmoRunCoordinator::planner() const {
+  return RunPlanner(effectivePolicy(), timerInterval_);
+}
+
+void VelmoRunCoordinator::logDeferral(const RunPlanner::Plan& plan,
+                                      std::optional<RescheduleReason> reason) const {
+  if (plan.start <= plan.due) return;
+  std::string line = "Global Velmo Run windows deferred the next run";
+  if (reason) line += " after " + label(reason);
+  line += " from " + friendly(plan.due) + " to " + friendly(plan.start) +
+          " (additional delay: " + describe(plan.start - plan.due) + ").";
+  logger_.debug(line);
 }
 
 void VelmoRunCoordinator::scheduleTimer(core::TimeInterval delta,

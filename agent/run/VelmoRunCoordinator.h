@@ -16,6 +16,7 @@
 #include "agent/run/ListedItems.h"
 #include "agent/run/PlistManager.h"
 #include "agent/run/RunGate.h"
+#include "agent/run/RunPlanner.h"
 #include "agent/run/VelmoRunJob.h"
 #include "agent/run/VelmoRunner.h"
 #include "core/Debouncer.h"
@@ -46,7 +47,7 @@ enum class RescheduleReason { wake, mdmChange };
 // first run is attempted one second after it stands.
 class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordinator> {
  public:
-  static constexpr core::TimeInterval defaultTimerInterval{14400.0};
+  static constexpr core::TimeInterval defaultTimerInterval = RunPlanner::kDefaultInterval;
   static constexpr core::TimeInterval kFirstRunDelay{1.0};
   static constexpr core::TimeInterval kGateLimit{3600.0};
   static constexpr platform::Duration kDebounce = std::chrono::seconds(5);
@@ -87,9 +88,8 @@ class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordina
   void scheduleNextRun();
   // Plans from the last finished run.
   void rescheduleFromLastRun(std::optional<RescheduleReason> reason);
-  // The first moment the windows allow at or after `date`.
-  platform::TimePoint nextAllowedDate(platform::TimePoint date,
-                                      std::optional<RescheduleReason> reason) const;
+  // The windows in force now and the current interval.
+  RunPlanner planner() const;
   // Arms the one run timer for `delta` from now, replacing any armed one.
   void scheduleTimer(core::TimeInterval delta, std::optional<RescheduleReason> reason);
   // Built afresh at each call, in the zone the system has now; none means
@@ -132,6 +132,8 @@ class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordina
   // A usable interval from a configured one; a non-positive or non-finite one
   // would run back to back, so it falls back to the default, with a warning.
   core::TimeInterval sanitizedInterval(double seconds) const;
+  // Says when the windows moved a run from when it was due.
+  void logDeferral(const RunPlanner::Plan& plan, std::optional<RescheduleReason> reason) const;
   asio::awaitable<void> compareWorker(std::shared_ptr<std::deque<std::string>> pending);
   asio::awaitable<void> runNewItems(std::vector<std::string> arguments, std::string ids);
   // The window check of a run, with its log lines; nothing is recorded for a refused run.
