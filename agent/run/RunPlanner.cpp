@@ -13,7 +13,9 @@ RunPlanner::RunPlanner(const policy::VelmoRunConfig& config,
                        const platform::UserDefaults& userDefaults, const std::string& timeZoneId)
     : RunPlanner(config.windowPolicy(timeZoneId), startInterval(config, userDefaults)) {}
 
-int RunPlanner::searchDays() const { return policy_ && policy_->usesMonthScopedWindows() ? 60 : 21; }
+int RunPlanner::searchDays() const {
+  return policy_ && policy_->usesMonthScopedWindows() ? 60 : 21;
+}
 
 platform::TimePoint RunPlanner::nextAllowedDate(platform::TimePoint date) const {
   if (!policy_) return date;

@@ -263,6 +263,87 @@ class Judge {
     return start;
   }
 
+  // The verdict of each minute on a day of this weekday and week of the
+  // month: the deny window with the lowest index wins, then any allow window.
+  const std::vector<VelmoWindowPolicy::Verdict>& verdicts(int weekday, int weekOfMonth) {
+    using Kind = VelmoWindowPolicy::Verdict::Kind;
+    const bool cacheable = weekday >= 1 && weekday <= 7 && weekOfMonth >= 0 && weekOfMonth <= 6;
+    auto& slot = cacheable ? verdictCache_[(weekday - 1) * 7 + weekOfMonth] : uncachedVerdicts_;
+    if (slot && cacheable) return *slot;
+    std::vector<VelmoWindowPolicy::Verdict> day(
+        kMinutesPerDay, {allow_.empty() ? Kind::allowed : Kind::outside, -1});
+    const auto paint = [&](const VelmoTimeWindow& window, VelmoWindowPolicy::Verdict verdict,
+                           bool onlyOutside) {
+      MinuteRanges ranges;
+      appendMinutes(window, ranges);
+      for (const auto& range : ranges) {
+        for (int minute = range.first; minute <= range.last; ++minute) {
+          auto& cell = day[static_cast<std::size_t>(minute)];
+          if (!onlyOutside || cell.kind == Kind::outside) cell = verdict;
+        }
+      }
+    };
+    for (int index = std::ssize(allow_) - 1; index >= 0; --index) {
+      VelmoTimeWindow everyWeek = allow_[static_cast<std::size_t>(index)];
+      everyWeek.weeksOfMonth.reset();
+      if (everyWeek.appliesOn(weekday, weekOfMonth))
+        paint(everyWeek, {Kind::otherWeek, index}, true);
+    }
+    for (const auto& window : allow_) {
+      if (window.appliesOn(weekday, weekOfMonth)) paint(window, {Kind::allowed, -1}, false);
+    }
+    for (int index = std::ssize(deny_) - 1; index >= 0; --index) {
+      const auto& window = deny_[static_cast<std::size_t>(index)];
+      if (window.appliesOn(weekday, weekOfMonth)) paint(window, {Kind::blackout, index}, false);
+    }
+    slot = std::move(day);
+    return *slot;
+  }
+
+  // Stretches of one verdict from `from` to `to`, walking spans of one UTC
+  // offset and one wall-clock date, in which the minute of the day rises by
+  // one per minute.
+  std::vector<VelmoWindowPolicy::Stretch> stretches(TimePoint from, TimePoint to) {
+    std::vector<VelmoWindowPolicy::Stretch> result;
+    const auto add = [&](TimePoint start, TimePoint end, VelmoWindowPolicy::Verdict verdict) {
+      start = std::max(start, from);
+      end = std::min(end, to);
+      if (start >= end) return;
+      if (!result.empty() && result.back().verdict == verdict && result.back().end == start) {
+        result.back().end = end;
+      } else {
+        result.push_back({start, end, verdict});
+      }
+    };
+    if (from >= to) return result;
+    Instant moment = toInstant(from);
+    const Instant last = std::chrono::ceil<milliseconds>(to);
+    while (moment < last) {
+      const auto decomposed = fields(moment);
+      if (!decomposed) {
+        add(toTimePoint(moment), toTimePoint(moment + kMinute),
+            {VelmoWindowPolicy::Verdict::Kind::outside, -1});
+        moment += kMinute;
+        continue;
+      }
+      const Instant spanEnd =
+          std::min({nextTransition(moment), moment + (kDay - decomposed->sinceMidnight), last});
+      const auto& day = verdicts(decomposed->weekday, decomposed->weekOfMonth);
+      // A clock change need not fall on a whole minute; the wall clock's minutes do.
+      Instant boundary = moment + (kMinute - decomposed->sinceMidnight % kMinute);
+      Instant start = moment;
+      for (int minute = decomposed->minuteOfDay; start < spanEnd && minute < kMinutesPerDay;
+           ++minute) {
+        const Instant end = std::min(boundary, spanEnd);
+        add(toTimePoint(start), toTimePoint(end), day[static_cast<std::size_t>(minute)]);
+        start = end;
+        boundary += kMinute;
+      }
+      moment = start > moment ? start : moment + kMinute;
+    }
+    return result;
+  }
+
   // The first allowed candidate of the day starting at `dayStart` that isn't
   // before `after`, judging each candidate minute.
   std::optional<TimePoint> firstAllowedByScan(Instant dayStart, TimePoint after) {
@@ -348,6 +429,8 @@ class Judge {
   Instant nextTransition_ = Instant::min();
   std::array<std::optional<MinuteRanges>, 49> allowedCache_{};
   std::optional<MinuteRanges> uncached_;
+  std::array<std::optional<std::vector<VelmoWindowPolicy::Verdict>>, 49> verdictCache_{};
+  std::optional<std::vector<VelmoWindowPolicy::Verdict>> uncachedVerdicts_;
 };
 
 // The day walk both searches share; `firstInDay` looks at one day's candidates.
@@ -397,6 +480,12 @@ TimePoint VelmoWindowPolicy::nextAllowedRunDate(TimePoint after, int searchDays)
   Judge judge(allowWindows_, denyWindows_, *calendar_);
   return search(judge, after, searchDays,
                 [&](Instant dayStart) { return judge.firstAllowed(dayStart, after); });
+}
+
+std::vector<VelmoWindowPolicy::Stretch> VelmoWindowPolicy::stretches(TimePoint from,
+                                                                     TimePoint to) const {
+  Judge judge(allowWindows_, denyWindows_, *calendar_);
+  return judge.stretches(from, to);
 }
 
 TimePoint VelmoWindowPolicy::nextAllowedRunDateByScan(TimePoint after, int searchDays) const {

@@ -17,6 +17,29 @@ namespace velmo::core {
 // own clone of it, so every method may run on any thread.
 class VelmoWindowPolicy {
  public:
+  // Why a moment is allowed or not.
+  struct Verdict {
+    enum class Kind {
+      allowed,
+      // In the deny window `window`: a blackout.
+      blackout,
+      // The allow window `window` holds this weekday and time, but in other weeks of the month.
+      otherWeek,
+      // In no allow window.
+      outside,
+    };
+    Kind kind = Kind::allowed;
+    // The index of the window in its list; -1 when none is meant.
+    int window = -1;
+    bool operator==(const Verdict&) const = default;
+  };
+  // The moments from `start` to just before `end` have one verdict.
+  struct Stretch {
+    TimePoint start;
+    TimePoint end;
+    Verdict verdict;
+  };
+
   // `timeZoneId` is an Olson name such as "Europe/Berlin"; one the zone
   // database doesn't know behaves as UTC. Throws std::runtime_error only when
   // ICU can make no calendar at all (its data missing), never for bad input.
@@ -46,6 +69,11 @@ class VelmoWindowPolicy {
   // The same answer by judging every candidate minute in turn: up to 1,440
   // calendar decompositions a day. The reference the fast search is held to.
   TimePoint nextAllowedRunDateByScan(TimePoint after, int searchDays) const;
+
+  // The time from `from` to `to` cut where the verdict changes, each
+  // wall-clock minute judged as isWithinAllowedWindow judges it. The first
+  // and last stretch are clipped to `from` and `to`.
+  std::vector<Stretch> stretches(TimePoint from, TimePoint to) const;
 
   // What "EnableVelmoTuesdayWindow" stands for: Tuesday of the month's second
   // calendar week, 09:00 to 17:00.
