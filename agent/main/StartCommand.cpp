@@ -54,6 +54,10 @@ asio::awaitable<void> StartCommand::run() {
                                                                .workspaceEvents = c.workspaceEvents,
                                                                .runner = c.runner});
 
+  statusReporter_ = std::make_unique<AgentStatusReporter>(
+      c.statusPublisher, core::Bundle::main().versionString(), c.clock.now());
+  statusReporter_->follow(coordinator->activity(), maintenanceManager_->activity());
+
   // Whether users' quitting of applications may start their updates; the
   // object that acts on it joins the start-up with its own subsystem.
   const bool activeIntervals = co_await collaborators_.managedPrefs.boolValue(

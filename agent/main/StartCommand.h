@@ -8,6 +8,7 @@
 #include "agent/deferrals/DeferralManager.h"
 #include "agent/items/UIController.h"
 #include "agent/items/VelmoAgentQueue.h"
+#include "agent/main/AgentStatusReporter.h"
 #include "agent/maintenance/MaintenanceManager.h"
 #include "agent/policy/NotificationCenterIconObserver.h"
 #include "core/Executors.h"
@@ -55,6 +56,7 @@ class StartCommand {
     platform::ApplicationTerminations& terminations;
     const platform::Host& host;
     core::MalformedPostLog& malformedPosts;
+    platform::AgentStatusPublisher& statusPublisher;
   };
 
   explicit StartCommand(Collaborators collaborators);
@@ -71,6 +73,7 @@ class StartCommand {
   std::shared_ptr<maintenance::MaintenanceManager> maintenanceManager_;
   std::unique_ptr<deferrals::ActiveIntervalManager> activeIntervalManager_;
   std::shared_ptr<policy::NotificationCenterIconObserver> iconObserver_;
+  std::unique_ptr<AgentStatusReporter> statusReporter_;
 };
 
 }  // namespace velmo::agent

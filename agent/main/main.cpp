@@ -103,10 +103,13 @@ int main(int argc, char** argv) {
   agent::items::VelmoAgentQueue::setShared(&agentQueue);
   platform::linux::ProcessConnectorTerminations terminations(mainExecutor, clock);
   terminations.start();
-  agent::StartCommand start({mainExecutor, clock, paths, fileThread.get_executor(),
-                             deferralsFileThread.get_executor(), runner, distributedCenter,
-                             notificationCenter, workspaceEvents, managedPrefs, userDefaults, files,
-                             inventory, agentQueue, terminations, host, malformedPosts});
+  struct : platform::AgentStatusPublisher {
+    void publish(const platform::AgentStatus&) override {}
+  } statusObject;
+  agent::StartCommand start(
+      {mainExecutor, clock, paths, fileThread.get_executor(), deferralsFileThread.get_executor(),
+       runner, distributedCenter, notificationCenter, workspaceEvents, managedPrefs, userDefaults,
+       files, inventory, agentQueue, terminations, host, malformedPosts, statusObject});
 
   core::startTask(mainExecutor, start.run(), core::CustomLogger("StartCommand"));
   mainContext.run();

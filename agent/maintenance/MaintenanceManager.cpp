@@ -61,8 +61,12 @@ asio::awaitable<void> MaintenanceManager::runMaintenanceAndReschedule() {
   }
   // Cleared however the cycle ends, so that no fault can stop housekeeping.
   cycleRunning_ = true;
-  const std::unique_ptr<bool, void (*)(bool*)> running(&cycleRunning_,
-                                                       [](bool* flag) { *flag = false; });
+  publishActivity();
+  const auto done = [](MaintenanceManager* self) {
+    self->cycleRunning_ = false;
+    self->publishActivity();
+  };
+  const std::unique_ptr<MaintenanceManager, decltype(done)> running(this, done);
   co_await runMaintenance();
   scheduleTimer();
 }
@@ -119,12 +123,30 @@ asio::awaitable<void> MaintenanceManager::submitReport() {
 void MaintenanceManager::armTimer(platform::Duration delay) {
   timer_ = collaborators_.clock.scheduleAfter(delay, collaborators_.mainExecutor,
                                               [weak = weak_from_this()] {
-                                                if (auto self = weak.lock()) self->startCycle();
+                                                if (auto self = weak.lock()) {
+                                                  // The handle goes when the next is armed.
+                                                  self->timerFireDate_.reset();
+                                                  self->publishActivity();
+                                                  self->startCycle();
+                                                }
                                               });
+  timerFireDate_ = collaborators_.clock.now() + delay;
+  publishActivity();
+}
+
+void MaintenanceManager::clearTimer() {
+  timer_.reset();
+  timerFireDate_.reset();
+  publishActivity();
+}
+
+void MaintenanceManager::publishActivity() {
+  MaintenanceActivity fresh{timerFireDate_, cycleRunning_};
+  if (fresh != activity_.value()) activity_.set(std::move(fresh));
 }
 
 void MaintenanceManager::scheduleTimer() {
-  timer_.reset();
+  clearTimer();
   armTimer(core::toDuration(kTimerInterval));
   logger_.info("Maintenance cycle scheduled to run in " +
                core::durationDescription(kTimerInterval));
@@ -133,12 +155,12 @@ void MaintenanceManager::scheduleTimer() {
 void MaintenanceManager::willSleep() {
   logger_.debug("System is going to sleep. Invalidating maintenance cycle timer.");
   // A cycle in progress goes on; only the wake-up is dropped.
-  timer_.reset();
+  clearTimer();
 }
 
 void MaintenanceManager::didWake() {
   logger_.debug("System woke up. Checking last maintenance cycle and scheduling next run.");
-  timer_.reset();
+  clearTimer();
   const platform::TimePoint now = collaborators_.clock.now();
   const auto stored = plistManager_.value(run::PlistKey::lastMaintenanceTaskRun);
   const auto* last = stored ? stored->getIf<core::PlistDate>() : nullptr;

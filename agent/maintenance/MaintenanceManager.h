@@ -7,11 +7,13 @@
 
 #include "agent/maintenance/CachePruner.h"
 #include "agent/maintenance/LogTruncator.h"
+#include "agent/maintenance/MaintenanceActivity.h"
 #include "agent/maintenance/TempArtifactCleaner.h"
 #include "agent/maintenance/ToolLinkMaintainer.h"
 #include "agent/run/PlistManager.h"
 #include "agent/run/VelmoRunner.h"
 #include "core/Executors.h"
+#include "core/Published.h"
 #include "core/logging/CustomLogger.h"
 #include "core/time/TimeInterval.h"
 #include "mdm/ManagedPrefs.h"
@@ -61,6 +63,8 @@ class MaintenanceManager : public std::enable_shared_from_this<MaintenanceManage
   // Has the tool collect and submit its report; the exit code goes to the log.
   asio::awaitable<void> submitReport();
 
+  core::Published<MaintenanceActivity>& activity() { return activity_; }
+
  private:
   explicit MaintenanceManager(const Collaborators& collaborators);
 
@@ -72,6 +76,8 @@ class MaintenanceManager : public std::enable_shared_from_this<MaintenanceManage
   void scheduleTimer();
   void willSleep();
   void didWake();
+  void clearTimer();
+  void publishActivity();
 
   Collaborators collaborators_;
   core::CustomLogger logger_{"MaintenanceManager"};
@@ -82,7 +88,9 @@ class MaintenanceManager : public std::enable_shared_from_this<MaintenanceManage
   ToolLinkMaintainer toolLinkMaintainer_;
   std::unique_ptr<platform::Timer> timer_;
   platform::ObserverToken workspaceToken_;
+  std::optional<platform::TimePoint> timerFireDate_;
   bool cycleRunning_ = false;
+  core::Published<MaintenanceActivity> activity_{MaintenanceActivity{}};
 };
 
 }  // namespace velmo::agent::maintenance

@@ -18,7 +18,7 @@ asio::awaitable<void> RunGate::request(Operation operation, core::TimeInterval m
 asio::awaitable<void> RunGate::requestOnStrand(Operation operation,
                                                core::TimeInterval maxDuration) {
   if (running_) {
-    pending_ = true;
+    setPending(true);
     logger_.debug("Request received while running; marking pending and waiting for completion.");
     co_await asio::async_initiate<decltype(asio::use_awaitable), void()>(
         [this](auto handler) {
@@ -44,7 +44,7 @@ asio::awaitable<void> RunGate::requestOnStrand(Operation operation,
       });
 
   for (;;) {
-    pending_ = false;
+    setPending(false);
     co_await operation();
     if (holder != holder_ || !running_) co_return;  // Freed by the watchdog meanwhile.
     if (!pending_) break;
@@ -52,6 +52,12 @@ asio::awaitable<void> RunGate::requestOnStrand(Operation operation,
   }
   watchdog_.reset();
   unlock();
+}
+
+void RunGate::setPending(bool pending) {
+  if (pending_ == pending) return;
+  pending_ = pending;
+  if (pendingObserver_) pendingObserver_(pending);
 }
 
 void RunGate::unlock() {

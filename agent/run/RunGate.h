@@ -34,15 +34,22 @@ class RunGate {
 
   // Returns once the gate has served this request. Safe from any executor.
   asio::awaitable<void> request(Operation operation, core::TimeInterval maxDuration);
+  // Hears, on the gate's strand, each time a further pass is marked or taken
+  // up. Set before the first request.
+  void setPendingObserver(std::function<void(bool pending)> observer) {
+    pendingObserver_ = std::move(observer);
+  }
 
  private:
   asio::awaitable<void> requestOnStrand(Operation operation, core::TimeInterval maxDuration);
   void unlock();
+  void setPending(bool pending);
 
   core::SerialExecutor strand_;
   platform::Clock& clock_;
   bool running_ = false;
   bool pending_ = false;
+  std::function<void(bool)> pendingObserver_;
   core::CustomLogger logger_{"RunGate"};
   std::vector<std::function<void()>> waiters_;
   // Counts holders, so that a holder freed by the watchdog knows it no longer is one.

@@ -4,6 +4,7 @@
 #include <deque>
 
 #include <asio/experimental/awaitable_operators.hpp>
+#include <asio/post.hpp>
 
 #include "core/logging/VelmoFormatters.h"
 #include "mdm/PreferenceConversions.h"
@@ -61,12 +62,29 @@ VelmoRunCoordinator::VelmoRunCoordinator(Collaborators collaborators)
       // The observer has just read the policy; reading the files again would give the same.
       config_(mdmChangeObserver_.config().value()),
       gate_(collaborators_.mainExecutor, collaborators_.clock) {
+  const auto count = plistManager_.value(PlistKey::updateTaskRunCount);
+  const auto last = plistManager_.value(PlistKey::lastUpdateTaskRun);
+  RunActivity initial;
+  if (const auto* number = count ? count->getIf<std::int64_t>() : nullptr)
+    initial.runCount = *number;
+  if (const auto* date = last ? last->getIf<core::PlistDate>() : nullptr) {
+    initial.lastRunDate = date->value;
+  }
+  activity_.set(initial);
   // Said once here; the planner falls back silently.
   if (config_.runInterval) sanitizedInterval(*config_.runInterval);
   timerInterval_ = RunPlanner::startInterval(config_, collaborators_.userDefaults);
 }
 
 void VelmoRunCoordinator::start() {
+  gate_.setPendingObserver(
+      [weak = weak_from_this(), main = collaborators_.mainExecutor](bool pending) {
+        asio::post(main, [weak, pending] {
+          if (auto self = weak.lock()) {
+            self->updateActivity([pending](RunActivity& activity) { activity.pending = pending; });
+          }
+        });
+      });
   workspaceToken_ = collaborators_.workspaceEvents.addObserver(
       [this](platform::WorkspaceEvent event) { handleWorkspaceEvent(event); });
 
@@ -151,6 +169,13 @@ RunGate::Operation VelmoRunCoordinator::gateOperation(bool userInitiated) {
 void VelmoRunCoordinator::invalidateTimer() {
   timer_.reset();
   timerFireDate_.reset();
+  updateActivity([](RunActivity& activity) { activity.nextRunDate.reset(); });
+}
+
+void VelmoRunCoordinator::updateActivity(const std::function<void(RunActivity&)>& change) {
+  RunActivity fresh = activity_.value();
+  change(fresh);
+  if (fresh != activity_.value()) activity_.set(std::move(fresh));
 }
 
 void VelmoRunCoordinator::scheduleNextRun() {
@@ -218,12 +243,14 @@ void VelmoRunCoordinator::scheduleTimer(core::TimeInterval delta,
   line += "at " + friendly(fireDate) + " (in " + core::durationDescription(delta) + ").";
   logger_.info(line);
   // Replacing the handle cancels any timer still armed: two never coexist.
-  timer_ = collaborators_.clock.scheduleAfter(core::toDuration(delta), collaborators_.mainExecutor,
-                                              [this] {
-                                                timerFireDate_.reset();
-                                                startTriggerRun(core::TimeInterval(0));
-                                              });
+  timer_ = collaborators_.clock.scheduleAfter(
+      core::toDuration(delta), collaborators_.mainExecutor, [this] {
+        timerFireDate_.reset();
+        updateActivity([](RunActivity& activity) { activity.nextRunDate.reset(); });
+        startTriggerRun(core::TimeInterval(0));
+      });
   timerFireDate_ = fireDate;
+  updateActivity([fireDate](RunActivity& activity) { activity.nextRunDate = fireDate; });
 }
 
 std::optional<core::VelmoWindowPolicy> VelmoRunCoordinator::effectivePolicy() const {
@@ -265,6 +292,10 @@ asio::awaitable<bool> VelmoRunCoordinator::shouldSkipRun() {
 void VelmoRunCoordinator::recordRun(std::int64_t runNumber, platform::TimePoint date) {
   plistManager_.setValue(core::PlistValue(runNumber), PlistKey::updateTaskRunCount);
   plistManager_.setValue(core::PlistValue(core::PlistDate{date}), PlistKey::lastUpdateTaskRun);
+  updateActivity([runNumber, date](RunActivity& activity) {
+    activity.runCount = runNumber;
+    activity.lastRunDate = date;
+  });
 }
 
 bool VelmoRunCoordinator::windowsAllow(bool userInitiated, platform::TimePoint now) const {
@@ -305,6 +336,18 @@ asio::awaitable<void> VelmoRunCoordinator::performRun(bool userInitiated) {
 
   const std::string name = runLabel(userInitiated);
   logger_.info(name + " #" + std::to_string(runNumber) + " started.");
+  updateActivity([now](RunActivity& activity) {
+    activity.inProgress = true;
+    activity.startedAt = now;
+  });
+  // Cleared however the run ends.
+  const auto over = [](VelmoRunCoordinator* self) {
+    self->updateActivity([](RunActivity& activity) {
+      activity.inProgress = false;
+      activity.startedAt.reset();
+    });
+  };
+  const std::unique_ptr<VelmoRunCoordinator, decltype(over)> inProgress(this, over);
   co_await compareListedItems();
 
   co_await runJob(userInitiated);

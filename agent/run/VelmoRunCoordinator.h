@@ -15,6 +15,7 @@
 #include "agent/run/InventoryUpdater.h"
 #include "agent/run/ListedItems.h"
 #include "agent/run/PlistManager.h"
+#include "agent/run/RunActivity.h"
 #include "agent/run/RunGate.h"
 #include "agent/run/RunPlanner.h"
 #include "agent/run/VelmoRunJob.h"
@@ -121,6 +122,7 @@ class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordina
   const policy::VelmoRunConfig& config() const { return config_; }
   // When the armed run timer fires; none when it is clear.
   std::optional<platform::TimePoint> nextRunDate() const;
+  core::Published<RunActivity>& activity() { return activity_; }
 
  private:
   explicit VelmoRunCoordinator(Collaborators collaborators);
@@ -141,6 +143,8 @@ class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordina
   // One job, built for this run and dropped after it; the job can't fail as a whole.
   asio::awaitable<void> runJob(bool userInitiated);
   void recordRun(std::int64_t runNumber, platform::TimePoint date);
+  // `change` applied to the activity, published when it differs.
+  void updateActivity(const std::function<void(RunActivity&)>& change);
 
   Collaborators collaborators_;
   core::CustomLogger logger_{"VelmoRunCoordinator"};
@@ -155,6 +159,7 @@ class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordina
   policy::MDMChangeObserver mdmChangeObserver_;
   policy::VelmoRunConfig config_;
   RunGate gate_;
+  core::Published<RunActivity> activity_{RunActivity{}};
 };
 
 }  // namespace velmo::agent::run

@@ -117,14 +117,21 @@ TEST_F(VelmoRunCoordinatorTest, FirstStartRunsAfterOneSecondAsNumberOne) {
 TEST_F(VelmoRunCoordinatorTest, TheRunIsRecordedWhenItEndsNotWhenItStarts) {
   launcher_.enqueue({.exitAfter = minutes(10)});
   start();
+  std::vector<RunActivity> seen;
+  const auto watching = coordinator_->activity().subscribe(
+      [&seen](const RunActivity& activity) { seen.push_back(activity); });
   clock_.advance(minutes(5));
   EXPECT_EQ(runCount(), std::nullopt);
+  EXPECT_EQ(seen.back(), (RunActivity{.inProgress = true, .startedAt = kStart + seconds(1)}));
   clock_.advance(minutes(6));
   EXPECT_EQ(runCount(), 1);
   EXPECT_EQ(lastRun(), kStart + seconds(1) + minutes(10));
   EXPECT_TRUE(logged("Scheduled Velmo Run #1 finished in 10 minutes."));
   // The next run is planned from the end of this one.
   EXPECT_EQ(coordinator_->nextRunDate(), kStart + seconds(1) + minutes(10) + hours(4));
+  EXPECT_EQ(seen.back(), (RunActivity{.nextRunDate = coordinator_->nextRunDate(),
+                                      .lastRunDate = lastRun(),
+                                      .runCount = 1}));
 }
 
 struct SkipCase {
@@ -365,8 +372,11 @@ TEST_F(VelmoRunCoordinatorTest, ARequestDuringARunSharesOneFurtherPass) {
   int served = 0;
   requestRun(true, served);
   requestRun(true, served);
+  clock_.advance(seconds(1));
+  EXPECT_TRUE(coordinator_->activity().value().pending);
   clock_.advance(minutes(11));
   EXPECT_EQ(served, 2);
+  EXPECT_FALSE(coordinator_->activity().value().pending);
   // The further pass has the scheduled run's arguments.
   EXPECT_EQ(launchedArguments(),
             (Calls{{"install", "marvenith-velmo"}, {"install", "marvenith-velmo"}}));
