@@ -55,18 +55,8 @@ ManagedPrefs& ManagedPrefs::shared() { return *sharedInstance; }
 void ManagedPrefs::setShared(ManagedPrefs* instance) { sharedInstance = instance; }
 
 void ManagedPrefs::load() {
-  PreferenceSnapshot::Domains snapshot;
-  for (ManagedDomain domain : domains_) {
-    const std::string_view name = rawValue(domain);
-    // Managed values first; root's own store only fills what they leave open.
-    core::PlistDictionary merged =
-        collaborators_.stores.managedValues(name).value_or(core::PlistDictionary{});
-    for (auto& [key, value] : collaborators_.stores.copyAllValues(name)) {
-      merged.try_emplace(key, std::move(value));
-    }
-    snapshot.emplace(std::string(name), std::move(merged));
-  }
-  cache_ = std::make_shared<const PreferenceSnapshot>(std::move(snapshot));
+  cache_ = std::make_shared<const PreferenceSnapshot>(
+      PreferenceSnapshot::load(collaborators_.stores, domains_));
   ++loads_;
 }
 

@@ -54,4 +54,17 @@ std::vector<std::string> PreferenceSnapshot::stringArray(std::string_view key, M
   return convertOr(value(key, domain), std::move(fallback), PreferenceConversions::stringArray);
 }
 
+PreferenceSnapshot PreferenceSnapshot::load(const platform::PreferenceStores& stores,
+                                            const std::set<ManagedDomain>& domains) {
+  Domains snapshot;
+  for (ManagedDomain domain : domains) {
+    const std::string_view name = rawValue(domain);
+    // Managed values first; root's own store only fills what they leave open.
+    core::PlistDictionary merged = stores.managedValues(name).value_or(core::PlistDictionary{});
+    for (auto& [key, value] : stores.copyAllValues(name)) merged.try_emplace(key, std::move(value));
+    snapshot.emplace(std::string(name), std::move(merged));
+  }
+  return PreferenceSnapshot(std::move(snapshot));
+}
+
 }  // namespace velmo::mdm

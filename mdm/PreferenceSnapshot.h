@@ -2,12 +2,14 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "core/values/PlistValue.h"
 #include "mdm/ManagedDomain.h"
+#include "platform/PreferenceStores.h"
 
 namespace velmo::mdm {
 
@@ -35,6 +37,11 @@ class PreferenceSnapshot {
                                        std::vector<std::string> fallback) const;
 
   const Domains& domains() const { return domains_; }
+
+  // The domains as the stores hold them now: each domain's managed values,
+  // with root's own store filling in the keys they leave open.
+  static PreferenceSnapshot load(const platform::PreferenceStores& stores,
+                                 const std::set<ManagedDomain>& domains);
 
  private:
   Domains domains_;

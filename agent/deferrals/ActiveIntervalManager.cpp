@@ -172,8 +172,7 @@ void ActiveIntervalManager::handleTerminationNotification(
 
 asio::awaitable<void> ActiveIntervalManager::activeIntervalUpdate(std::string identifier) {
   const auto alive = lifetime_.token();
-  std::vector<std::string> arguments{"install", identifier, "--update-only", "--silent",
-                                     "--active-interval-update"};
+  std::vector<std::string> arguments = updateCommand(identifier);
   const std::optional<core::TimeInterval> noLimit;
   const int status = co_await collaborators_.runner.run(std::move(arguments), noLimit);
   if (!*alive) co_return;
@@ -182,6 +181,10 @@ asio::awaitable<void> ActiveIntervalManager::activeIntervalUpdate(std::string id
     logger_.error("Failed to process Active Interval update for " + identifier +
                   " with exit code " + std::to_string(status));
   }
+}
+
+std::vector<std::string> ActiveIntervalManager::updateCommand(const std::string& identifier) {
+  return {"install", identifier, "--update-only", "--silent", "--active-interval-update"};
 }
 
 }  // namespace velmo::agent::deferrals

@@ -62,6 +62,8 @@ class ActiveIntervalManager {
 
   // The form paths are compared in: a file URL made of the path, and its path back.
   static std::string normalizedPath(const std::string& path);
+  // The tool's command line that updates an app its user has just quit.
+  static std::vector<std::string> updateCommand(const std::string& identifier);
 
  private:
   asio::awaitable<void> activeIntervalUpdate(std::string identifier);

@@ -7,19 +7,7 @@ namespace velmo::agent::run {
 VelmoRunJob::VelmoRunJob(const Collaborators& collaborators, bool runningAppsFirst)
     : collaborators_(collaborators),
       runningAppsFirst_(runningAppsFirst),
-      _updateAll(collaborators.userDefaults, "UpdateAll", false),
-      _updateAllExclusions(collaborators.userDefaults, "UpdateAllExclusions", {}),
-      _installOrUpdateIDs(collaborators.userDefaults, "InstallOrUpdate", {}),
-      _updateOnlyIDs(collaborators.userDefaults, "UpdateOnly", {}),
-      _updateWhenNotRunningIDs(collaborators.userDefaults, "UpdateWhenNotRunning", {}),
-      _otherManagedIDs(collaborators.userDefaults, "OtherManagedSoftware", {}),
-      _deferIfRunning(collaborators.userDefaults, "DeferIfRunning", false),
-      _respectDND(collaborators.userDefaults, "RespectDND", false),
-      _respectMeetings(collaborators.userDefaults, "RespectMeetings", false),
-      _updateMAS(collaborators.userDefaults, "UpdateMAS", false),
       _reconAfterInstall(collaborators.userDefaults, "ReconAfterInstall", false),
-      _updateChannel(collaborators.userDefaults, "UpdateChannel", std::nullopt),
-      _integrityPolicyRaw(collaborators.userDefaults, "IntegrityPolicy", std::nullopt),
       installCounter_(collaborators.mainExecutor) {
   logger_.debug(std::string("VelmoRunJob initialized. runningAppsFirst: ") +
                 (runningAppsFirst ? "true" : "false"));
@@ -33,26 +21,41 @@ core::TimeInterval VelmoRunJob::timeLimit(const Command& command) {
 
 void VelmoRunJob::handleDidPerformInstall() { installCounter_.add(); }
 
-asio::awaitable<std::vector<Command>> VelmoRunJob::buildCommands() {
+RunPolicy VelmoRunJob::readPolicy(const platform::UserDefaults& userDefaults,
+                                  const mdm::PreferenceSnapshot& snapshot,
+                                  const core::CustomLogger& logger) {
+  const auto flag = [&](std::string_view key) {
+    return core::Defaults<bool>::read(userDefaults, key, false);
+  };
+  const auto ids = [&](std::string_view key) {
+    return core::ToolIdentifier::admitted(
+        core::Defaults<std::vector<std::string>>::read(userDefaults, key, {}), key, logger);
+  };
+  const auto text = [&](std::string_view key) {
+    return core::Defaults<std::optional<std::string>>::read(userDefaults, key, std::nullopt);
+  };
   RunPolicy policy;
-  policy.updateAll = _updateAll.wrappedValue();
-  policy.updateAllExclusions = core::ToolIdentifier::admitted(_updateAllExclusions.wrappedValue(),
-                                                              "UpdateAllExclusions", logger_);
-  policy.installOrUpdateIDs = core::ToolIdentifier::admitted(_installOrUpdateIDs.wrappedValue(),
-                                                             "InstallOrUpdate", logger_);
-  policy.updateOnlyIDs =
-      core::ToolIdentifier::admitted(_updateOnlyIDs.wrappedValue(), "UpdateOnly", logger_);
-  policy.deferIfRunning = _deferIfRunning.wrappedValue();
-  policy.respectDND = _respectDND.wrappedValue();
-  policy.respectMeetings = _respectMeetings.wrappedValue();
-  policy.updateMAS = _updateMAS.wrappedValue();
-  policy.updateChannel = _updateChannel.wrappedValue();
-  policy.integrityPolicyRaw = _integrityPolicyRaw.wrappedValue();
-  policy.disableSelfUpdate = co_await collaborators_.managedPrefs.boolValue(
-      "DisableSelfUpdate", mdm::ManagedDomain::velmoAgent, false);
-  policy.enableMenuBarApp = co_await collaborators_.managedPrefs.boolValue(
-      "EnableMenuBarApp", mdm::ManagedDomain::velmoNotifier, false);
-  co_return RunCommandBuilder::build(policy, runningAppsFirst_);
+  policy.updateAll = flag("UpdateAll");
+  policy.updateAllExclusions = ids("UpdateAllExclusions");
+  policy.installOrUpdateIDs = ids("InstallOrUpdate");
+  policy.updateOnlyIDs = ids("UpdateOnly");
+  policy.deferIfRunning = flag("DeferIfRunning");
+  policy.respectDND = flag("RespectDND");
+  policy.respectMeetings = flag("RespectMeetings");
+  policy.updateMAS = flag("UpdateMAS");
+  policy.updateChannel = text("UpdateChannel");
+  policy.integrityPolicyRaw = text("IntegrityPolicy");
+  policy.disableSelfUpdate =
+      snapshot.boolValue("DisableSelfUpdate", mdm::ManagedDomain::velmoAgent, false);
+  policy.enableMenuBarApp =
+      snapshot.boolValue("EnableMenuBarApp", mdm::ManagedDomain::velmoNotifier, false);
+  return policy;
+}
+
+asio::awaitable<std::vector<Command>> VelmoRunJob::buildCommands() {
+  const auto snapshot = co_await collaborators_.managedPrefs.snapshot();
+  co_return RunCommandBuilder::build(readPolicy(collaborators_.userDefaults, *snapshot, logger_),
+                                     runningAppsFirst_);
 }
 
 // The bus is serviced on the main executor; observers are added and removed there.

@@ -14,6 +14,7 @@
 #include "core/logging/CustomLogger.h"
 #include "core/plist/Defaults.h"
 #include "mdm/ManagedPrefs.h"
+#include "mdm/PreferenceSnapshot.h"
 #include "platform/DistributedNotificationCenter.h"
 #include "platform/UserDefaults.h"
 
@@ -45,6 +46,10 @@ class VelmoRunJob {
 
   // The tool's time limit for a command, by its first argument.
   static core::TimeInterval timeLimit(const Command& command);
+  // The policy a run's command lines are made from, as the stores hold it now.
+  static RunPolicy readPolicy(const platform::UserDefaults& userDefaults,
+                              const mdm::PreferenceSnapshot& snapshot,
+                              const core::CustomLogger& logger);
 
  private:
   asio::awaitable<void> observeInstalls();
@@ -53,19 +58,7 @@ class VelmoRunJob {
   Collaborators collaborators_;
   core::CustomLogger logger_{"VelmoRunJob"};
   bool runningAppsFirst_;
-  core::Defaults<bool> _updateAll;
-  core::Defaults<std::vector<std::string>> _updateAllExclusions;
-  core::Defaults<std::vector<std::string>> _installOrUpdateIDs;
-  core::Defaults<std::vector<std::string>> _updateOnlyIDs;
-  core::Defaults<std::vector<std::string>> _updateWhenNotRunningIDs;
-  core::Defaults<std::vector<std::string>> _otherManagedIDs;
-  core::Defaults<bool> _deferIfRunning;
-  core::Defaults<bool> _respectDND;
-  core::Defaults<bool> _respectMeetings;
-  core::Defaults<bool> _updateMAS;
   core::Defaults<bool> _reconAfterInstall;
-  core::Defaults<std::optional<std::string>> _updateChannel;
-  core::Defaults<std::optional<std::string>> _integrityPolicyRaw;
   InstallCounter installCounter_;
   std::optional<platform::ObserverToken> observer_;
 };

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "core/plist/DefaultsValue.h"
@@ -17,11 +18,14 @@ class Defaults {
   Defaults(platform::UserDefaults& store, std::string key, T defaultValue)
       : store_(store), key_(std::move(key)), defaultValue_(std::move(defaultValue)) {}
 
-  T wrappedValue() const {
-    if (auto object = store_.object(key_)) {
+  T wrappedValue() const { return read(store_, key_, defaultValue_); }
+
+  // One read of `key`, with no field bound to it.
+  static T read(const platform::UserDefaults& store, std::string_view key, T defaultValue) {
+    if (auto object = store.object(key)) {
       if (auto value = DefaultsValue<T>::from(*object)) return std::move(*value);
     }
-    return defaultValue_;
+    return defaultValue;
   }
 
   // Writing an absent optional leaves the store as it is.
