@@ -18,6 +18,8 @@ class PreferenceStores {
   virtual std::optional<core::PlistDictionary> managedValues(std::string_view domain) const = 0;
   // All values of the domain in root's own store (empty when there are none).
   virtual core::PlistDictionary copyAllValues(std::string_view domain) const = 0;
+  // All values of the domain in the machine-wide store; nothing when no usable file holds any.
+  virtual std::optional<core::PlistDictionary> machineValues(std::string_view domain) const = 0;
   // Whether the management layer imposes the key.
   virtual bool isForced(std::string_view key, std::string_view domain) const = 0;
 };

@@ -1,14 +1,18 @@
 // The composition root: builds the platform services, installs the logging
 // sinks, checks the command line, and hands the main thread to the event loop.
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <memory>
+#include <variant>
 
 #include <asio/io_context.hpp>
 #include <asio/thread_pool.hpp>
 
+#include "agent/console/ConsoleCommand.h"
 #include "agent/main/BuildInfo.h"
 #include "agent/main/StartCommand.h"
 #include "agent/run/AgentCommand.h"
@@ -21,6 +25,7 @@
 #include "core/notifications/InternalMessenger.h"
 #include "core/notifications/NotificationCenter.h"
 #include "core/notifications/NotificationNames.h"
+#include "core/time/VelmoWindowPolicy.h"
 #include "mdm/ManagedPrefs.h"
 #include "platform/linux/FileUnifiedLog.h"
 #include "platform/linux/JournalUnifiedLog.h"
@@ -32,6 +37,7 @@
 #include "platform/linux/PosixHost.h"
 #include "platform/linux/PosixProcessLauncher.h"
 #include "platform/linux/ProcessConnectorTerminations.h"
+#include "platform/linux/SdBusAgentStatusReader.h"
 #include "platform/linux/SdBusConnection.h"
 #include "platform/linux/SdBusNotificationCenter.h"
 #include "platform/linux/SystemClock.h"
@@ -46,6 +52,22 @@ std::unique_ptr<platform::UnifiedLog> makeUnifiedLog(const platform::Clock& cloc
   return std::make_unique<platform::linux::JournalUnifiedLog>();
 }
 
+// `status` and `explain`: any user may run them; they read and never write.
+int console(const agent::run::AgentCommand::Invocation& invocation, const platform::Paths& paths,
+            platform::linux::PosixFileManager& files) {
+  // Lines the shared readers log go to standard error, apart from the answer.
+  core::LogSinks::install({stderr, nullptr, nullptr});
+  const platform::linux::SystemClock clock;
+  const platform::linux::PlistPreferenceStores stores(files, paths);
+  const platform::linux::PlistUserDefaults userDefaults(files, paths, agent::kBundleIdentifier);
+  const platform::linux::SdBusAgentStatusReader reader;
+  const bool terminal = isatty(STDOUT_FILENO) == 1 && !std::getenv("NO_COLOR");
+  return agent::console::ConsoleCommand::run(invocation,
+                                             {paths, files, stores, userDefaults, clock, reader,
+                                              core::VelmoWindowPolicy::currentTimeZoneId},
+                                             terminal, std::cout, std::cerr);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -57,11 +79,15 @@ int main(int argc, char** argv) {
   platform::linux::PosixFileManager files;
   const platform::linux::PosixHost host;
 
-  const agent::run::AgentCommand::Environment environment{paths, files, host, std::cout, std::cerr};
-  if (auto status = agent::run::AgentCommand::parseAndValidate(
-          argc, argv, core::Bundle::main().versionString(), environment)) {
-    return *status;
+  const auto parsed = agent::run::AgentCommand::parse(
+      argc, argv, core::Bundle::main().versionString(), std::cout, std::cerr);
+  if (const auto* status = std::get_if<int>(&parsed)) return *status;
+  const auto& invocation = std::get<agent::run::AgentCommand::Invocation>(parsed);
+  if (invocation.kind != agent::run::AgentCommand::Invocation::Kind::start) {
+    return console(invocation, paths, files);
   }
+  const agent::run::AgentCommand::Environment environment{paths, files, host, std::cout, std::cerr};
+  if (auto status = agent::run::AgentCommand::validate(environment)) return *status;
 
   platform::linux::SystemClock clock;
   const auto unifiedLog = makeUnifiedLog(clock);

@@ -4,19 +4,40 @@
 
 namespace velmo::agent::run {
 
-std::optional<int> AgentCommand::parseAndValidate(int argc, const char* const* argv,
-                                                  const std::string& versionString,
-                                                  const Environment& environment) {
+std::variant<int, AgentCommand::Invocation> AgentCommand::parse(int argc, const char* const* argv,
+                                                                const std::string& versionString,
+                                                                std::ostream& standardOutput,
+                                                                std::ostream& standardError) {
   CLI::App app("", "velmo-agent");
   app.set_version_flag("--version", versionString);
-  app.add_subcommand("start", "Start the Velmo Agent");
-  // No subcommand means `start`: it is the only one and the default.
+  Invocation invocation;
+  app.add_subcommand("start", "Start the Velmo Agent (as root)");
+  auto* status = app.add_subcommand("status", "Show the policy, runs, items and the running agent");
+  status->add_flag("--json", invocation.json, "One JSON object");
+  auto* explain = app.add_subcommand(
+      "explain", "Show when runs may start over some days, why, and their command lines");
+  explain->add_option("--from", invocation.from, "ISO 8601 moment, such as 2026-11-24T06:00:00Z");
+  explain->add_option("--days", invocation.days, "How many days")->check(CLI::Range(1, 366));
+  explain->add_flag("--json", invocation.json, "One JSON object");
+  // No subcommand means `start`: it is the default.
   app.require_subcommand(0, 1);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error, environment.standardOutput, environment.standardError);
+    return app.exit(error, standardOutput, standardError);
   }
+  if (status->parsed()) invocation.kind = Invocation::Kind::status;
+  if (explain->parsed()) invocation.kind = Invocation::Kind::explain;
+  return invocation;
+}
+
+std::optional<int> AgentCommand::parseAndValidate(int argc, const char* const* argv,
+                                                  const std::string& versionString,
+                                                  const Environment& environment) {
+  const auto parsed =
+      parse(argc, argv, versionString, environment.standardOutput, environment.standardError);
+  if (const auto* status = std::get_if<int>(&parsed)) return *status;
+  if (std::get<Invocation>(parsed).kind != Invocation::Kind::start) return std::nullopt;
   return validate(environment);
 }
 

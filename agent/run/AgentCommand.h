@@ -3,6 +3,7 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <variant>
 
 #include "platform/FileManager.h"
 #include "platform/Host.h"
@@ -25,8 +26,26 @@ class AgentCommand {
     std::ostream& standardError;
   };
 
-  // Parses the arguments and makes the checks, the tool's first. Returns the
-  // status to exit with, or nothing when start-up should go on.
+  // What the command line asks for.
+  struct Invocation {
+    enum class Kind { start, status, explain };
+    Kind kind = Kind::start;
+    bool json = false;
+    // `explain` only: ISO 8601, such as 2026-11-24T06:00:00Z; none means now.
+    std::optional<std::string> from{};
+    int days = 7;
+  };
+
+  // Parses the arguments. Gives the status to exit with (help, --version, a
+  // usage error), or what to do.
+  static std::variant<int, Invocation> parse(int argc, const char* const* argv,
+                                             const std::string& versionString,
+                                             std::ostream& standardOutput,
+                                             std::ostream& standardError);
+
+  // Parses the arguments and, for `start`, makes the checks, the tool's
+  // first. Returns the status to exit with, or nothing when the command
+  // should go on.
   static std::optional<int> parseAndValidate(int argc, const char* const* argv,
                                              const std::string& versionString,
                                              const Environment& environment);

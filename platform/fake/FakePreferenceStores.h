@@ -18,6 +18,9 @@ class FakePreferenceStores final : public PreferenceStores {
   void setRoot(const std::string& domain, core::PlistDictionary values) {
     root_[domain] = std::move(values);
   }
+  void setMachine(const std::string& domain, core::PlistDictionary values) {
+    machine_[domain] = std::move(values);
+  }
 
   std::optional<core::PlistDictionary> managedValues(std::string_view domain) const override {
     ++reads_;
@@ -30,6 +33,11 @@ class FakePreferenceStores final : public PreferenceStores {
     auto found = root_.find(std::string(domain));
     return found == root_.end() ? core::PlistDictionary{} : found->second;
   }
+  std::optional<core::PlistDictionary> machineValues(std::string_view domain) const override {
+    auto found = machine_.find(std::string(domain));
+    if (found == machine_.end()) return std::nullopt;
+    return found->second;
+  }
   bool isForced(std::string_view key, std::string_view domain) const override {
     auto managed = managedValues(domain);
     return managed && managed->find(key) != managed->end();
@@ -40,6 +48,7 @@ class FakePreferenceStores final : public PreferenceStores {
  private:
   std::map<std::string, core::PlistDictionary> managed_;
   std::map<std::string, core::PlistDictionary> root_;
+  std::map<std::string, core::PlistDictionary> machine_;
   mutable int reads_ = 0;
 };
 

@@ -20,7 +20,7 @@ class PlistPreferenceStores final : public PreferenceStores {
   core::PlistDictionary copyAllValues(std::string_view domain) const override;
   bool isForced(std::string_view key, std::string_view domain) const override;
 
-  std::optional<core::PlistDictionary> machineValues(std::string_view domain) const;
+  std::optional<core::PlistDictionary> machineValues(std::string_view domain) const override;
 
  private:
   std::optional<core::PlistDictionary> read(const std::filesystem::path& file) const;

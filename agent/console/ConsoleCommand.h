@@ -1,0 +1,22 @@
+#pragma once
+
+#include <ostream>
+#include <string>
+
+#include "agent/console/ConsoleInputs.h"
+#include "agent/run/AgentCommand.h"
+
+namespace velmo::agent::console {
+
+// Runs `status` or `explain`: reads, never writes, and needs no root.
+class ConsoleCommand {
+ public:
+  static constexpr int kNothingReadStatus = 1;
+
+  // Exit status 0, or 1 with a message when nothing could be read or the
+  // arguments can't be used.
+  static int run(const run::AgentCommand::Invocation& invocation, const ConsoleInputs& inputs,
+                 bool coloured, std::ostream& out, std::ostream& err);
+};
+
+}  // namespace velmo::agent::console

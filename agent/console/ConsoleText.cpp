@@ -1,0 +1,230 @@
+#include "agent/console/ConsoleText.h"
+
+#include <unicode/smpdtfmt.h>
+#include <unicode/timezone.h>
+#include <unicode/unistr.h>
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <variant>
+
+#include "core/logging/Utf8.h"
+#include "core/logging/VelmoFormatters.h"
+#include "core/time/TimeInterval.h"
+
+namespace velmo::agent::console {
+namespace {
+
+constexpr std::string_view kDayNames[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+
+std::string twoDigits(std::int64_t number) {
+  return (number >= 0 && number < 10 ? "0" : "") + std::to_string(number);
+}
+
+std::string timeOfDay(const core::TimeOfDay& time) {
+  return twoDigits(time.hour) + ":" + twoDigits(time.minute);
+}
+
+// Display width in code points, which is what the cells hold.
+std::size_t width(std::string_view text) {
+  return static_cast<std::size_t>(
+      std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
+}
+
+std::string plistText(const core::PlistValue& value);
+
+struct PlistTextVisitor {
+  std::string operator()(bool flag) const { return flag ? "true" : "false"; }
+  std::string operator()(std::int64_t number) const { return std::to_string(number); }
+  std::string operator()(double number) const {
+    std::string text = std::to_string(number);
+    while (text.size() > 1 && text.back() == '0') text.pop_back();
+    if (!text.empty() && text.back() == '.') text.pop_back();
+    return text;
+  }
+  std::string operator()(const std::string& text) const {
+    return "\"" + core::escapedControls(text) + "\"";
+  }
+  std::string operator()(const core::PlistDate& date) const {
+    return core::VelmoFormatters::iso8601(date.value);
+  }
+  std::string operator()(const core::PlistData& data) const {
+    return "<" + std::to_string(data.size()) + " bytes>";
+  }
+  std::string operator()(const core::PlistArray& array) const {
+    std::string text = "[";
+    for (const auto& element : array) {
+      if (text.size() > 1) text += ", ";
+      text += plistText(element);
+    }
+    return text + "]";
+  }
+  std::string operator()(const core::PlistDictionary& dictionary) const {
+    std::string text = "{";
+    for (const auto& [key, element] : dictionary) {
+      if (text.size() > 1) text += ", ";
+      text += core::escapedControls(key) + ": " + plistText(element);
+    }
+    return text + "}";
+  }
+};
+
+std::string plistText(const core::PlistValue& value) {
+  return std::visit(PlistTextVisitor{}, value.storage());
+}
+
+}  // namespace
+
+std::string ConsoleText::paint(std::string_view text, Colour colour) const {
+  if (!coloured_ || colour == Colour::none) return std::string(text);
+  const char* code = "";
+  switch (colour) {
+    case Colour::green:
+      code = "32";
+      break;
+    case Colour::yellow:
+      code = "33";
+      break;
+    case Colour::red:
+      code = "31";
+      break;
+    case Colour::dim:
+      code = "2";
+      break;
+    case Colour::bold:
+      code = "1";
+      break;
+    case Colour::none:
+      break;
+  }
+  return std::string("\033[") + code + "m" + std::string(text) + "\033[0m";
+}
+
+std::string ConsoleText::localDate(platform::TimePoint date, const std::string& timeZoneId) {
+  UErrorCode status = U_ZERO_ERROR;
+  icu::SimpleDateFormat format(icu::UnicodeString::fromUTF8("EEE d MMM yyyy HH:mm"),
+                               icu::Locale("en_US_POSIX"), status);
+  if (U_FAILURE(status)) return core::VelmoFormatters::iso8601(date);
+  format.adoptTimeZone(icu::TimeZone::createTimeZone(icu::UnicodeString::fromUTF8(timeZoneId)));
+  icu::UnicodeString text;
+  format.format(std::chrono::duration<double, std::milli>(date.time_since_epoch()).count(), text);
+  std::string result;
+  text.toUTF8String(result);
+  return result;
+}
+
+std::string ConsoleText::isoDate(platform::TimePoint date) {
+  return core::VelmoFormatters::iso8601WithMilliseconds(date);
+}
+
+std::string ConsoleText::relative(platform::TimePoint date, platform::TimePoint now) {
+  auto seconds = std::chrono::duration_cast<std::chrono::seconds>(date - now);
+  if (seconds.count() == 0) return "now";
+  // Beyond a minute, seconds are noise.
+  if (std::abs(seconds.count()) >= 60) seconds = seconds / 60 * 60;
+  const auto magnitude = core::TimeInterval(static_cast<double>(std::abs(seconds.count())));
+  const std::string text = core::durationDescription(magnitude);
+  return seconds.count() > 0 ? "in " + text : text + " ago";
+}
+
+std::string ConsoleText::window(const core::VelmoTimeWindow& window) {
+  std::string days;
+  for (const auto day : window.days) {
+    if (!days.empty()) days += ", ";
+    const auto number = static_cast<std::size_t>(core::calendarValue(day) - 1);
+    days += number < std::size(kDayNames) ? std::string(kDayNames[number]) : "?";
+  }
+  if (days.empty()) days = "no day";
+  std::string text = days + " " + timeOfDay(window.start) + "\u2013" + timeOfDay(window.end);
+  if (window.weeksOfMonth && !window.weeksOfMonth->empty()) {
+    std::string weeks;
+    for (const auto week : *window.weeksOfMonth) {
+      if (!weeks.empty()) weeks += ", ";
+      weeks += std::to_string(week);
+    }
+    text += " in week" + std::string(window.weeksOfMonth->size() > 1 ? "s " : " ") + weeks +
+            " of the month";
+  }
+  return text;
+}
+
+std::string ConsoleText::value(const core::PlistValue& value) {
+  std::string text = plistText(value);
+  if (width(text) > 40) {
+    // Cut on a code point boundary.
+    std::size_t end = 0;
+    for (std::size_t points = 0; end < text.size() && points < 37; ++end) {
+      if ((text[end] & 0xC0) != 0x80) ++points;
+    }
+    while (end < text.size() && (text[end] & 0xC0) == 0x80) ++end;
+    text = text.substr(0, end) + "...";
+  }
+  return text;
+}
+
+std::string ConsoleText::reason(const core::VelmoWindowPolicy::Verdict& verdict,
+                                const core::VelmoWindowPolicy& policy, bool tuesdayWindow) {
+  using Kind = core::VelmoWindowPolicy::Verdict::Kind;
+  const auto at = [](const std::vector<core::VelmoTimeWindow>& list, int index) {
+    return index >= 0 && index < std::ssize(list) ? window(list[static_cast<std::size_t>(index)])
+                                                  : std::string("?");
+  };
+  switch (verdict.kind) {
+    case Kind::allowed:
+      return "allowed";
+    case Kind::blackout:
+      return "inside blackout window " + std::to_string(verdict.window + 1) + " (" +
+             at(policy.denyWindows(), verdict.window) + ")";
+    case Kind::otherWeek:
+      if (tuesdayWindow) return "the Tuesday window opens in calendar week 2 only";
+      return "allow window " + std::to_string(verdict.window + 1) + " (" +
+             at(policy.allowWindows(), verdict.window) + ") holds other weeks of the month";
+    case Kind::outside:
+      return tuesdayWindow
+                 ? "outside the Tuesday window (Tuesday of calendar week 2, 09:00\u201317:00)"
+                 : "outside every allow window";
+  }
+  return "";
+}
+
+std::string ConsoleText::shellCommand(const std::string& tool,
+                                      const std::vector<std::string>& words) {
+  const auto quoted = [](const std::string& word) {
+    const bool plain = !word.empty() && std::all_of(word.begin(), word.end(), [](char c) {
+      return std::isalnum(static_cast<unsigned char>(c)) ||
+             std::string_view("-_./=:,+@<>").find(c) != std::string_view::npos;
+    });
+    if (plain && word.find_first_of("<>") == std::string::npos) return word;
+    std::string text = "'";
+    for (char c : word) text += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return text + "'";
+  };
+  std::string text = quoted(tool);
+  for (const auto& word : words) text += " " + quoted(word);
+  return text;
+}
+
+std::string ConsoleText::aligned(const std::vector<std::vector<std::string>>& rows,
+                                 std::string_view indent) {
+  std::vector<std::size_t> widths;
+  for (const auto& row : rows) {
+    for (std::size_t column = 0; column + 1 < row.size(); ++column) {
+      if (widths.size() <= column) widths.resize(column + 1, 0);
+      widths[column] = std::max(widths[column], width(row[column]));
+    }
+  }
+  std::string text;
+  for (const auto& row : rows) {
+    text += indent;
+    for (std::size_t column = 0; column < row.size(); ++column) {
+      text += row[column];
+      if (column + 1 < row.size())
+        text += std::string(widths[column] - width(row[column]) + 2, ' ');
+    }
+    text += "\n";
+  }
+  return text;
+}
+
+}  // namespace velmo::agent::console

@@ -1,0 +1,202 @@
+#include "agent/console/PolicyKey.h"
+
+#include <algorithm>
+
+#include "agent/console/ConsoleText.h"
+#include "agent/run/RunCommandBuilder.h"
+#include "agent/run/RunPlanner.h"
+#include "core/items/ToolIdentifier.h"
+#include "core/plist/DefaultsValue.h"
+#include "core/time/TimeInterval.h"
+#include "core/time/VelmoTimeWindow.h"
+#include "mdm/PreferenceConversions.h"
+
+namespace velmo::agent::console {
+namespace {
+
+using mdm::ManagedDomain;
+
+enum class Kind { boolean, interval, text, channel, ids, windows };
+enum class Road { defaults, looseDefaults, snapshot };
+
+struct Spec {
+  ManagedDomain domain;
+  const char* key;
+  Road road;
+  Kind kind;
+  bool fallback = false;  // For Booleans.
+};
+
+// The keys as the agent reads them; the administrators' table lists them in this order.
+constexpr Spec kSpecs[] = {
+    {ManagedDomain::velmoAgent, "RunInterval", Road::defaults, Kind::interval},
+    {ManagedDomain::velmoAgent, "GlobalAllowWindows", Road::defaults, Kind::windows},
+    {ManagedDomain::velmoAgent, "GlobalBlackoutWindows", Road::defaults, Kind::windows},
+    {ManagedDomain::velmoAgent, "AllowUserInitiatedOutsideWindows", Road::defaults, Kind::boolean,
+     true},
+    {ManagedDomain::velmoAgent, "EnableVelmoTuesdayWindow", Road::defaults, Kind::boolean},
+    {ManagedDomain::velmoAgent, "UpdateAll", Road::defaults, Kind::boolean},
+    {ManagedDomain::velmoAgent, "InstallOrUpdate", Road::defaults, Kind::ids},
+    {ManagedDomain::velmoAgent, "UpdateOnly", Road::defaults, Kind::ids},
+    {ManagedDomain::velmoAgent, "UpdateAllExclusions", Road::defaults, Kind::ids},
+    {ManagedDomain::velmoAgent, "DeferIfRunning", Road::defaults, Kind::boolean},
+    {ManagedDomain::velmoAgent, "RespectDND", Road::defaults, Kind::boolean},
+    {ManagedDomain::velmoAgent, "RespectMeetings", Road::defaults, Kind::boolean},
+    {ManagedDomain::velmoAgent, "UpdateMAS", Road::defaults, Kind::boolean},
+    {ManagedDomain::velmoAgent, "UpdateChannel", Road::defaults, Kind::channel},
+    {ManagedDomain::velmoAgent, "IntegrityPolicy", Road::defaults, Kind::text},
+    {ManagedDomain::velmoAgent, "ReconAfterInstall", Road::defaults, Kind::boolean},
+    {ManagedDomain::velmoAgent, "RemoveVelmoSymlink", Road::looseDefaults, Kind::boolean},
+    {ManagedDomain::velmoAgent, "SkipFirstVelmoAgentRun", Road::snapshot, Kind::boolean},
+    {ManagedDomain::velmoAgent, "DisableSelfUpdate", Road::snapshot, Kind::boolean},
+    {ManagedDomain::velmoAgent, "ActiveIntervals", Road::snapshot, Kind::boolean, true},
+    {ManagedDomain::velmoNotifier, "EnableMenuBarApp", Road::snapshot, Kind::boolean},
+    {ManagedDomain::velmoNotifier, "NotificationCenterIcon", Road::snapshot, Kind::text},
+    {ManagedDomain::velmo, "EnableDashboardReporting", Road::snapshot, Kind::boolean},
+};
+
+std::string_view roadName(Road road) {
+  switch (road) {
+    case Road::defaults:
+      return "defaults";
+    case Road::looseDefaults:
+      return "defaults, loose";
+    case Road::snapshot:
+      return "snapshot";
+  }
+  return "";
+}
+
+std::optional<core::PlistValue> lookUp(const std::optional<core::PlistDictionary>& values,
+                                       std::string_view key) {
+  if (!values) return std::nullopt;
+  const auto found = values->find(key);
+  if (found == values->end()) return std::nullopt;
+  return found->second;
+}
+
+// The reading of a defaults-road value; none when the agent can't use it.
+std::optional<std::string> defaultsReading(const Spec& spec, const core::PlistValue& value,
+                                           const ConsoleInputs& inputs) {
+  switch (spec.kind) {
+    case Kind::boolean: {
+      const auto flag = core::DefaultsValue<bool>::from(value);
+      if (!flag) return std::nullopt;
+      return std::string(*flag ? "true" : "false");
+    }
+    case Kind::interval: {
+      const auto seconds = mdm::PreferenceConversions::real(value);
+      if (!seconds) return std::nullopt;
+      if (!run::RunPlanner::usableInterval(*seconds)) {
+        return "not above 0: " + core::durationDescription(run::RunPlanner::kDefaultInterval) +
+               ", with a warning";
+      }
+      return "every " + core::durationDescription(core::TimeInterval(*seconds));
+    }
+    case Kind::text:
+    case Kind::channel: {
+      const auto text = core::DefaultsValue<std::string>::from(value);
+      if (!text) return std::nullopt;
+      if (spec.kind == Kind::text) return "\"" + *text + "\"";
+      return "the tool's entry " + std::string(run::RunCommandBuilder::updateChannelLabel(*text));
+    }
+    case Kind::ids: {
+      const auto ids = core::DefaultsValue<std::vector<std::string>>::from(value);
+      if (!ids) return std::nullopt;
+      const auto refused = std::count_if(ids->begin(), ids->end(), [](const std::string& id) {
+        return !core::ToolIdentifier::isValid(id);
+      });
+      std::string text = std::to_string(ids->size() - static_cast<std::size_t>(refused)) + " ID" +
+                         (ids->size() - static_cast<std::size_t>(refused) == 1 ? "" : "s");
+      if (refused > 0) text += ", " + std::to_string(refused) + " refused";
+      return text;
+    }
+    case Kind::windows: {
+      const auto windows = core::VelmoTimeWindow::readArray(inputs.userDefaults, spec.key);
+      if (windows.empty()) return std::nullopt;
+      std::string text;
+      for (const auto& window : windows) {
+        if (!text.empty()) text += "; ";
+        text += ConsoleText::window(window);
+      }
+      return text;
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::vector<PolicyKey> PolicyKey::readAll(const ConsoleInputs& inputs,
+                                          const mdm::PreferenceSnapshot& snapshot) {
+  std::vector<PolicyKey> keys;
+  for (const Spec& spec : kSpecs) {
+    PolicyKey key;
+    key.domain = std::string(mdm::rawValue(spec.domain));
+    key.key = spec.key;
+    key.road = std::string(roadName(spec.road));
+    const auto managed = lookUp(inputs.stores.managedValues(key.domain), spec.key);
+    const auto root = lookUp(inputs.stores.copyAllValues(key.domain), spec.key);
+    const auto machine = spec.road == Road::snapshot
+                             ? std::nullopt
+                             : lookUp(inputs.stores.machineValues(key.domain), spec.key);
+    if (managed) {
+      key.source = "managed";
+      key.value = managed;
+    } else if (root) {
+      key.source = "root's store";
+      key.value = root;
+    } else if (machine) {
+      key.source = "machine-wide";
+      key.value = machine;
+    } else {
+      key.source = "default";
+    }
+
+    if (spec.road == Road::snapshot) {
+      key.reading =
+          spec.kind == Kind::boolean
+              ? (snapshot.boolValue(spec.key, spec.domain, spec.fallback) ? "true" : "false")
+              : "\"" + snapshot.string(spec.key, spec.domain, "") + "\"";
+    } else if (spec.road == Road::looseDefaults) {
+      key.reading =
+          mdm::PreferenceConversions::boolForKey(inputs.userDefaults, spec.key) ? "true" : "false";
+    } else if (key.value) {
+      if (auto reading = defaultsReading(spec, *key.value, inputs)) {
+        key.reading = std::move(*reading);
+      } else {
+        key.ignored = true;
+      }
+    }
+    if (!key.value || key.ignored) {
+      std::string fallback;
+      switch (spec.kind) {
+        case Kind::boolean:
+          fallback = spec.fallback ? "true" : "false";
+          break;
+        case Kind::interval:
+          fallback = "every " + core::durationDescription(run::RunPlanner::kDefaultInterval);
+          break;
+        case Kind::channel:
+          fallback = "the tool's entry " +
+                     std::string(run::RunCommandBuilder::updateChannelLabel(std::nullopt));
+          break;
+        case Kind::windows:
+          fallback = "none";
+          break;
+        case Kind::ids:
+          fallback = "0 IDs";
+          break;
+        case Kind::text:
+          fallback = "unset";
+          break;
+      }
+      if (key.reading.empty()) key.reading = fallback;
+      if (key.ignored) key.reading = "unusable, read as " + fallback;
+    }
+    keys.push_back(std::move(key));
+  }
+  return keys;
+}
+
+}  // namespace velmo::agent::console
