@@ -26,6 +26,14 @@ struct SdBusConnection::Match {
   bool removed = false;
 };
 
+struct SdBusConnection::Object {
+  std::string path;
+  std::string interface;
+  const sd_bus_vtable* vtable;
+  void* userdata;
+  sd_bus_slot* slot = nullptr;
+};
+
 SdBusConnection::SdBusConnection(asio::any_io_executor executor, Clock& clock)
     : executor_(std::move(executor)), clock_(clock), busTimer_(executor_) {}
 
@@ -36,6 +44,9 @@ SdBusConnection::~SdBusConnection() {
   for (auto& [id, match] : matches_) {
     if (match->slot) sd_bus_slot_unref(match->slot);
     match->slot = nullptr;
+  }
+  for (auto& [id, object] : objects_) {
+    if (object->slot) sd_bus_slot_unref(object->slot);
   }
   if (descriptor_) descriptor_->release();  // The bus owns the descriptor.
   if (bus_) sd_bus_flush_close_unref(bus_);
@@ -61,6 +72,9 @@ void SdBusConnection::connect() {
   readArmed_ = writeArmed_ = false;
   for (auto& [id, match] : matches_) installMatch(*match);
   if (!bus_) return;  // Installing a rule found the connection broken.
+  // Before the handlers, which may claim names: whoever sees a name appear
+  // finds its objects there.
+  for (auto& [id, object] : objects_) installObject(*object);
   backoff_ = kFirstBackoff;
   logger_.debug("Connected to the system bus");
   for (const auto& handler : connected_) handler();
@@ -114,6 +128,36 @@ void SdBusConnection::releaseRetired() {
   retired_.clear();
 }
 
+SdBusConnection::ObjectId SdBusConnection::addObject(std::string path, std::string interface,
+                                                     const sd_bus_vtable* vtable, void* userdata) {
+  const ObjectId id = nextObject_++;
+  auto object =
+      std::make_unique<Object>(Object{std::move(path), std::move(interface), vtable, userdata});
+  installObject(*object);
+  objects_.emplace(id, std::move(object));
+  return id;
+}
+
+void SdBusConnection::installObject(Object& object) {
+  if (!bus_) return;
+  // Local to this process: a failure means a bad path or vtable, not a broken bus.
+  const int result =
+      sd_bus_add_object_vtable(bus_, &object.slot, object.path.c_str(), object.interface.c_str(),
+                               object.vtable, object.userdata);
+  if (result < 0) {
+    object.slot = nullptr;
+    logger_.error("Cannot serve " + object.interface + " at " + object.path + ": " +
+                  describe(result));
+  }
+}
+
+void SdBusConnection::removeObject(ObjectId id) {
+  auto found = objects_.find(id);
+  if (found == objects_.end()) return;
+  if (found->second->slot) sd_bus_slot_unref(found->second->slot);
+  objects_.erase(found);
+}
+
 bool SdBusConnection::send(sd_bus_message* message) {
   if (!bus_) return false;
   const int result = sd_bus_send(bus_, message, nullptr);
@@ -138,6 +182,10 @@ void SdBusConnection::disconnect(const std::string& reason) {
   for (auto& [id, match] : matches_) {
     if (match->slot) sd_bus_slot_unref(match->slot);
     match->slot = nullptr;
+  }
+  for (auto& [id, object] : objects_) {
+    if (object->slot) sd_bus_slot_unref(object->slot);
+    object->slot = nullptr;
   }
   busTimer_.cancel();
   if (descriptor_) {

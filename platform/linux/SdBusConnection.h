@@ -17,6 +17,7 @@
 struct sd_bus;
 struct sd_bus_message;
 struct sd_bus_slot;
+struct sd_bus_vtable;
 
 namespace velmo::platform::linux {
 
@@ -24,13 +25,14 @@ namespace velmo::platform::linux {
 // serviced on the main executor: its descriptor is watched by the event loop,
 // nothing polls and no thread is added. A connection that can't be opened or
 // breaks is logged and opened again with back-off (1 s doubling to 30 s);
-// match rules are installed again on every new connection.
+// match rules and served objects are installed again on every new connection.
 // Every member runs on the main executor.
 class SdBusConnection {
  public:
   // Gets each message that matches a rule. Runs on the main executor.
   using MessageHandler = std::function<void(sd_bus_message*)>;
   using MatchId = std::uint64_t;
+  using ObjectId = std::uint64_t;
 
   SdBusConnection(asio::any_io_executor executor, Clock& clock);
   ~SdBusConnection();
@@ -49,7 +51,14 @@ class SdBusConnection {
   MatchId addMatch(std::string rule, MessageHandler handler);
   void removeMatch(MatchId id);
 
-  // Called after each successful (re)connection, once the rules are installed.
+  // Serves an interface of an object (an sd-bus vtable, which must outlive
+  // it) on every connection, until removed. Not from within its own callbacks.
+  ObjectId addObject(std::string path, std::string interface, const sd_bus_vtable* vtable,
+                     void* userdata);
+  void removeObject(ObjectId id);
+
+  // Called after each successful (re)connection, once the rules and objects
+  // are installed.
   void addConnectedHandler(std::function<void()> handler) {
     connected_.push_back(std::move(handler));
   }
@@ -63,9 +72,11 @@ class SdBusConnection {
 
  private:
   struct Match;
+  struct Object;
 
   void connect();
   void installMatch(Match& match);
+  void installObject(Object& object);
   void disconnect(const std::string& reason);
   void scheduleReconnect();
   void processPending();
@@ -89,6 +100,8 @@ class SdBusConnection {
   std::map<MatchId, std::unique_ptr<Match>> matches_;
   // Removed matches whose slots are let go of once the running callback is done.
   std::vector<std::unique_ptr<Match>> retired_;
+  ObjectId nextObject_ = 1;
+  std::map<ObjectId, std::unique_ptr<Object>> objects_;
   std::vector<std::function<void()>> connected_;
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
