@@ -37,6 +37,7 @@
 #include "platform/linux/PosixHost.h"
 #include "platform/linux/PosixProcessLauncher.h"
 #include "platform/linux/ProcessConnectorTerminations.h"
+#include "platform/linux/SdBusAgentObject.h"
 #include "platform/linux/SdBusAgentStatusReader.h"
 #include "platform/linux/SdBusConnection.h"
 #include "platform/linux/SdBusNotificationCenter.h"
@@ -129,9 +130,8 @@ int main(int argc, char** argv) {
   agent::items::VelmoAgentQueue::setShared(&agentQueue);
   platform::linux::ProcessConnectorTerminations terminations(mainExecutor, clock);
   terminations.start();
-  struct : platform::AgentStatusPublisher {
-    void publish(const platform::AgentStatus&) override {}
-  } statusObject;
+  // Every local user may read what the agent is doing; nobody can change it this way.
+  platform::linux::SdBusAgentObject statusObject(bus);
   agent::StartCommand start(
       {mainExecutor, clock, paths, fileThread.get_executor(), deferralsFileThread.get_executor(),
        runner, distributedCenter, notificationCenter, workspaceEvents, managedPrefs, userDefaults,
