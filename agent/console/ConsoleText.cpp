@@ -102,13 +102,34 @@ std::string ConsoleText::paint(std::string_view text, Colour colour) const {
 }
 
 std::string ConsoleText::localDate(platform::TimePoint date, const std::string& timeZoneId) {
-  UErrorCode status = U_ZERO_ERROR;
-  icu::SimpleDateFormat format(icu::UnicodeString::fromUTF8("EEE d MMM yyyy HH:mm"),
-                               icu::Locale("en_US_POSIX"), status);
-  if (U_FAILURE(status)) return core::VelmoFormatters::iso8601(date);
-  format.adoptTimeZone(icu::TimeZone::createTimeZone(icu::UnicodeString::fromUTF8(timeZoneId)));
+  return formatted(date, timeZoneId, "EEE d MMM yyyy HH:mm");
+}
+
+std::string ConsoleText::formatted(platform::TimePoint date, const std::string& timeZoneId,
+                                   const char* pattern) {
+  // Making a formatter costs far more than using one; a listing uses a few.
+  struct Cached {
+    std::string zone;
+    std::string pattern;
+    std::unique_ptr<icu::SimpleDateFormat> format;
+  };
+  thread_local std::vector<Cached> cache;
+  auto found = std::find_if(cache.begin(), cache.end(), [&](const Cached& entry) {
+    return entry.zone == timeZoneId && entry.pattern == pattern;
+  });
+  if (found == cache.end()) {
+    UErrorCode status = U_ZERO_ERROR;
+    auto format = std::make_unique<icu::SimpleDateFormat>(icu::UnicodeString::fromUTF8(pattern),
+                                                          icu::Locale("en_US_POSIX"), status);
+    if (U_FAILURE(status)) return core::VelmoFormatters::iso8601(date);
+    format->adoptTimeZone(icu::TimeZone::createTimeZone(icu::UnicodeString::fromUTF8(timeZoneId)));
+    if (cache.size() >= 8) cache.erase(cache.begin());
+    cache.push_back({timeZoneId, pattern, std::move(format)});
+    found = cache.end() - 1;
+  }
   icu::UnicodeString text;
-  format.format(std::chrono::duration<double, std::milli>(date.time_since_epoch()).count(), text);
+  found->format->format(std::chrono::duration<double, std::milli>(date.time_since_epoch()).count(),
+                        text);
   std::string result;
   text.toUTF8String(result);
   return result;

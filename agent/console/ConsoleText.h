@@ -23,6 +23,9 @@ class ConsoleText {
 
   // "Tue 24 Nov 2026 06:00" in the zone.
   static std::string localDate(platform::TimePoint date, const std::string& timeZoneId);
+  // `date` by an ICU pattern in the zone.
+  static std::string formatted(platform::TimePoint date, const std::string& timeZoneId,
+                               const char* pattern);
   // UTC with milliseconds, for JSON: "2026-11-24T06:00:00.000Z".
   static std::string isoDate(platform::TimePoint date);
   // "in 2 hours 3 minutes", "5 minutes ago", "now".

@@ -47,7 +47,8 @@ bool userRunsAnyTime(const AgentFacts& facts) {
 }  // namespace
 
 ExplainCommand::Explanation ExplainCommand::explain(const AgentFacts& facts,
-                                                    platform::TimePoint from, int days) {
+                                                    platform::TimePoint from, int days,
+                                                    std::size_t maxRuns) {
   Explanation result{from, from + std::chrono::days(days), {}, false, {}};
   const auto& planner = facts.planner;
   const auto& policy = planner.policy();
@@ -56,7 +57,7 @@ ExplainCommand::Explanation ExplainCommand::explain(const AgentFacts& facts,
   };
   platform::TimePoint next = planner.fromLastRun(facts.lastRun, from).start;
   while (next < result.to) {
-    if (result.scheduledRuns.size() == kMaxScheduledRuns) {
+    if (result.scheduledRuns.size() >= maxRuns) {
       result.moreRuns = true;
       break;
     }

@@ -40,7 +40,8 @@ class ExplainCommand {
 
   // The agent's own plan from `from`: the first run as planned from the last
   // recorded one, each further one an interval after the one before.
-  static Explanation explain(const AgentFacts& facts, platform::TimePoint from, int days);
+  static Explanation explain(const AgentFacts& facts, platform::TimePoint from, int days,
+                             std::size_t maxRuns = kMaxScheduledRuns);
 
   static nlohmann::json json(const AgentFacts& facts, const Explanation& explanation,
                              const std::string& tool);

@@ -1,7 +1,6 @@
 #include "agent/console/WeekPicture.h"
 
 #include <unicode/gregocal.h>
-#include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
 #include <unicode/unistr.h>
 
@@ -40,14 +39,7 @@ std::vector<platform::TimePoint> midnights(platform::TimePoint date, const std::
 }
 
 std::string dayLabel(platform::TimePoint date, const std::string& zoneId) {
-  UErrorCode status = U_ZERO_ERROR;
-  icu::SimpleDateFormat format(icu::UnicodeString::fromUTF8("EEE d MMM"),
-                               icu::Locale("en_US_POSIX"), status);
-  format.adoptTimeZone(icu::TimeZone::createTimeZone(icu::UnicodeString::fromUTF8(zoneId)));
-  icu::UnicodeString text;
-  format.format(std::chrono::duration<double, std::milli>(date.time_since_epoch()).count(), text);
-  std::string result;
-  text.toUTF8String(result);
+  std::string result = ConsoleText::formatted(date, zoneId, "EEE d MMM");
   while (result.size() < 10) result += ' ';
   return result;
 }

@@ -1,0 +1,165 @@
+// The console as an administrator meets it: what `status` and `explain` say
+// for a few machines, and their exit statuses. Times are the virtual clock's:
+// Tuesday 2026-03-10 14:05:09 UTC.
+#include "agent/console/ConsoleCommand.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <sstream>
+
+#include <nlohmann/json.hpp>
+
+#include "core/time/VelmoTimeWindow.h"
+#include "platform/fake/FakeAgentStatusReader.h"
+#include "platform/fake/FakeFileManager.h"
+#include "platform/fake/FakePreferenceStores.h"
+#include "platform/fake/FakeUserDefaults.h"
+#include "platform/fake/VirtualClock.h"
+
+namespace velmo::agent::console {
+namespace {
+
+using core::VelmoTimeWindow;
+using core::Weekday;
+using Kind = run::AgentCommand::Invocation::Kind;
+
+struct Machine {
+  asio::io_context context;
+  platform::fake::VirtualClock clock{context};
+  platform::Paths paths{"/sandbox"};
+  platform::fake::FakeFileManager files;
+  platform::fake::FakeUserDefaults defaults;
+  platform::fake::FakePreferenceStores stores;
+  platform::fake::FakeAgentStatusReader agent;
+
+  void allowWednesdayNight() {
+    defaults.setObject(
+        "GlobalAllowWindows",
+        VelmoTimeWindow::toPlistArray({{.days = {Weekday::wed}, .start = {2, 0}, .end = {3, 0}}}));
+  }
+};
+
+struct ConsoleCase {
+  const char* name;
+  Kind kind;
+  std::function<void(Machine&)> setUp;
+  int status;
+  // JSON pointer to the expected value; for exit 1, a fragment of standard error.
+  std::vector<std::pair<const char*, nlohmann::json>> expected;
+};
+
+void PrintTo(const ConsoleCase& c, std::ostream* os) { *os << c.name; }
+
+class Console : public ::testing::TestWithParam<ConsoleCase> {};
+
+TEST_P(Console, SaysWhatTheAgentWouldDo) {
+  const auto& c = GetParam();
+  Machine machine;
+  c.setUp(machine);
+  std::ostringstream out, err;
+  const run::AgentCommand::Invocation invocation{.kind = c.kind, .json = true};
+  const int status =
+      ConsoleCommand::run(invocation,
+                          {machine.paths, machine.files, machine.stores, machine.defaults,
+                           machine.clock, machine.agent, [] { return std::string("UTC"); }},
+                          false, out, err);
+  ASSERT_EQ(status, c.status) << err.str();
+  if (status != 0) {
+    EXPECT_NE(err.str().find(c.expected.front().second.get<std::string>()), std::string::npos)
+        << err.str();
+    return;
+  }
+  const auto json = nlohmann::json::parse(out.str());
+  for (const auto& [pointer, value] : c.expected) {
+    EXPECT_EQ(json.value(nlohmann::json::json_pointer(pointer), nlohmann::json()), value)
+        << pointer;
+  }
+}
+
+const auto kStateFile = "/sandbox/Library/Preferences/com.marvenith.velmo-agent.plist";
+const auto kLastRunTwoHoursAgo =
+    "<plist version=\"1.0\"><dict><key>UpdateTaskRunCount</key><integer>7</integer>"
+    "<key>LastUpdateTaskRun</key><string>2026-03-10T12:05:09Z</string></dict></plist>";
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, Console,
+    ::testing::Values(
+        ConsoleCase{"NothingToReadIsExitOne",
+                    Kind::status,
+                    [](Machine&) {},
+                    1,
+                    {{"", "nothing could be read"}}},
+        ConsoleCase{"ADamagedFileIsNamed",
+                    Kind::status,
+                    [](Machine& m) {
+                      m.files.addFile(
+                          "/sandbox/Library/Managed Preferences/com.marvenith.velmo-agent.plist",
+                          "not a plist");
+                    },
+                    1,
+                    {{"", "is not a property list of keys"}}},
+        // Two hours into a four-hour interval: due at 16:05, no windows.
+        ConsoleCase{"DownThePlanComesFromTheLastRun",
+                    Kind::status,
+                    [](Machine& m) { m.files.addFile(kStateFile, kLastRunTwoHoursAgo); },
+                    0,
+                    {{"/agent/running", false},
+                     {"/nextRun", "2026-03-10T16:05:09.000Z"},
+                     {"/nextRunFrom", "planned"},
+                     {"/runs/count", 7},
+                     {"/windows/allowedNow", true}}},
+        ConsoleCase{"UpTheAgentsTimerIsTheAnswer",
+                    Kind::status,
+                    [](Machine& m) {
+                      m.files.addFile(kStateFile, kLastRunTwoHoursAgo);
+                      m.agent.agent = platform::RunningAgent{
+                          .status = {.version = "1.2",
+                                     .startedAt = m.clock.now() - std::chrono::hours(1),
+                                     .nextRunDate = m.clock.now() + std::chrono::minutes(3),
+                                     .runCount = 8},
+                          .pid = 42};
+                    },
+                    0,
+                    {{"/agent/pid", 42},
+                     {"/agent/uptimeSeconds", 3600},
+                     {"/nextRun", "2026-03-10T14:08:09.000Z"},
+                     {"/nextRunFrom", "agent"},
+                     {"/runs/count", 8}}},
+        ConsoleCase{"OutsideTheWindowsSaysWhyAndUntilWhen",
+                    Kind::status,
+                    [](Machine& m) {
+                      m.files.addFile(kStateFile, kLastRunTwoHoursAgo);
+                      m.allowWednesdayNight();
+                      m.stores.setManaged("com.marvenith.velmo-agent", {{"UpdateMAS", "true"}});
+                    },
+                    0,
+                    {{"/windows/allowedNow", false},
+                     {"/windows/reason", "outside every allow window"},
+                     {"/windows/nextAllowed", "2026-03-11T02:00:00.000Z"},
+                     {"/nextRun", "2026-03-11T02:00:00.000Z"},
+                     {"/policy/12/key", "UpdateMAS"},
+                     {"/policy/12/source", "managed"},
+                     {"/policy/12/ignored", true}}},
+        ConsoleCase{"TheTuesdayWindowOpensInWeekTwoOnly",
+                    Kind::explain,
+                    [](Machine& m) {
+                      m.files.addFile(kStateFile, kLastRunTwoHoursAgo);
+                      m.defaults.setObject("EnableVelmoTuesdayWindow", true);
+                      m.defaults.setObject("InstallOrUpdate", core::PlistArray{"firefox"});
+                    },
+                    0,
+                    // March 10 is the Tuesday of week 2: due at 16:05, inside its window.
+                    {{"/scheduledRuns/0/at", "2026-03-10T16:05:09.000Z"},
+                     {"/stretches/1/start", "2026-03-10T17:01:00.000Z"},
+                     {"/stretches/1/kind", "outside"},
+                     {"/stretches/1/reason",
+                      "outside the Tuesday window (Tuesday of calendar week 2, 09:00\u201317:00)"},
+                     {"/commands/scheduledRun/0",
+                      {"/sandbox/Library/Application Support/Marvenith/Velmo/velmo", "install",
+                       "marvenith-velmo", "firefox"}},
+                     {"/commands/appQuit/2", "<app id>"}}}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace velmo::agent::console
