@@ -1,7 +1,9 @@
 #include "agent/console/StatusCommand.h"
 
 #include <map>
+#include <variant>
 
+#include "core/logging/Utf8.h"
 #include "core/time/TimeInterval.h"
 
 namespace velmo::agent::console {
@@ -11,6 +13,34 @@ using nlohmann::json;
 
 json date(const std::optional<platform::TimePoint>& value) {
   return value ? json(ConsoleText::isoDate(*value)) : json(nullptr);
+}
+
+// A preference value as JSON: dates as ISO 8601, data as its size.
+json plistJSON(const core::PlistValue& value) {
+  struct Visitor {
+    json operator()(bool flag) const { return flag; }
+    json operator()(std::int64_t number) const { return number; }
+    json operator()(double number) const { return number; }
+    json operator()(const std::string& text) const {
+      // Invalid UTF-8 can't go into JSON as it is.
+      return core::isValidUtf8(text) ? json(text) : json(core::escapedControls(text));
+    }
+    json operator()(const core::PlistDate& date) const { return ConsoleText::isoDate(date.value); }
+    json operator()(const core::PlistData& data) const { return {{"bytes", data.size()}}; }
+    json operator()(const core::PlistArray& array) const {
+      json out = json::array();
+      for (const auto& element : array) out.push_back(plistJSON(element));
+      return out;
+    }
+    json operator()(const core::PlistDictionary& dictionary) const {
+      json out = json::object();
+      for (const auto& [key, element] : dictionary) {
+        out[core::isValidUtf8(key) ? key : core::escapedControls(key)] = plistJSON(element);
+      }
+      return out;
+    }
+  };
+  return std::visit(Visitor{}, value.storage());
 }
 
 // Whether the windows allow a run now, and if not, why and until when.
@@ -99,7 +129,7 @@ json StatusCommand::json(const AgentFacts& facts) {
                              {"key", key.key},
                              {"road", key.road},
                              {"source", key.source},
-                             {"value", key.value ? ConsoleText::value(*key.value) : ""},
+                             {"value", key.value ? plistJSON(*key.value) : nlohmann::json(nullptr)},
                              {"reading", key.reading},
                              {"ignored", key.ignored}});
   }
