@@ -9,11 +9,7 @@
 
 #include "agent/console/AgentFacts.h"
 #include "agent/console/ExplainCommand.h"
-#include "platform/fake/FakeAgentStatusReader.h"
-#include "platform/fake/FakeFileManager.h"
-#include "platform/fake/FakePreferenceStores.h"
-#include "platform/fake/FakeUserDefaults.h"
-#include "platform/fake/VirtualClock.h"
+#include "tests/support/ConsoleMachine.h"
 
 namespace {
 
@@ -21,8 +17,9 @@ using namespace velmo;
 using core::VelmoTimeWindow;
 using core::Weekday;
 
-struct Machine {
+struct Machine : testing::ConsoleMachine {
   Machine() {
+    timeZone = "Europe/Berlin";
     const VelmoTimeWindow allow{
         .days = {Weekday::mon, Weekday::wed}, .start = {12, 0}, .end = {13, 30}};
     const VelmoTimeWindow monthly{.days = {Weekday::sat},
@@ -34,22 +31,11 @@ struct Machine {
     defaults.setObject("GlobalBlackoutWindows", VelmoTimeWindow::toPlistArray({blackout}));
     defaults.setObject("InstallOrUpdate", core::PlistArray{"firefox", "zoom"});
   }
-
-  asio::io_context context;
-  platform::fake::VirtualClock clock{context};
-  platform::Paths paths{"/sandbox"};
-  platform::fake::FakeFileManager files;
-  platform::fake::FakeUserDefaults defaults;
-  platform::fake::FakePreferenceStores stores;
-  platform::fake::FakeAgentStatusReader agent;
 };
 
 agent::console::AgentFacts facts(Machine& machine) {
-  return agent::console::AgentFacts::gather({machine.paths, machine.files, machine.stores,
-                                             machine.defaults, machine.clock, machine.agent,
-                                             [] { return std::string("Europe/Berlin"); }});
+  return agent::console::AgentFacts::gather(machine.inputs());
 }
-
 void BM_Explain60DaysJSON(benchmark::State& state) {
   Machine machine;
   const auto read = facts(machine);

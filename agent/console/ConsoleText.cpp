@@ -32,48 +32,6 @@ std::size_t width(std::string_view text) {
       std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
 }
 
-std::string plistText(const core::PlistValue& value);
-
-struct PlistTextVisitor {
-  std::string operator()(bool flag) const { return flag ? "true" : "false"; }
-  std::string operator()(std::int64_t number) const { return std::to_string(number); }
-  std::string operator()(double number) const {
-    std::string text = std::to_string(number);
-    while (text.size() > 1 && text.back() == '0') text.pop_back();
-    if (!text.empty() && text.back() == '.') text.pop_back();
-    return text;
-  }
-  std::string operator()(const std::string& text) const {
-    return "\"" + core::escapedControls(text) + "\"";
-  }
-  std::string operator()(const core::PlistDate& date) const {
-    return core::VelmoFormatters::iso8601(date.value);
-  }
-  std::string operator()(const core::PlistData& data) const {
-    return "<" + std::to_string(data.size()) + " bytes>";
-  }
-  std::string operator()(const core::PlistArray& array) const {
-    std::string text = "[";
-    for (const auto& element : array) {
-      if (text.size() > 1) text += ", ";
-      text += plistText(element);
-    }
-    return text + "]";
-  }
-  std::string operator()(const core::PlistDictionary& dictionary) const {
-    std::string text = "{";
-    for (const auto& [key, element] : dictionary) {
-      if (text.size() > 1) text += ", ";
-      text += core::escapedControls(key) + ": " + plistText(element);
-    }
-    return text + "}";
-  }
-};
-
-std::string plistText(const core::PlistValue& value) {
-  return std::visit(PlistTextVisitor{}, value.storage());
-}
-
 }  // namespace
 
 std::string ConsoleText::paint(std::string_view text, Colour colour) const {
@@ -171,7 +129,7 @@ std::string ConsoleText::window(const core::VelmoTimeWindow& window) {
 }
 
 std::string ConsoleText::value(const core::PlistValue& value) {
-  std::string text = plistText(value);
+  std::string text = plistJSON(value).dump();
   if (width(text) > 40) {
     // Cut on a code point boundary.
     std::size_t end = 0;
@@ -182,6 +140,34 @@ std::string ConsoleText::value(const core::PlistValue& value) {
     text = text.substr(0, end) + "...";
   }
   return text;
+}
+
+nlohmann::json ConsoleText::plistJSON(const core::PlistValue& value) {
+  using nlohmann::json;
+  struct Visitor {
+    json operator()(bool flag) const { return flag; }
+    json operator()(std::int64_t number) const { return number; }
+    json operator()(double number) const { return number; }
+    json operator()(const std::string& text) const {
+      // Invalid UTF-8 can't go into JSON as it is.
+      return core::isValidUtf8(text) ? json(text) : json(core::escapedControls(text));
+    }
+    json operator()(const core::PlistDate& date) const { return ConsoleText::isoDate(date.value); }
+    json operator()(const core::PlistData& data) const { return {{"bytes", data.size()}}; }
+    json operator()(const core::PlistArray& array) const {
+      json out = json::array();
+      for (const auto& element : array) out.push_back(plistJSON(element));
+      return out;
+    }
+    json operator()(const core::PlistDictionary& dictionary) const {
+      json out = json::object();
+      for (const auto& [key, element] : dictionary) {
+        out[core::isValidUtf8(key) ? key : core::escapedControls(key)] = plistJSON(element);
+      }
+      return out;
+    }
+  };
+  return std::visit(Visitor{}, value.storage());
 }
 
 std::string ConsoleText::reason(const core::VelmoWindowPolicy::Verdict& verdict,

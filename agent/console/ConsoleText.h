@@ -4,6 +4,8 @@
 #include <string_view>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "core/time/VelmoTimeWindow.h"
 #include "core/time/VelmoWindowPolicy.h"
 #include "core/values/PlistValue.h"
@@ -32,7 +34,9 @@ class ConsoleText {
   static std::string relative(platform::TimePoint date, platform::TimePoint now);
   // "Mon, Wed 12:00–13:30", with " in weeks 2, 4 of the month" when scoped.
   static std::string window(const core::VelmoTimeWindow& window);
-  // A property-list value on one line, cut at 40 characters.
+  // A preference value as JSON: dates as ISO 8601, data as its size.
+  static nlohmann::json plistJSON(const core::PlistValue& value);
+  // A property-list value on one line, as JSON, cut at 40 characters.
   static std::string value(const core::PlistValue& value);
   // Why a moment is blocked, in the administrator's words.
   static std::string reason(const core::VelmoWindowPolicy::Verdict& verdict,

@@ -1,9 +1,7 @@
 #include "agent/console/StatusCommand.h"
 
 #include <map>
-#include <variant>
 
-#include "core/logging/Utf8.h"
 #include "core/time/TimeInterval.h"
 
 namespace velmo::agent::console {
@@ -13,34 +11,6 @@ using nlohmann::json;
 
 json date(const std::optional<platform::TimePoint>& value) {
   return value ? json(ConsoleText::isoDate(*value)) : json(nullptr);
-}
-
-// A preference value as JSON: dates as ISO 8601, data as its size.
-json plistJSON(const core::PlistValue& value) {
-  struct Visitor {
-    json operator()(bool flag) const { return flag; }
-    json operator()(std::int64_t number) const { return number; }
-    json operator()(double number) const { return number; }
-    json operator()(const std::string& text) const {
-      // Invalid UTF-8 can't go into JSON as it is.
-      return core::isValidUtf8(text) ? json(text) : json(core::escapedControls(text));
-    }
-    json operator()(const core::PlistDate& date) const { return ConsoleText::isoDate(date.value); }
-    json operator()(const core::PlistData& data) const { return {{"bytes", data.size()}}; }
-    json operator()(const core::PlistArray& array) const {
-      json out = json::array();
-      for (const auto& element : array) out.push_back(plistJSON(element));
-      return out;
-    }
-    json operator()(const core::PlistDictionary& dictionary) const {
-      json out = json::object();
-      for (const auto& [key, element] : dictionary) {
-        out[core::isValidUtf8(key) ? key : core::escapedControls(key)] = plistJSON(element);
-      }
-      return out;
-    }
-  };
-  return std::visit(Visitor{}, value.storage());
 }
 
 // Whether the windows allow a run now, and if not, why and until when.
@@ -125,13 +95,14 @@ json StatusCommand::json(const AgentFacts& facts) {
                         {"running", facts.agent && facts.agent->status.maintenanceRunning}};
   out["policy"] = nlohmann::json::array();
   for (const auto& key : facts.policyKeys) {
-    out["policy"].push_back({{"domain", key.domain},
-                             {"key", key.key},
-                             {"road", key.road},
-                             {"source", key.source},
-                             {"value", key.value ? plistJSON(*key.value) : nlohmann::json(nullptr)},
-                             {"reading", key.reading},
-                             {"ignored", key.ignored}});
+    out["policy"].push_back(
+        {{"domain", key.domain},
+         {"key", key.key},
+         {"road", key.road},
+         {"source", key.source},
+         {"value", key.value ? ConsoleText::plistJSON(*key.value) : nlohmann::json(nullptr)},
+         {"reading", key.reading},
+         {"ignored", key.ignored}});
   }
   out["items"] = nlohmann::json::array();
   for (const auto& item : facts.items.value_or(std::vector<core::UpdateItem>{})) {

@@ -11,11 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "core/time/VelmoTimeWindow.h"
-#include "platform/fake/FakeAgentStatusReader.h"
-#include "platform/fake/FakeFileManager.h"
-#include "platform/fake/FakePreferenceStores.h"
-#include "platform/fake/FakeUserDefaults.h"
-#include "platform/fake/VirtualClock.h"
+#include "tests/support/ConsoleMachine.h"
 
 namespace velmo::agent::console {
 namespace {
@@ -24,15 +20,7 @@ using core::VelmoTimeWindow;
 using core::Weekday;
 using Kind = run::AgentCommand::Invocation::Kind;
 
-struct Machine {
-  asio::io_context context;
-  platform::fake::VirtualClock clock{context};
-  platform::Paths paths{"/sandbox"};
-  platform::fake::FakeFileManager files;
-  platform::fake::FakeUserDefaults defaults;
-  platform::fake::FakePreferenceStores stores;
-  platform::fake::FakeAgentStatusReader agent;
-
+struct Machine : testing::ConsoleMachine {
   void allowWednesdayNight() {
     defaults.setObject(
         "GlobalAllowWindows",
