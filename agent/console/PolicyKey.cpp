@@ -19,7 +19,7 @@ using mdm::ManagedDomain;
 enum class Kind { boolean, interval, text, channel, ids, windows };
 enum class Road { defaults, looseDefaults, snapshot };
 
-struct Spec {
+struct KeyRule {
   ManagedDomain domain;
   const char* key;
   Road road;
@@ -28,7 +28,7 @@ struct Spec {
 };
 
 // The keys as the agent reads them; the administrators' table lists them in this order.
-constexpr Spec kSpecs[] = {
+constexpr KeyRule kRules[] = {
     {ManagedDomain::velmoAgent, "RunInterval", Road::defaults, Kind::interval},
     {ManagedDomain::velmoAgent, "GlobalAllowWindows", Road::defaults, Kind::windows},
     {ManagedDomain::velmoAgent, "GlobalBlackoutWindows", Road::defaults, Kind::windows},
@@ -76,9 +76,9 @@ std::optional<core::PlistValue> lookUp(const std::optional<core::PlistDictionary
 }
 
 // The reading of a defaults-road value; none when the agent can't use it.
-std::optional<std::string> defaultsReading(const Spec& spec, const core::PlistValue& value,
+std::optional<std::string> defaultsReading(const KeyRule& rule, const core::PlistValue& value,
                                            const ConsoleInputs& inputs) {
-  switch (spec.kind) {
+  switch (rule.kind) {
     case Kind::boolean: {
       const auto flag = core::DefaultsValue<bool>::from(value);
       if (!flag) return std::nullopt;
@@ -97,7 +97,7 @@ std::optional<std::string> defaultsReading(const Spec& spec, const core::PlistVa
     case Kind::channel: {
       const auto text = core::DefaultsValue<std::string>::from(value);
       if (!text) return std::nullopt;
-      if (spec.kind == Kind::text) return "\"" + *text + "\"";
+      if (rule.kind == Kind::text) return "\"" + *text + "\"";
       return "the tool's entry " + std::string(run::RunCommandBuilder::updateChannelLabel(*text));
     }
     case Kind::ids: {
@@ -112,7 +112,7 @@ std::optional<std::string> defaultsReading(const Spec& spec, const core::PlistVa
       return text;
     }
     case Kind::windows: {
-      const auto windows = core::VelmoTimeWindow::readArray(inputs.userDefaults, spec.key);
+      const auto windows = core::VelmoTimeWindow::readArray(inputs.userDefaults, rule.key);
       if (windows.empty()) return std::nullopt;
       std::string text;
       for (const auto& window : windows) {
@@ -130,16 +130,16 @@ std::optional<std::string> defaultsReading(const Spec& spec, const core::PlistVa
 std::vector<PolicyKey> PolicyKey::readAll(const ConsoleInputs& inputs,
                                           const mdm::PreferenceSnapshot& snapshot) {
   std::vector<PolicyKey> keys;
-  for (const Spec& spec : kSpecs) {
+  for (const KeyRule& rule : kRules) {
     PolicyKey key;
-    key.domain = std::string(mdm::rawValue(spec.domain));
-    key.key = spec.key;
-    key.road = std::string(roadName(spec.road));
-    const auto managed = lookUp(inputs.stores.managedValues(key.domain), spec.key);
-    const auto root = lookUp(inputs.stores.copyAllValues(key.domain), spec.key);
-    const auto machine = spec.road == Road::snapshot
+    key.domain = std::string(mdm::rawValue(rule.domain));
+    key.key = rule.key;
+    key.road = std::string(roadName(rule.road));
+    const auto managed = lookUp(inputs.stores.managedValues(key.domain), rule.key);
+    const auto root = lookUp(inputs.stores.copyAllValues(key.domain), rule.key);
+    const auto machine = rule.road == Road::snapshot
                              ? std::nullopt
-                             : lookUp(inputs.stores.machineValues(key.domain), spec.key);
+                             : lookUp(inputs.stores.machineValues(key.domain), rule.key);
     if (managed) {
       key.source = "managed";
       key.value = managed;
@@ -153,16 +153,16 @@ std::vector<PolicyKey> PolicyKey::readAll(const ConsoleInputs& inputs,
       key.source = "default";
     }
 
-    if (spec.road == Road::snapshot) {
+    if (rule.road == Road::snapshot) {
       key.reading =
-          spec.kind == Kind::boolean
-              ? (snapshot.boolValue(spec.key, spec.domain, spec.fallback) ? "true" : "false")
-              : "\"" + snapshot.string(spec.key, spec.domain, "") + "\"";
-    } else if (spec.road == Road::looseDefaults) {
+          rule.kind == Kind::boolean
+              ? (snapshot.boolValue(rule.key, rule.domain, rule.fallback) ? "true" : "false")
+              : "\"" + snapshot.string(rule.key, rule.domain, "") + "\"";
+    } else if (rule.road == Road::looseDefaults) {
       key.reading =
-          mdm::PreferenceConversions::boolForKey(inputs.userDefaults, spec.key) ? "true" : "false";
+          mdm::PreferenceConversions::boolForKey(inputs.userDefaults, rule.key) ? "true" : "false";
     } else if (key.value) {
-      if (auto reading = defaultsReading(spec, *key.value, inputs)) {
+      if (auto reading = defaultsReading(rule, *key.value, inputs)) {
         key.reading = std::move(*reading);
       } else {
         key.ignored = true;
@@ -170,9 +170,9 @@ std::vector<PolicyKey> PolicyKey::readAll(const ConsoleInputs& inputs,
     }
     if (!key.value || key.ignored) {
       std::string fallback;
-      switch (spec.kind) {
+      switch (rule.kind) {
         case Kind::boolean:
-          fallback = spec.fallback ? "true" : "false";
+          fallback = rule.fallback ? "true" : "false";
           break;
         case Kind::interval:
           fallback = "every " + core::durationDescription(run::RunPlanner::kDefaultInterval);
