@@ -65,8 +65,9 @@ VelmoRunCoordinator::VelmoRunCoordinator(Collaborators collaborators)
   const auto count = plistManager_.value(PlistKey::updateTaskRunCount);
   const auto last = plistManager_.value(PlistKey::lastUpdateTaskRun);
   RunActivity initial;
-  if (const auto* number = count ? count->getIf<std::int64_t>() : nullptr)
+  if (const auto* number = count ? count->getIf<std::int64_t>() : nullptr) {
     initial.runCount = *number;
+  }
   if (const auto* date = last ? last->getIf<core::PlistDate>() : nullptr) {
     initial.lastRunDate = date->value;
   }
