@@ -16,16 +16,6 @@
 namespace velmo::agent::console {
 namespace {
 
-constexpr std::string_view kDayNames[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-
-std::string twoDigits(std::int64_t number) {
-  return (number >= 0 && number < 10 ? "0" : "") + std::to_string(number);
-}
-
-std::string timeOfDay(const core::TimeOfDay& time) {
-  return twoDigits(time.hour) + ":" + twoDigits(time.minute);
-}
-
 // Display width in code points, which is what the cells hold.
 std::size_t width(std::string_view text) {
   return static_cast<std::size_t>(
@@ -108,24 +98,7 @@ std::string ConsoleText::relative(platform::TimePoint date, platform::TimePoint 
 }
 
 std::string ConsoleText::window(const core::VelmoTimeWindow& window) {
-  std::string days;
-  for (const auto day : window.days) {
-    if (!days.empty()) days += ", ";
-    const auto number = static_cast<std::size_t>(core::calendarValue(day) - 1);
-    days += number < std::size(kDayNames) ? std::string(kDayNames[number]) : "?";
-  }
-  if (days.empty()) days = "no day";
-  std::string text = days + " " + timeOfDay(window.start) + "\u2013" + timeOfDay(window.end);
-  if (window.weeksOfMonth && !window.weeksOfMonth->empty()) {
-    std::string weeks;
-    for (const auto week : *window.weeksOfMonth) {
-      if (!weeks.empty()) weeks += ", ";
-      weeks += std::to_string(week);
-    }
-    text += " in week" + std::string(window.weeksOfMonth->size() > 1 ? "s " : " ") + weeks +
-            " of the month";
-  }
-  return text;
+  return window.description();
 }
 
 std::string ConsoleText::value(const core::PlistValue& value) {

@@ -6,6 +6,7 @@
 #include <asio/experimental/awaitable_operators.hpp>
 #include <asio/post.hpp>
 
+#include "agent/policy/PolicyAudit.h"
 #include "core/logging/VelmoFormatters.h"
 #include "mdm/PreferenceConversions.h"
 
@@ -431,6 +432,13 @@ void VelmoRunCoordinator::handleCompareResult(const std::string& id, int exitCod
 }
 
 void VelmoRunCoordinator::handlePolicyChange(const policy::VelmoRunConfig& fresh) {
+  // The history of each key, before the steps' own lines.
+  for (const auto& change : policy::PolicyAudit::changes(config_, fresh)) {
+    const platform::LogField fields[] = {{"VELMO_POLICY_KEY", change.key},
+                                         {"VELMO_POLICY_OLD", change.before},
+                                         {"VELMO_POLICY_NEW", change.after}};
+    logger_.info(change.line, fields);
+  }
   // Steps in this order; one doesn't end the others. `config_` is still the
   // old policy until the last step, so a replan here uses the old windows.
   if (fresh.runInterval != config_.runInterval) {

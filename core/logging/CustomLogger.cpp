@@ -1,6 +1,8 @@
 #include "core/logging/CustomLogger.h"
 
 #include <cstdio>
+#include <string>
+#include <vector>
 
 #include "core/Bundle.h"
 #include "core/logging/LogSinks.h"
@@ -53,6 +55,15 @@ CustomLogger CustomLogger::withDefaultSubsystem(std::string category,
 }
 
 void CustomLogger::log(const LogMessage& message, LogLevel level) const {
+  emit(message, level, {});
+}
+
+void CustomLogger::info(std::string message, std::span<const platform::LogField> fields) const {
+  emit(constant(std::move(message)), LogLevel::info, fields);
+}
+
+void CustomLogger::emit(const LogMessage& message, LogLevel level,
+                        std::span<const platform::LogField> fields) const {
   const LogSinks& sinks = LogSinks::current();
   const LevelStyle style = styleOf(level);
 
@@ -72,7 +83,17 @@ void CustomLogger::log(const LogMessage& message, LogLevel level) const {
     std::fwrite(line.data(), 1, line.size(), sinks.standardOutput ? sinks.standardOutput : stdout);
   }
 
-  if (toUnifiedLog) sinks.unifiedLog->write(style.unifiedType, subsystem_, category_, text);
+  if (!toUnifiedLog) return;
+  if (fields.empty()) {
+    sinks.unifiedLog->write(style.unifiedType, subsystem_, category_, text);
+    return;
+  }
+  // Values are inert too: one field, one line.
+  std::vector<std::string> values;
+  for (const auto& field : fields) values.push_back(escapedControls(field.value));
+  std::vector<platform::LogField> escaped;
+  for (std::size_t i = 0; i < fields.size(); ++i) escaped.push_back({fields[i].name, values[i]});
+  sinks.unifiedLog->writeWithFields(style.unifiedType, subsystem_, category_, text, escaped);
 }
 
 void CustomLogger::debug(std::string message) const {

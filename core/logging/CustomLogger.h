@@ -1,9 +1,11 @@
 #pragma once
 
+#include <span>
 #include <string>
 #include <string_view>
 
 #include "core/logging/Logging.h"
+#include "platform/UnifiedLog.h"
 
 namespace velmo::core {
 
@@ -31,11 +33,17 @@ class CustomLogger final : public Logging {
   void info(std::string message) const;
   void warning(std::string message) const;
   void error(std::string message) const;
+  // At info, with fields of the line's own for the unified log, such as
+  // VELMO_POLICY_KEY; standard output shows the message alone.
+  void info(std::string message, std::span<const platform::LogField> fields) const;
 
   const std::string& subsystem() const { return subsystem_; }
   const std::string& category() const { return category_; }
 
  private:
+  void emit(const LogMessage& message, LogLevel level,
+            std::span<const platform::LogField> fields) const;
+
   std::string subsystem_;
   std::string category_;
   bool printDebugToStdout_;

@@ -202,6 +202,33 @@ void from_json(const nlohmann::json& json, VelmoTimeWindow& window) {
   window = std::move(decoded);
 }
 
+std::string VelmoTimeWindow::description() const {
+  static constexpr std::string_view kDayNames[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+  const auto twoDigits = [](std::int64_t number) {
+    return (number >= 0 && number < 10 ? "0" : "") + std::to_string(number);
+  };
+  const auto clock = [&](const TimeOfDay& time) {
+    return twoDigits(time.hour) + ":" + twoDigits(time.minute);
+  };
+  std::string text;
+  for (const auto day : days) {
+    if (!text.empty()) text += ", ";
+    text += kDayNames[static_cast<std::size_t>(calendarValue(day) - 1)];
+  }
+  if (text.empty()) text = "no day";
+  text += " " + clock(start) + "\u2013" + clock(end);
+  if (weeksOfMonth && !weeksOfMonth->empty()) {
+    std::string weeks;
+    for (const auto week : *weeksOfMonth) {
+      if (!weeks.empty()) weeks += ", ";
+      weeks += std::to_string(week);
+    }
+    text +=
+        std::string(" in week") + (weeksOfMonth->size() > 1 ? "s " : " ") + weeks + " of the month";
+  }
+  return text;
+}
+
 }  // namespace velmo::core
 
 std::size_t std::hash<velmo::core::VelmoTimeWindow>::operator()(

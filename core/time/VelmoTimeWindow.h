@@ -6,6 +6,7 @@
 #include <functional>
 #include <optional>
 #include <set>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -42,6 +43,9 @@ struct VelmoTimeWindow {
   // holds both halves on its own days: "fri" 22:00-06:00 holds Friday 00:00
   // to 06:00, not Saturday 01:00.
   bool matches(int calendarWeekday, std::int64_t weekOfMonth, std::int64_t minuteOfDay) const;
+
+  // For people: "Mon, Wed 12:00–13:30", with " in weeks 2, 4 of the month" when scoped.
+  std::string description() const;
 
   // A dictionary with "days", "start" and "end", and "type" and
   // "weeksOfMonth" only when present.

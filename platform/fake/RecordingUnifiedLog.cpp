@@ -13,6 +13,15 @@ void RecordingUnifiedLog::write(UnifiedLogType type, std::string_view subsystem,
   entries_.push_back({type, std::string(subsystem), std::string(category), std::string(message)});
 }
 
+void RecordingUnifiedLog::writeWithFields(UnifiedLogType type, std::string_view subsystem,
+                                          std::string_view category, std::string_view message,
+                                          std::span<const LogField> fields) {
+  Entry entry{type, std::string(subsystem), std::string(category), std::string(message)};
+  for (const auto& field : fields) entry.fields.emplace_back(field.name, field.value);
+  std::lock_guard lock(mutex_);
+  entries_.push_back(std::move(entry));
+}
+
 std::vector<RecordingUnifiedLog::Entry> RecordingUnifiedLog::entries() const {
   std::lock_guard lock(mutex_);
   return entries_;

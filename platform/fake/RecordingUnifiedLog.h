@@ -17,6 +17,7 @@ class RecordingUnifiedLog final : public UnifiedLog {
     std::string subsystem;
     std::string category;
     std::string message;
+    std::vector<std::pair<std::string, std::string>> fields{};
   };
 
   explicit RecordingUnifiedLog(std::set<UnifiedLogType> enabled = {UnifiedLogType::debug,
@@ -26,6 +27,8 @@ class RecordingUnifiedLog final : public UnifiedLog {
   bool isEnabled(UnifiedLogType type) const override;
   void write(UnifiedLogType type, std::string_view subsystem, std::string_view category,
              std::string_view message) override;
+  void writeWithFields(UnifiedLogType type, std::string_view subsystem, std::string_view category,
+                       std::string_view message, std::span<const LogField> fields) override;
 
   std::vector<Entry> entries() const;
   std::vector<std::string> messages(UnifiedLogType type) const;

@@ -43,10 +43,19 @@ FileUnifiedLog::~FileUnifiedLog() {
 
 void FileUnifiedLog::write(UnifiedLogType type, std::string_view subsystem,
                            std::string_view category, std::string_view message) {
+  writeWithFields(type, subsystem, category, message, {});
+}
+
+void FileUnifiedLog::writeWithFields(UnifiedLogType type, std::string_view subsystem,
+                                     std::string_view category, std::string_view message,
+                                     std::span<const LogField> fields) {
   if (descriptor_ < 0) return;
   std::string line = core::VelmoFormatters::iso8601WithMilliseconds(clock_.now());
   line.append(" ").append(nameOf(type)).append(" [").append(subsystem).append(":");
-  line.append(category).append("] ").append(message).append("\n");
+  line.append(category).append("] ").append(message);
+  for (const auto& field : fields)
+    line.append("\t").append(field.name).append("=").append(field.value);
+  line.append("\n");
   // O_APPEND makes each write land whole at the end, even with other writers.
   [[maybe_unused]] ssize_t written = ::write(descriptor_, line.data(), line.size());
 }

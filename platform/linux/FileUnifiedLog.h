@@ -20,6 +20,9 @@ class FileUnifiedLog final : public UnifiedLog {
   bool isEnabled(UnifiedLogType) const override { return true; }
   void write(UnifiedLogType type, std::string_view subsystem, std::string_view category,
              std::string_view message) override;
+  // The fields follow the message, each as a tab and NAME=value.
+  void writeWithFields(UnifiedLogType type, std::string_view subsystem, std::string_view category,
+                       std::string_view message, std::span<const LogField> fields) override;
 
  private:
   const Clock& clock_;

@@ -4,6 +4,9 @@
 
 #include <cstdlib>
 #include <string>
+#include <vector>
+
+#include <sys/uio.h>
 
 namespace velmo::platform::linux {
 namespace {
@@ -29,6 +32,21 @@ JournalUnifiedLog::JournalUnifiedLog() {
 
 bool JournalUnifiedLog::isEnabled(UnifiedLogType type) const {
   return type != UnifiedLogType::debug || debugEnabled_;
+}
+
+void JournalUnifiedLog::writeWithFields(UnifiedLogType type, std::string_view subsystem,
+                                        std::string_view category, std::string_view message,
+                                        std::span<const LogField> fields) {
+  std::vector<std::string> entries{
+      "MESSAGE=" + std::string(message), "PRIORITY=" + std::to_string(priorityOf(type)),
+      "SYSLOG_IDENTIFIER=velmo-agent", "VELMO_SUBSYSTEM=" + std::string(subsystem),
+      "VELMO_CATEGORY=" + std::string(category)};
+  for (const auto& field : fields) {
+    entries.push_back(std::string(field.name) + "=" + std::string(field.value));
+  }
+  std::vector<iovec> vectors;
+  for (auto& entry : entries) vectors.push_back({entry.data(), entry.size()});
+  sd_journal_sendv(vectors.data(), static_cast<int>(vectors.size()));
 }
 
 void JournalUnifiedLog::write(UnifiedLogType type, std::string_view subsystem,

@@ -12,6 +12,8 @@ class JournalUnifiedLog final : public UnifiedLog {
   bool isEnabled(UnifiedLogType type) const override;
   void write(UnifiedLogType type, std::string_view subsystem, std::string_view category,
              std::string_view message) override;
+  void writeWithFields(UnifiedLogType type, std::string_view subsystem, std::string_view category,
+                       std::string_view message, std::span<const LogField> fields) override;
 
  private:
   bool debugEnabled_;

@@ -479,6 +479,15 @@ TEST_P(PolicyChange, AppliesTheNewPolicyStepByStep) {
     EXPECT_EQ(out, "");
   }
   EXPECT_EQ(coordinator_->config(), fresh);
+  // Each key's line carries the key and both values as fields of its own.
+  for (const auto& entry : capture_.unified().entries()) {
+    if (!entry.message.starts_with("Policy ")) continue;
+    ASSERT_EQ(entry.fields.size(), 3u) << entry.message;
+    EXPECT_EQ(entry.fields[0].first, "VELMO_POLICY_KEY");
+    EXPECT_TRUE(entry.message.starts_with("Policy " + entry.fields[0].second + ": "));
+    EXPECT_EQ(entry.fields[1].first, "VELMO_POLICY_OLD");
+    EXPECT_EQ(entry.fields[2].first, "VELMO_POLICY_NEW");
+  }
 }
 
 const core::PlistArray kAB{"a", "b"};
@@ -498,7 +507,7 @@ INSTANTIATE_TEST_SUITE_P(
                    {},
                    {{"UpdateOnly", kAB}},
                    {{"install", "a", "b", "--update-only"}},
-                   {"New update-only items detected: a, b"}},
+                   {"Policy UpdateOnly: + a, b.", "New update-only items detected: a, b"}},
         PolicyCase{"NewUpdateOnlyUnderUpdateAll",
                    {{"UpdateAll", true}},
                    {{"UpdateOnly", kAB}},
