@@ -1,0 +1,87 @@
+#!/usr/bin/env bash
+# `cpack -G DEB` on the build folder: the package's name and control fields,
+# files owned by root, a unit that starts the packaged agent as root, the bus
+# policy, and maintainer scripts that survive every helper failing (a chroot,
+# a container) while still enabling the unit and purging its state.
+# Usage: deb_test.sh <cpack> <build folder>
+set -u
+command -v dpkg-deb >/dev/null || {
+  echo "SKIP: no dpkg-deb"
+  exit 0
+}
+cpack=$1 build=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+failures=0
+fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
+
+if ! "$cpack" -G DEB --config "$build/CPackConfig.cmake" -B "$work/out" >"$work/cpack.log" 2>&1; then
+  cat "$work/cpack.log"
+  echo "FAIL: cpack"
+  exit 1
+fi
+debs=("$work"/out/*.deb)
+if [ ${#debs[@]} -ne 1 ] || [ ! -f "${debs[0]}" ]; then
+  echo "FAIL: not one .deb: ${debs[*]}"
+  exit 1
+fi
+deb=${debs[0]}
+
+version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt")
+arch=$(dpkg --print-architecture)
+[ "$(basename "$deb")" = "velmo-agent_${version}_${arch}.deb" ] || fail "file name $(basename "$deb")"
+
+dpkg-deb -I "$deb"
+dpkg-deb -c "$deb" | tee "$work/contents"
+field() { dpkg-deb -f "$deb" "$1"; }
+[ "$(field Package)" = velmo-agent ] || fail "Package $(field Package)"
+[ "$(field Version)" = "$version" ] || fail "Version $(field Version)"
+[ "$(field Architecture)" = "$arch" ] || fail "Architecture $(field Architecture)"
+for dep in libsystemd0 libicu libplist libc6 dbus systemd; do
+  field Depends | grep -q "\b$dep" || fail "Depends lacks $dep"
+done
+awk '$2 != "root/root"' "$work/contents" | grep . && fail "files not owned by root"
+
+root="$work/root"
+dpkg-deb -x "$deb" "$root"
+unit=$(find "$root"/lib/systemd/system "$root"/usr/lib/systemd/system -name velmo-agent.service 2>/dev/null)
+[ -n "$unit" ] || fail "no unit where systemd looks"
+exec=$(sed -n 's/^ExecStart=\([^ ]*\) start$/\1/p' "$unit")
+[ "$exec" = /usr/bin/velmo-agent ] || fail "ExecStart '$exec' is not /usr/bin/velmo-agent"
+[ -x "$root/usr/bin/velmo-agent" ] || fail "no executable agent in /usr/bin"
+grep -qxF User=root "$unit" || fail "unit lacks User=root"
+[ -f "$root/usr/share/dbus-1/system.d/com.marvenith.velmo.conf" ] || fail "no bus policy"
+
+# Each script once with helpers that succeed and once with helpers that fail,
+# stubbed on PATH so that nothing touches the machine running the test.
+ctl="$work/control"
+dpkg-deb -e "$deb" "$ctl"
+for script in postinst prerm postrm; do
+  [ "$(stat -c %a "$ctl/$script" 2>/dev/null)" = 755 ] || fail "no $script with mode 0755"
+done
+mkdir "$work/stubs"
+cat >"$work/stubs/helper" <<'STUB'
+#!/bin/sh
+echo "${0##*/} $*" >>"$STUB_LOG"
+exit "$STUB_STATUS"
+STUB
+chmod +x "$work/stubs/helper"
+for helper in deb-systemd-helper deb-systemd-invoke systemctl dbus-send; do
+  ln -s helper "$work/stubs/$helper"
+done
+export STUB_LOG="$work/calls"
+for status in 0 1; do
+  for run in "postinst configure" "prerm remove" "postrm remove" "postrm purge"; do
+    read -r script action <<<"$run"
+    STUB_STATUS=$status PATH="$work/stubs:$PATH" "$ctl/$script" "$action" ||
+      fail "$run exits $? when the helpers exit $status"
+  done
+done
+grep -qxF "deb-systemd-helper enable velmo-agent.service" "$work/calls" || fail "postinst does not enable"
+grep -qxF "deb-systemd-helper purge velmo-agent.service" "$work/calls" || fail "postrm purge does not purge"
+for script in postinst postrm; do
+  grep -q "systemctl --system daemon-reload" "$ctl/$script" || fail "$script: no daemon-reload"
+  grep -q "ReloadConfig" "$ctl/$script" || fail "$script does not reload the bus"
+done
+grep -q "deb-systemd-invoke stop" "$ctl/prerm" || fail "prerm does not stop"
+exit "$failures"
