@@ -2,10 +2,74 @@
 
 #include "agent/console/AgentFacts.h"
 #include "agent/console/ExplainCommand.h"
+#include "agent/console/PolicyLint.h"
 #include "agent/console/StatusCommand.h"
 #include "core/time/Iso8601DateFormatter.h"
+#include "mdm/ManagedDomain.h"
+
+#include <algorithm>
+#include <filesystem>
 
 namespace velmo::agent::console {
+
+int ConsoleCommand::lint(const run::AgentCommand::Invocation& invocation,
+                         const ConsoleInputs& inputs, bool coloured, std::ostream& out,
+                         std::ostream& err) {
+  std::vector<std::filesystem::path> files;
+  std::vector<PolicyLint::Diagnostic> diagnostics;
+  if (invocation.paths.empty()) {
+    for (const auto domain : mdm::kAllManagedDomains) {
+      const auto name = mdm::rawValue(domain);
+      for (const auto& path :
+           {inputs.paths.managedPreferencesFile(name), inputs.paths.rootPreferencesFile(name),
+            inputs.paths.machinePreferencesFile(name)}) {
+        if (inputs.files.fileExists(path)) files.push_back(path);
+      }
+    }
+  }
+  for (const auto& given : invocation.paths) {
+    const std::filesystem::path path(given);
+    const auto listed = inputs.files.contentsOfDirectory(path, path, true);
+    const auto* entries = std::get_if<std::vector<platform::DirectoryEntry>>(&listed);
+    if (!entries) {
+      files.push_back(path);
+      continue;
+    }
+    std::vector<std::filesystem::path> found;
+    for (const auto& entry : *entries) {
+      if (entry.path.extension() == ".plist") found.push_back(entry.path);
+    }
+    std::sort(found.begin(), found.end());
+    if (found.empty())
+      diagnostics.push_back(
+          {given, "", PolicyLint::Severity::warning, "no .plist file in this folder."});
+    files.insert(files.end(), found.begin(), found.end());
+  }
+  if (files.empty() && diagnostics.empty()) {
+    err << "Error: no policy file under " << inputs.paths.root().string()
+        << "; name the files or folders to check.\n";
+    return kNothingReadStatus;
+  }
+  for (const auto& file : files) {
+    auto found = PolicyLint::lintFile(inputs.files, file, inputs.clock.now(), inputs.timeZone());
+    diagnostics.insert(diagnostics.end(), found.begin(), found.end());
+  }
+  if (invocation.json) {
+    out << PolicyLint::json(diagnostics).dump(2) << "\n";
+  } else {
+    const ConsoleText text(coloured);
+    for (const auto& diagnostic : diagnostics) {
+      std::string line = PolicyLint::line(diagnostic);
+      out << (diagnostic.severity == PolicyLint::Severity::error
+                  ? text.paint(line, ConsoleText::Colour::red)
+                  : text.paint(line, ConsoleText::Colour::yellow))
+          << "\n";
+    }
+    out << files.size() << " file" << (files.size() == 1 ? "" : "s") << " checked, "
+        << diagnostics.size() << " finding" << (diagnostics.size() == 1 ? "" : "s") << ".\n";
+  }
+  return PolicyLint::exitStatus(diagnostics);
+}
 
 int ConsoleCommand::run(const run::AgentCommand::Invocation& invocation,
                         const ConsoleInputs& inputs, bool coloured, std::ostream& out,
@@ -21,6 +85,7 @@ int ConsoleCommand::run(const run::AgentCommand::Invocation& invocation,
       return kNothingReadStatus;
     }
   }
+  if (invocation.kind == Kind::lint) return lint(invocation, inputs, coloured, out, err);
   const AgentFacts facts = AgentFacts::gather(inputs);
   if (!facts.readAnything) {
     err << "Error: nothing could be read: no agent answers on the system bus, and none of its "

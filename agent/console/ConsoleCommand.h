@@ -8,7 +8,7 @@
 
 namespace velmo::agent::console {
 
-// Runs `status` or `explain`: reads, never writes, and needs no root.
+// Runs `status`, `explain` or `lint`: reads, never writes, and needs no root.
 class ConsoleCommand {
  public:
   static constexpr int kNothingReadStatus = 1;
@@ -17,6 +17,11 @@ class ConsoleCommand {
   // arguments can't be used.
   static int run(const run::AgentCommand::Invocation& invocation, const ConsoleInputs& inputs,
                  bool coloured, std::ostream& out, std::ostream& err);
+
+ private:
+  // 0 clean, 1 warnings only, 2 errors; 1 with a message when there is nothing to check.
+  static int lint(const run::AgentCommand::Invocation& invocation, const ConsoleInputs& inputs,
+                  bool coloured, std::ostream& out, std::ostream& err);
 };
 
 }  // namespace velmo::agent::console

@@ -16,16 +16,9 @@ namespace {
 
 using mdm::ManagedDomain;
 
-enum class Kind { boolean, interval, text, channel, ids, windows };
-enum class Road { defaults, looseDefaults, snapshot };
-
-struct KeyRule {
-  ManagedDomain domain;
-  const char* key;
-  Road road;
-  Kind kind;
-  bool fallback = false;  // For Booleans.
-};
+using Kind = PolicyKey::Kind;
+using Road = PolicyKey::Road;
+using KeyRule = PolicyKey::Rule;
 
 // The keys as the agent reads them; the administrators' table lists them in this order.
 constexpr KeyRule kRules[] = {
@@ -47,6 +40,8 @@ constexpr KeyRule kRules[] = {
     {ManagedDomain::velmoAgent, "IntegrityPolicy", Road::defaults, Kind::text},
     {ManagedDomain::velmoAgent, "ReconAfterInstall", Road::defaults, Kind::boolean},
     {ManagedDomain::velmoAgent, "RemoveVelmoSymlink", Road::looseDefaults, Kind::boolean},
+    {ManagedDomain::velmoAgent, "UpdateWhenNotRunning", Road::defaults, Kind::ids},
+    {ManagedDomain::velmoAgent, "OtherManagedSoftware", Road::defaults, Kind::ids},
     {ManagedDomain::velmoAgent, "SkipFirstVelmoAgentRun", Road::snapshot, Kind::boolean},
     {ManagedDomain::velmoAgent, "DisableSelfUpdate", Road::snapshot, Kind::boolean},
     {ManagedDomain::velmoAgent, "ActiveIntervals", Road::snapshot, Kind::boolean, true},
@@ -126,6 +121,8 @@ std::optional<std::string> defaultsReading(const KeyRule& rule, const core::Plis
 }
 
 }  // namespace
+
+std::span<const PolicyKey::Rule> PolicyKey::rules() { return kRules; }
 
 std::vector<PolicyKey> PolicyKey::readAll(const ConsoleInputs& inputs,
                                           const mdm::PreferenceSnapshot& snapshot) {

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "agent/console/ConsoleInputs.h"
 #include "core/values/PlistValue.h"
+#include "mdm/ManagedDomain.h"
 #include "mdm/PreferenceSnapshot.h"
 
 namespace velmo::agent::console {
@@ -13,6 +15,18 @@ namespace velmo::agent::console {
 // One preference key the agent reads: where its value came from and what the
 // agent makes of it.
 struct PolicyKey {
+  enum class Kind { boolean, interval, text, channel, ids, windows };
+  // How the agent reads a key: its strict defaults, its defaults read as the
+  // platform's boolForKey does, or the loose snapshot of the managed domains.
+  enum class Road { defaults, looseDefaults, snapshot };
+  struct Rule {
+    mdm::ManagedDomain domain;
+    const char* key;
+    Road road;
+    Kind kind;
+    bool fallback = false;  // For Booleans.
+  };
+
   std::string domain;
   std::string key;
   // "defaults", "defaults, loose" or "snapshot": the road the agent reads it by.
@@ -26,6 +40,8 @@ struct PolicyKey {
   bool ignored = false;
 
   // Every key the agent reads, in the order of the administrators' table.
+  static std::span<const Rule> rules();
+  // Every key the agent reads, in the order of the administrators' table, as the stores hold it.
   static std::vector<PolicyKey> readAll(const ConsoleInputs& inputs,
                                         const mdm::PreferenceSnapshot& snapshot);
 };

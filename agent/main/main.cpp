@@ -56,8 +56,9 @@ std::unique_ptr<platform::UnifiedLog> makeUnifiedLog(const platform::Clock& cloc
 // `status` and `explain`: any user may run them; they read and never write.
 int console(const agent::run::AgentCommand::Invocation& invocation, const platform::Paths& paths,
             platform::linux::PosixFileManager& files) {
-  // Lines the shared readers log go to standard error, apart from the answer.
-  core::LogSinks::install({stderr, nullptr, nullptr});
+  // The shared readers' log lines would only repeat what the answer says.
+  static std::FILE* const discard = std::fopen("/dev/null", "w");
+  core::LogSinks::install({discard ? discard : stderr, nullptr, nullptr});
   const platform::linux::SystemClock clock;
   const platform::linux::PlistPreferenceStores stores(files, paths);
   const platform::linux::PlistUserDefaults userDefaults(files, paths, agent::kBundleIdentifier);

@@ -19,6 +19,11 @@ std::variant<int, AgentCommand::Invocation> AgentCommand::parse(int argc, const 
   explain->add_option("--from", invocation.from, "ISO 8601 moment, such as 2026-11-24T06:00:00Z");
   explain->add_option("--days", invocation.days, "How many days")->check(CLI::Range(1, 366));
   explain->add_flag("--json", invocation.json, "One JSON object");
+  auto* lint = app.add_subcommand(
+      "lint", "Check profiles for keys, types, windows and IDs the agent ignores or refuses");
+  lint->add_option("path", invocation.paths,
+                   "A property list, or a folder of <domain>.plist files; none: the live stores");
+  lint->add_flag("--json", invocation.json, "One JSON object");
   // No subcommand means `start`: it is the default.
   app.require_subcommand(0, 1);
   try {
@@ -28,6 +33,7 @@ std::variant<int, AgentCommand::Invocation> AgentCommand::parse(int argc, const 
   }
   if (status->parsed()) invocation.kind = Invocation::Kind::status;
   if (explain->parsed()) invocation.kind = Invocation::Kind::explain;
+  if (lint->parsed()) invocation.kind = Invocation::Kind::lint;
   return invocation;
 }
 

@@ -4,6 +4,7 @@
 #include <ostream>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "platform/FileManager.h"
 #include "platform/Host.h"
@@ -28,12 +29,14 @@ class AgentCommand {
 
   // What the command line asks for.
   struct Invocation {
-    enum class Kind { start, status, explain };
+    enum class Kind { start, status, explain, lint };
     Kind kind = Kind::start;
     bool json = false;
     // `explain` only: ISO 8601, such as 2026-11-24T06:00:00Z; none means now.
     std::optional<std::string> from{};
     int days = 7;
+    // `lint` only: property lists, or folders of them; none means the live stores.
+    std::vector<std::string> paths{};
   };
 
   // Parses the arguments. Gives the status to exit with (help, --version, a
