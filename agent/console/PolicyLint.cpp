@@ -112,12 +112,16 @@ struct Linter {
     for (const auto& [key, value] : values) {
       if (std::find(known.begin(), known.end(), key) != known.end()) continue;
       const std::string shown = core::escapedControls(key);
-      const auto nearest = std::min_element(known.begin(), known.end(),
-                                            [&](const std::string& a, const std::string& b) {
-                                              return distance(key, a) < distance(key, b);
-                                            });
-      if (nearest != known.end() &&
-          distance(key, *nearest) <= std::max<std::size_t>(2, key.size() / 4)) {
+      const std::string* nearest = nullptr;
+      std::size_t best = 0;
+      for (const auto& candidate : known) {
+        const std::size_t edits = distance(key, candidate);
+        if (!nearest || edits < best) {
+          nearest = &candidate;
+          best = edits;
+        }
+      }
+      if (nearest && best <= std::max<std::size_t>(2, key.size() / 4)) {
         warn(shown,
              "unknown key; did you mean " + *nearest + "? The agent never reads " + shown + ".");
       } else {

@@ -2,7 +2,8 @@
 # A managed preferences file written as configuration tools do (beside, then
 # moved into place) makes the agent post one management-status notification
 # naming its domain, and one changedDomains, as dbus-monitor sees them. A
-# policy written while the bus daemon is down still applies within 10 s.
+# policy written while the bus daemon is down still applies within 10 s. Each
+# applied change leaves its key's audit line, with the key's fields in the log file.
 # Usage: policy_post_test.sh <velmo-agent> <stand-in tool>
 source "$(dirname "$0")/lib.sh"
 e2e_setup "$1" "$2"
@@ -35,4 +36,10 @@ wait_for 10 'grep -q "^install .*during.outage" "$workdir/calls.log"' ||
 now=$(date +%s.%N)
 echo "policy written during a bus outage applied $(seconds_between "$changed" "$now") s after" \
   "the change, $(seconds_between "$restarted" "$now") s after the bus came back"
+for line in "Policy UpdateAll: false → true." "Policy InstallOrUpdate: + during.outage."; do
+  agent_output | grep -qF "$line" || fail "no audit line [$line] in the agent's output"
+done
+fields=$'Policy InstallOrUpdate: + during.outage.\tVELMO_POLICY_KEY=InstallOrUpdate\tVELMO_POLICY_OLD=none\tVELMO_POLICY_NEW=during.outage'
+grep -qF "$fields" "$workdir/unified.log" || fail "no audit line with its fields in the log file"
+grep -F "Policy " "$workdir/unified.log" | sed 's/\t/ | /g'
 finish
