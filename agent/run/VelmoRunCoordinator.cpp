@@ -1,5 +1,6 @@
 #include "agent/run/VelmoRunCoordinator.h"
 
+#include <algorithm>
 #include <cmath>
 #include <deque>
 
@@ -116,7 +117,7 @@ core::TimeInterval VelmoRunCoordinator::sanitizedInterval(double seconds) const 
 }
 
 std::optional<platform::TimePoint> VelmoRunCoordinator::nextRunDate() const {
-  return timer_ ? timerFireDate_ : std::nullopt;
+  return activity_.value().nextRunDate;
 }
 
 // The wait holds the coordinator weakly: one that is gone by then runs nothing.
@@ -170,7 +171,6 @@ RunGate::Operation VelmoRunCoordinator::gateOperation(bool userInitiated) {
 
 void VelmoRunCoordinator::invalidateTimer() {
   timer_.reset();
-  timerFireDate_.reset();
   updateActivity([](RunActivity& activity) { activity.nextRunDate.reset(); });
 }
 
@@ -191,7 +191,7 @@ void VelmoRunCoordinator::scheduleNextRun() {
     startTriggerRun(core::TimeInterval(0));
     return;
   }
-  scheduleTimer(std::chrono::duration_cast<core::TimeInterval>(delta), std::nullopt);
+  scheduleTimer(plan.start, std::chrono::duration_cast<core::TimeInterval>(delta), std::nullopt);
 }
 
 void VelmoRunCoordinator::rescheduleFromLastRun(std::optional<RescheduleReason> reason) {
@@ -219,7 +219,7 @@ void VelmoRunCoordinator::rescheduleFromLastRun(std::optional<RescheduleReason> 
     startTriggerRun(core::TimeInterval(0));
     return;
   }
-  scheduleTimer(std::chrono::duration_cast<core::TimeInterval>(delta), reason);
+  scheduleTimer(plan.start, std::chrono::duration_cast<core::TimeInterval>(delta), reason);
   logger_.debug("Last Velmo Run was " + describe(now - lastRun) + " ago.");
 }
 
@@ -237,21 +237,20 @@ void VelmoRunCoordinator::logDeferral(const RunPlanner::Plan& plan,
   logger_.debug(line);
 }
 
-void VelmoRunCoordinator::scheduleTimer(core::TimeInterval delta,
+// The timer aims at the planned moment itself, not at the delay from a later
+// reading of the clock: what status shows is when the run starts.
+void VelmoRunCoordinator::scheduleTimer(platform::TimePoint fireDate, core::TimeInterval delta,
                                         std::optional<RescheduleReason> reason) {
-  const platform::TimePoint fireDate = collaborators_.clock.now() + core::toDuration(delta);
   std::string line = "Scheduled next Velmo Run ";
   if (reason) line += "after " + label(reason) + " ";
   line += "at " + friendly(fireDate) + " (in " + core::durationDescription(delta) + ").";
   logger_.info(line);
+  const auto wait = std::max(fireDate - collaborators_.clock.now(), platform::Duration::zero());
   // Replacing the handle cancels any timer still armed: two never coexist.
-  timer_ = collaborators_.clock.scheduleAfter(
-      core::toDuration(delta), collaborators_.mainExecutor, [this] {
-        timerFireDate_.reset();
-        updateActivity([](RunActivity& activity) { activity.nextRunDate.reset(); });
-        startTriggerRun(core::TimeInterval(0));
-      });
-  timerFireDate_ = fireDate;
+  timer_ = collaborators_.clock.scheduleAfter(wait, collaborators_.mainExecutor, [this] {
+    updateActivity([](RunActivity& activity) { activity.nextRunDate.reset(); });
+    startTriggerRun(core::TimeInterval(0));
+  });
   updateActivity([fireDate](RunActivity& activity) { activity.nextRunDate = fireDate; });
 }
 

@@ -92,7 +92,8 @@ class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordina
   // The windows in force now and the current interval.
   RunPlanner planner() const;
   // Arms the one run timer for `delta` from now, replacing any armed one.
-  void scheduleTimer(core::TimeInterval delta, std::optional<RescheduleReason> reason);
+  void scheduleTimer(platform::TimePoint fireDate, core::TimeInterval delta,
+                     std::optional<RescheduleReason> reason);
   // Built afresh at each call, in the zone the system has now; none means
   // every moment is allowed.
   std::optional<core::VelmoWindowPolicy> effectivePolicy() const;
@@ -149,7 +150,6 @@ class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordina
   Collaborators collaborators_;
   core::CustomLogger logger_{"VelmoRunCoordinator"};
   std::unique_ptr<platform::Timer> timer_;
-  std::optional<platform::TimePoint> timerFireDate_;
   core::TimeInterval timerInterval_{defaultTimerInterval};
   PlistManager plistManager_;
   core::Debouncer wakeSubject_;

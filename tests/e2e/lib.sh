@@ -9,11 +9,13 @@
 #   settle                                    waits until the agent's CPU time stands still
 set -u
 failures=0
-agent_pid="" bus_pid="" extra_pids=""
+agent_pid="" bus_pid="" extra_pids="" failed_checks=""
 
 fail() {
   echo "FAIL: $*"
   failures=$((failures + 1))
+  failed_checks="$failed_checks
+FAIL: $*"
 }
 
 cleanup() {
@@ -75,6 +77,8 @@ finish() {
     echo "--- agent output"; cat "$workdir/agent.log"
     echo "--- unified log"; cat "$workdir/unified.log" 2>/dev/null
     echo "--- tool calls"; cat "$workdir/timeline.log"
+    # Again last, where a truncated log still shows them.
+    echo "--- failed checks$failed_checks"
   fi
   exit "$failures"
 }
