@@ -62,4 +62,6 @@ std::filesystem::path Paths::machinePreferencesFile(std::string_view domain) con
   return resolve("/Library/Preferences") / plistName(domain);
 }
 
+std::filesystem::path Paths::machineIdFile() const { return resolve("/etc/machine-id"); }
+
 }  // namespace velmo::platform

@@ -34,6 +34,8 @@ class Paths {
   std::filesystem::path managedPreferencesFile(std::string_view domain) const;
   std::filesystem::path rootPreferencesFile(std::string_view domain) const;
   std::filesystem::path machinePreferencesFile(std::string_view domain) const;
+  // The machine's id, one line of hex (/etc/machine-id).
+  std::filesystem::path machineIdFile() const;
 
  private:
   std::filesystem::path root_;

@@ -73,6 +73,7 @@ std::vector<PolicyAudit::Change> PolicyAudit::changes(const VelmoRunConfig& befo
   };
 
   scalar("RunInterval", interval(before.runInterval), interval(after.runInterval));
+  scalar("RunSplay", interval(before.runSplay), interval(after.runSplay));
   list("GlobalAllowWindows", descriptions(before.globalAllowWindows),
        descriptions(after.globalAllowWindows), "; ");
   list("GlobalBlackoutWindows", descriptions(before.globalBlackoutWindows),

@@ -27,6 +27,7 @@ std::set<std::string> readIDs(const platform::UserDefaults& store, std::string_v
 VelmoRunConfig VelmoRunConfig::read(const platform::UserDefaults& userDefaults) {
   VelmoRunConfig config;
   config.runInterval = policy::read<double>(userDefaults, "RunInterval");
+  config.runSplay = policy::read<double>(userDefaults, "RunSplay");
   config.updateOnly = readIDs(userDefaults, "UpdateOnly");
   config.installOrUpdate = readIDs(userDefaults, "InstallOrUpdate");
   config.updateAll = policy::read<bool>(userDefaults, "UpdateAll").value_or(false);

@@ -16,6 +16,8 @@ namespace velmo::agent::policy {
 // profile for its domain shows up; a missing or ill-typed key gives its default.
 struct VelmoRunConfig {
   std::optional<double> runInterval{};  // Seconds.
+  // Seconds over which a fleet's runs at a window's opening spread; none or 0: no spread.
+  std::optional<double> runSplay{};
   std::set<std::string> updateOnly{};
   std::set<std::string> installOrUpdate{};
   bool updateAll = false;

@@ -6,12 +6,27 @@
 
 namespace velmo::agent::run {
 
-RunPlanner::RunPlanner(std::optional<core::VelmoWindowPolicy> policy, core::TimeInterval interval)
-    : policy_(std::move(policy)), interval_(interval) {}
+RunPlanner::RunPlanner(std::optional<core::VelmoWindowPolicy> policy, core::TimeInterval interval,
+                       core::TimeInterval splay)
+    : policy_(std::move(policy)), interval_(interval), splay_(splay) {}
 
 RunPlanner::RunPlanner(const policy::VelmoRunConfig& config,
-                       const platform::UserDefaults& userDefaults, const std::string& timeZoneId)
-    : RunPlanner(config.windowPolicy(timeZoneId), startInterval(config, userDefaults)) {}
+                       const platform::UserDefaults& userDefaults, const std::string& timeZoneId,
+                       core::TimeInterval splay)
+    : RunPlanner(config.windowPolicy(timeZoneId), startInterval(config, userDefaults), splay) {}
+
+platform::TimePoint RunPlanner::splayed(platform::TimePoint due, platform::TimePoint start) const {
+  if (!policy_ || start <= due || splay_.count() <= 0) return start;
+  const platform::Duration offset = core::toDuration(splay_);
+  const auto stretches = policy_->stretches(start, start + offset + std::chrono::seconds(1));
+  if (stretches.empty() ||
+      stretches.front().verdict.kind != core::VelmoWindowPolicy::Verdict::Kind::allowed) {
+    return start;
+  }
+  const platform::Duration length = stretches.front().end - start;
+  if (length <= platform::Duration::zero()) return start;
+  return start + (offset < length ? offset : offset % length);
+}
 
 int RunPlanner::searchDays() const {
   return policy_ && policy_->usesMonthScopedWindows() ? 60 : 21;
@@ -24,7 +39,7 @@ platform::TimePoint RunPlanner::nextAllowedDate(platform::TimePoint date) const 
 
 RunPlanner::Plan RunPlanner::afterRun(platform::TimePoint end) const {
   const platform::TimePoint due = end + core::toDuration(interval_);
-  return {due, nextAllowedDate(due)};
+  return {due, splayed(due, nextAllowedDate(due))};
 }
 
 RunPlanner::Plan RunPlanner::fromLastRun(std::optional<platform::TimePoint> lastRun,
@@ -32,7 +47,7 @@ RunPlanner::Plan RunPlanner::fromLastRun(std::optional<platform::TimePoint> last
   if (!lastRun) return afterRun(now);
   const platform::TimePoint due =
       std::max(now, std::min(*lastRun, now) + core::toDuration(interval_));
-  return {due, nextAllowedDate(due)};
+  return {due, splayed(due, nextAllowedDate(due))};
 }
 
 std::optional<core::TimeInterval> RunPlanner::usableInterval(double seconds) {

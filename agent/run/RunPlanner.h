@@ -17,14 +17,18 @@ class RunPlanner {
  public:
   static constexpr core::TimeInterval kDefaultInterval{14400.0};
 
-  // No policy means every moment is allowed.
-  RunPlanner(std::optional<core::VelmoWindowPolicy> policy, core::TimeInterval interval);
-  // The windows in force in `timeZoneId` and the interval the agent starts with.
+  // No policy means every moment is allowed. `splay` is this machine's
+  // offset for runs that the windows move (RunSplay).
+  RunPlanner(std::optional<core::VelmoWindowPolicy> policy, core::TimeInterval interval,
+             core::TimeInterval splay = core::TimeInterval(0));
+  // The windows in force in `timeZoneId`, the interval the agent starts with,
+  // and this machine's splay.
   RunPlanner(const policy::VelmoRunConfig& config, const platform::UserDefaults& userDefaults,
-             const std::string& timeZoneId);
+             const std::string& timeZoneId, core::TimeInterval splay = core::TimeInterval(0));
 
   const std::optional<core::VelmoWindowPolicy>& policy() const { return policy_; }
   core::TimeInterval interval() const { return interval_; }
+  core::TimeInterval splay() const { return splay_; }
 
   // A planned run: when the interval makes it due, and when the windows let it start.
   struct Plan {
@@ -37,6 +41,9 @@ class RunPlanner {
   // The first moment the windows allow at or after `date`; `date` itself when
   // nothing is allowed within the search.
   platform::TimePoint nextAllowedDate(platform::TimePoint date) const;
+  // A run the windows moved from `due` to `start` starts the splay later,
+  // kept inside the allowed stretch: a shorter one wraps the offset within its length.
+  platform::TimePoint splayed(platform::TimePoint due, platform::TimePoint start) const;
   // The next run after one that ended at `end`.
   Plan afterRun(platform::TimePoint end) const;
   // The next run planned from the last one at `now` (after a wake or a policy
@@ -54,6 +61,7 @@ class RunPlanner {
  private:
   std::optional<core::VelmoWindowPolicy> policy_;
   core::TimeInterval interval_;
+  core::TimeInterval splay_;
 };
 
 }  // namespace velmo::agent::run

@@ -8,6 +8,7 @@
 #include <asio/post.hpp>
 
 #include "agent/policy/PolicyAudit.h"
+#include "agent/run/RunSplay.h"
 #include "core/logging/VelmoFormatters.h"
 #include "mdm/PreferenceConversions.h"
 
@@ -63,6 +64,7 @@ VelmoRunCoordinator::VelmoRunCoordinator(Collaborators collaborators)
                          kAgentDomain),
       // The observer has just read the policy; reading the files again would give the same.
       config_(mdmChangeObserver_.config().value()),
+      machineId_(RunSplay::readMachineId(collaborators_.files, collaborators_.paths)),
       gate_(collaborators_.mainExecutor, collaborators_.clock) {
   const auto count = plistManager_.value(PlistKey::updateTaskRunCount);
   const auto last = plistManager_.value(PlistKey::lastUpdateTaskRun);
@@ -98,8 +100,14 @@ void VelmoRunCoordinator::start() {
       mdmChangeObserver_.config().subscribe(core::removeDuplicates(core::dropFirst(core::debounce(
           collaborators_.mainExecutor, collaborators_.clock, kDebounce, std::move(onPolicy))))));
 
-  // Every start attempts a run, whatever the last run's time.
-  startTriggerRun(kFirstRunDelay);
+  // Every start attempts a run, whatever the last run's time; a fleet
+  // restarted together spreads by each machine's offset.
+  const core::TimeInterval splay = splayOffset();
+  if (splay.count() > 0) {
+    logger_.info("Waiting " + core::durationDescription(splay) +
+                 " (this machine's RunSplay offset) before the first Velmo Run.");
+  }
+  startTriggerRun(kFirstRunDelay + splay);
 }
 
 VelmoRunCoordinator::~VelmoRunCoordinator() {
@@ -224,7 +232,11 @@ void VelmoRunCoordinator::rescheduleFromLastRun(std::optional<RescheduleReason> 
 }
 
 RunPlanner VelmoRunCoordinator::planner() const {
-  return RunPlanner(effectivePolicy(), timerInterval_);
+  return RunPlanner(effectivePolicy(), timerInterval_, splayOffset());
+}
+
+core::TimeInterval VelmoRunCoordinator::splayOffset() const {
+  return RunSplay::offset(machineId_, config_.runSplay);
 }
 
 void VelmoRunCoordinator::logDeferral(const RunPlanner::Plan& plan,
@@ -483,8 +495,13 @@ void VelmoRunCoordinator::handlePolicyChange(const policy::VelmoRunConfig& fresh
   const bool windowsChanged = fresh.globalAllowWindows != config_.globalAllowWindows ||
                               fresh.globalBlackoutWindows != config_.globalBlackoutWindows ||
                               fresh.velmoTuesdayOnly != config_.velmoTuesdayOnly;
+  const bool splayChanged = fresh.runSplay != config_.runSplay;
   config_ = fresh;
-  if (!windowsChanged) return;
+  if (!windowsChanged) {
+    // A new offset moves a plan made at a window's opening.
+    if (splayChanged) rescheduleFromLastRun(RescheduleReason::mdmChange);
+    return;
+  }
   logger_.info(
       "Global Velmo Run windows configuration changed; rescheduling next run based on new "
       "window policy.");

@@ -120,6 +120,8 @@ class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordina
   }
 
   core::TimeInterval timerInterval() const { return timerInterval_; }
+  // This machine's RunSplay offset under the policy in force.
+  core::TimeInterval splayOffset() const;
   const policy::VelmoRunConfig& config() const { return config_; }
   // When the armed run timer fires; none when it is clear.
   std::optional<platform::TimePoint> nextRunDate() const;
@@ -158,6 +160,8 @@ class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordina
   std::optional<platform::ObserverToken> workspaceToken_;
   policy::MDMChangeObserver mdmChangeObserver_;
   policy::VelmoRunConfig config_;
+  // Read once: it names the machine for as long as the agent runs.
+  std::optional<std::string> machineId_;
   RunGate gate_;
   core::Published<RunActivity> activity_{RunActivity{}};
 };

@@ -134,6 +134,53 @@ TEST_F(VelmoRunCoordinatorTest, TheRunIsRecordedWhenItEndsNotWhenItStarts) {
                                       .runCount = 1}));
 }
 
+// RunSplay on the virtual clock. Machine A's offsets: 22 s of 30, 1,222 s of
+// 3,600, 4,822 s of 7,200; machine B's: 2,866 s of 3,600.
+struct SplayRunCase {
+  const char* name;
+  const char* machineId;
+  double splay;
+  bool windows;
+  platform::Duration firstRun;
+  // Where the timer stands after the first run; none: four hours on.
+  std::optional<platform::TimePoint> planned;
+};
+
+class Splay : public VelmoRunCoordinatorTest, public ::testing::WithParamInterface<SplayRunCase> {};
+
+TEST_P(Splay, SpreadsFirstRunsAndWindowOpenings) {
+  const auto& c = GetParam();
+  files_.addFile("/sandbox/etc/machine-id", std::string(c.machineId) + "\n");
+  defaults_.setObject("RunSplay", c.splay);
+  if (c.windows) allowOnlyWednesdayNight();
+  start();
+  clock_.advance(c.firstRun - milliseconds(1));
+  EXPECT_EQ(debugCount("Submitting Velmo Run request to RunGate."), 0u);
+  clock_.advance(milliseconds(1));
+  EXPECT_EQ(debugCount("Submitting Velmo Run request to RunGate."), 1u);
+  // Four hours after the first run, or moved by the windows and splayed.
+  EXPECT_EQ(coordinator_->nextRunDate(), c.planned.value_or(kStart + c.firstRun + hours(4)));
+  // A user's check never waits.
+  int served = 0;
+  requestRun(true, served);
+  clock_.advance(milliseconds(1));
+  EXPECT_EQ(served, 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, Splay,
+    ::testing::Values(SplayRunCase{"FirstRunWaitsTheOffset", "0123456789abcdef0123456789abcdef", 30,
+                                   false, seconds(1 + 22), std::nullopt},
+                      // 47 min 46 s into Wednesday's 02:00-03:00 window.
+                      SplayRunCase{"TheOpeningIsSplayedInsideTheWindow",
+                                   "5f2a9c0e7b3d4e1fa8c6d2b9e0f1a3c4", 3600, true,
+                                   seconds(1 + 2866), kWednesday0200 + seconds(2866)},
+                      // 4,822 s is longer than the 61-minute window: it wraps to 1,162 s.
+                      SplayRunCase{"ALongOffsetWrapsWithinTheWindow",
+                                   "0123456789abcdef0123456789abcdef", 7200, true,
+                                   seconds(1 + 4822), kWednesday0200 + seconds(1162)}),
+    [](const auto& info) { return std::string(info.param.name); });
+
 struct SkipCase {
   const char* name;
   std::optional<core::PlistValue> storedCount;
