@@ -1,6 +1,7 @@
 #include "agent/console/AgentFacts.h"
 
 #include "agent/run/PlistManager.h"
+#include "agent/run/RunSplay.h"
 #include "agent/run/VelmoRunJob.h"
 #include "core/logging/CustomLogger.h"
 #include "core/plist/PropertyList.h"
@@ -31,10 +32,12 @@ void checkPlist(const ConsoleInputs& inputs, const std::filesystem::path& path,
 AgentFacts AgentFacts::gather(const ConsoleInputs& inputs) {
   const std::string zone = inputs.timeZone();
   const auto config = policy::VelmoRunConfig::read(inputs.userDefaults);
+  const auto splay = run::RunSplay::offset(run::RunSplay::readMachineId(inputs.files, inputs.paths),
+                                           config.runSplay);
   AgentFacts facts{.now = inputs.clock.now(),
                    .timeZone = zone,
                    .config = config,
-                   .planner = run::RunPlanner(config, inputs.userDefaults, zone)};
+                   .planner = run::RunPlanner(config, inputs.userDefaults, zone, splay)};
   const std::set<mdm::ManagedDomain> domains(mdm::kAllManagedDomains.begin(),
                                              mdm::kAllManagedDomains.end());
   const auto snapshot = mdm::PreferenceSnapshot::load(inputs.stores, domains);

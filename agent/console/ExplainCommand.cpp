@@ -79,6 +79,7 @@ nlohmann::json ExplainCommand::json(const AgentFacts& facts, const Explanation& 
   out["to"] = ConsoleText::isoDate(explanation.to);
   out["timeZone"] = facts.timeZone;
   out["intervalSeconds"] = facts.planner.interval().count();
+  out["splayOffsetSeconds"] = facts.planner.splay().count();
   out["lastRun"] = facts.lastRun ? nlohmann::json(ConsoleText::isoDate(*facts.lastRun))
                                  : nlohmann::json(nullptr);
   out["scheduledRuns"] = nlohmann::json::array();
@@ -126,8 +127,12 @@ void ExplainCommand::printText(const AgentFacts& facts, const Explanation& expla
   };
   out << text.paint("From ", Colour::bold) << local(explanation.from) << " to "
       << local(explanation.to) << " (" << facts.timeZone << "), runs every "
-      << core::durationDescription(facts.planner.interval()) << ", last run "
-      << (facts.lastRun ? local(*facts.lastRun) : std::string("never")) << "\n\n";
+      << core::durationDescription(facts.planner.interval())
+      << (facts.planner.splay().count() > 0
+              ? ", " + core::durationDescription(facts.planner.splay()) +
+                    " after each window's opening (RunSplay)"
+              : std::string())
+      << ", last run " << (facts.lastRun ? local(*facts.lastRun) : std::string("never")) << "\n\n";
 
   out << text.paint("Scheduled runs", Colour::bold) << "\n";
   if (explanation.scheduledRuns.empty()) out << "  none in these days\n";

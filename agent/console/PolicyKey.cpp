@@ -5,6 +5,7 @@
 #include "agent/console/ConsoleText.h"
 #include "agent/run/RunCommandBuilder.h"
 #include "agent/run/RunPlanner.h"
+#include "agent/run/RunSplay.h"
 #include "core/items/ToolIdentifier.h"
 #include "core/plist/DefaultsValue.h"
 #include "core/time/TimeInterval.h"
@@ -23,6 +24,7 @@ using KeyRule = PolicyKey::Rule;
 // The keys as the agent reads them; the administrators' table lists them in this order.
 constexpr KeyRule kRules[] = {
     {ManagedDomain::velmoAgent, "RunInterval", Road::defaults, Kind::interval},
+    {ManagedDomain::velmoAgent, "RunSplay", Road::defaults, Kind::splay},
     {ManagedDomain::velmoAgent, "GlobalAllowWindows", Road::defaults, Kind::windows},
     {ManagedDomain::velmoAgent, "GlobalBlackoutWindows", Road::defaults, Kind::windows},
     {ManagedDomain::velmoAgent, "AllowUserInitiatedOutsideWindows", Road::defaults, Kind::boolean,
@@ -106,6 +108,13 @@ std::optional<std::string> defaultsReading(const KeyRule& rule, const core::Plis
       if (refused > 0) text += ", " + std::to_string(refused) + " refused";
       return text;
     }
+    case Kind::splay: {
+      const auto seconds = core::DefaultsValue<double>::from(value);
+      if (!seconds) return std::nullopt;
+      const auto offset =
+          run::RunSplay::offset(run::RunSplay::readMachineId(inputs.files, inputs.paths), *seconds);
+      return "this machine waits " + core::durationDescription(offset);
+    }
     case Kind::windows: {
       const auto windows = core::VelmoTimeWindow::readArray(inputs.userDefaults, rule.key);
       if (windows.empty()) return std::nullopt;
@@ -173,6 +182,9 @@ std::vector<PolicyKey> PolicyKey::readAll(const ConsoleInputs& inputs,
           break;
         case Kind::interval:
           fallback = "every " + core::durationDescription(run::RunPlanner::kDefaultInterval);
+          break;
+        case Kind::splay:
+          fallback = "no spread";
           break;
         case Kind::channel:
           fallback = "the tool's entry " +

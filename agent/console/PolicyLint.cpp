@@ -9,6 +9,7 @@
 #include "agent/run/PlistKey.h"
 #include "agent/run/RunCommandBuilder.h"
 #include "agent/run/RunPlanner.h"
+#include "agent/run/RunSplay.h"
 #include "core/items/PackageIntegrityPolicy.h"
 #include "core/items/ToolIdentifier.h"
 #include "core/logging/Utf8.h"
@@ -170,6 +171,17 @@ struct Linter {
                          fallback + ".");
         } else if (*loose < kShortestSensibleInterval) {
           warn(key, "under 15 minutes: runs follow each other almost back to back.");
+        }
+        return;
+      }
+      case Kind::splay: {
+        const auto seconds = core::DefaultsValue<double>::from(value);
+        if (!seconds) {
+          warn(key, typeName(value) + " where a number of seconds belongs: runs are not spread.");
+        } else if (*seconds > run::RunSplay::kMaxSeconds) {
+          warn(key, "over a day: cut to 86400 seconds.");
+        } else if (*seconds < 0 || !std::isfinite(*seconds)) {
+          warn(key, "not a number of seconds from 0 up: runs are not spread.");
         }
         return;
       }

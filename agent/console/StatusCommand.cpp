@@ -77,6 +77,7 @@ json StatusCommand::json(const AgentFacts& facts) {
   out["runs"] = {{"count", facts.agent ? facts.agent->status.runCount : facts.runCount},
                  {"last", date(facts.agent ? facts.agent->status.lastRunDate : facts.lastRun)},
                  {"intervalSeconds", facts.planner.interval().count()},
+                 {"splayOffsetSeconds", facts.planner.splay().count()},
                  {"inProgress", inProgress},
                  {"startedAt", date(facts.agent ? facts.agent->status.runStartedAt
                                                 : std::optional<platform::TimePoint>())},
@@ -163,8 +164,12 @@ void StatusCommand::printText(const AgentFacts& facts, const ConsoleText& text, 
   }
   const auto lastRun = facts.agent ? facts.agent->status.lastRunDate : facts.lastRun;
   const auto count = facts.agent ? facts.agent->status.runCount : facts.runCount;
-  rows.push_back({"Runs", std::to_string(count) + ", last " + when(lastRun) + "; every " +
-                              core::durationDescription(facts.planner.interval())});
+  std::string runs = std::to_string(count) + ", last " + when(lastRun) + "; every " +
+                     core::durationDescription(facts.planner.interval());
+  if (facts.planner.splay().count() > 0) {
+    runs += "; this machine's RunSplay offset " + core::durationDescription(facts.planner.splay());
+  }
+  rows.push_back({"Runs", runs});
   std::string maintenance =
       std::to_string(facts.maintenanceCount) + ", last " + when(facts.lastMaintenance);
   if (facts.agent) {
