@@ -54,17 +54,5 @@ TEST_F(InventoryUpdaterTest, AMegabyteOfStandardErrorComesBackWhole) {
   EXPECT_EQ(result.text.substr(0, 4), "eeee");
 }
 
-TEST_F(InventoryUpdaterTest, AHangingCommandTimesOutWith124) {
-  const auto result =
-      run(testing::testProgram("velmo-test-tool"), 1.5, {"--stderr-bytes", "10", "--sleep", "60"});
-  EXPECT_EQ(result, (InventoryUpdater::Result{124, "jamf recon timed out after 1s"}));
-}
-
-TEST_F(InventoryUpdaterTest, AMissingCommandGivesTheLaunchFailure) {
-  const auto result = run("/nonexistent/jamf", 60);
-  EXPECT_EQ(result.status, InventoryUpdater::kLaunchFailed);
-  EXPECT_EQ(result.text.rfind("Failed to run process: ", 0), 0u) << result.text;
-}
-
 }  // namespace
 }  // namespace velmo::agent::run

@@ -49,18 +49,6 @@ class PlistManagerTest : public ::testing::Test {
   PlistManager make() { return PlistManager(files_, file_); }
 };
 
-TEST_F(PlistManagerTest, CountThenTimeKeepsBothAndTheDateComesBackToTheSecond) {
-  PlistManager manager = make();
-  manager.setValue(std::int64_t{1}, PlistKey::updateTaskRunCount);
-  EXPECT_EQ(onDisk().size(), 1u);
-  manager.setValue(PlistDate{kT + std::chrono::milliseconds(600)}, PlistKey::lastUpdateTaskRun);
-  EXPECT_EQ(manager.value(PlistKey::updateTaskRunCount), PlistValue(std::int64_t{1}));
-  EXPECT_EQ(manager.value(PlistKey::lastUpdateTaskRun), PlistValue(PlistDate{kT}));
-  // On disk the date is the ISO 8601 string, in an XML file.
-  EXPECT_EQ(onDisk().at("LastUpdateTaskRun"), PlistValue("2026-03-10T14:05:09Z"));
-  EXPECT_NE(readRaw().find("<key>UpdateTaskRunCount</key>"), std::string::npos);
-}
-
 TEST_F(PlistManagerTest, UnknownKeysSurviveAWrite) {
   writeRaw(*core::PropertyList::xml(core::PlistDictionary{
       {"SomethingElse", PlistValue(core::PlistArray{"kept"})}, {"MaintenanceTaskRunCount", 4}}));
@@ -69,32 +57,6 @@ TEST_F(PlistManagerTest, UnknownKeysSurviveAWrite) {
   EXPECT_EQ(dictionary.at("SomethingElse"), PlistValue(core::PlistArray{"kept"}));
   EXPECT_EQ(dictionary.at("MaintenanceTaskRunCount"), PlistValue(4));
   EXPECT_EQ(dictionary.at("UpdateTaskRunCount"), PlistValue(9));
-}
-
-TEST_F(PlistManagerTest, ABinaryFileIsReadAndRewrittenAsXml) {
-  plist_t root = plist_new_dict();
-  plist_dict_set_item(root, "UpdateTaskRunCount", plist_new_uint(12));
-  plist_dict_set_item(root, "LastUpdateTaskRun", plist_new_string("2026-03-10T14:05:09Z"));
-  char* bytes = nullptr;
-  std::uint32_t length = 0;
-  plist_to_bin(root, &bytes, &length);
-  writeRaw(std::string(bytes, length));
-  std::free(bytes);
-  plist_free(root);
-  ASSERT_EQ(readRaw().rfind("bplist00", 0), 0u);
-
-  PlistManager manager = make();
-  EXPECT_EQ(manager.value(PlistKey::updateTaskRunCount), PlistValue(12));
-  EXPECT_EQ(manager.value(PlistKey::lastUpdateTaskRun), PlistValue(PlistDate{kT}));
-  manager.setValue(std::int64_t{13}, PlistKey::updateTaskRunCount);
-  EXPECT_EQ(readRaw().rfind("<?xml", 0), 0u);
-  EXPECT_EQ(manager.value(PlistKey::lastUpdateTaskRun), PlistValue(PlistDate{kT}));
-}
-
-TEST_F(PlistManagerTest, AStringThatIsNoDateComesBackAsTheString) {
-  writeRaw(
-      *core::PropertyList::xml(core::PlistDictionary{{"LastUpdateTaskRun", "yesterday at noon"}}));
-  EXPECT_EQ(make().value(PlistKey::lastUpdateTaskRun), PlistValue("yesterday at noon"));
 }
 
 class DamagedStateFiles : public PlistManagerTest,

@@ -58,32 +58,6 @@ class RunGateTest : public ::testing::Test {
   Events events_;
 };
 
-TEST_F(RunGateTest, ALoneRequestRunsOnceAndUnlocks) {
-  request("A", seconds(10));
-  clock_.advance(hours(2));
-  EXPECT_EQ(events_, (Events{"A runs", "A done", "A returned"}));
-  EXPECT_EQ(count(kLocked), 1);
-  EXPECT_EQ(count(kUnlocked), 1);
-  EXPECT_EQ(count(kMarked), 0);
-  // The watchdog of a holder that finished in time says nothing.
-  EXPECT_TRUE(capture_.errors().empty());
-}
-
-// The extra pass is of the first caller's operation; the waiters return with it.
-TEST_F(RunGateTest, RequestsDuringAPassCostOneMorePassAndReturnTogetherEarlierFirst) {
-  request("A", seconds(10));
-  clock_.advance(seconds(2));
-  request("B", seconds(1));
-  clock_.advance(seconds(2));
-  request("C", seconds(1));
-  clock_.advance(seconds(16));  // Both passes are over at 20 s.
-  EXPECT_EQ(events_, (Events{"A runs", "A done", "A runs", "A done", "A returned", "B returned",
-                             "C returned"}));
-  EXPECT_EQ(count(kMarked), 2);
-  EXPECT_EQ(count(kLooping), 1);
-  EXPECT_EQ(count(kLocked), 1);
-}
-
 TEST_F(RunGateTest, ARequestDuringTheExtraPassCausesOneMore) {
   request("A", seconds(10));
   clock_.advance(seconds(5));
@@ -94,30 +68,6 @@ TEST_F(RunGateTest, ARequestDuringTheExtraPassCausesOneMore) {
   EXPECT_EQ(std::count(events_.begin(), events_.end(), "A runs"), 3);
   EXPECT_EQ(events_.back(), "C returned");
   EXPECT_EQ(count(kLooping), 2);
-}
-
-TEST_F(RunGateTest, TheWatchdogFreesTheGateAndAStuckOperationGoesOnBesideANewOne) {
-  request("A", hours(2));
-  clock_.advance(minutes(10));
-  request("B", seconds(1));     // Waits for A.
-  clock_.advance(minutes(50));  // 1 h: the watchdog fires.
-  EXPECT_EQ(events_, (Events{"A runs", "B returned"}));
-  EXPECT_EQ(capture_.errors(),
-            std::vector<std::string>{
-                "RunGate watchdog fired after 3600s; forcing unlock to avoid indefinite block."});
-
-  request("C", hours(2), core::TimeInterval(5 * 3600));  // Locks at once beside A.
-  EXPECT_EQ(events_.back(), "C runs");
-  EXPECT_EQ(count(kLocked), 2);
-
-  clock_.advance(hours(1));  // 2 h: A finally ends; its late return leaves C's hold alone.
-  EXPECT_EQ(events_, (Events{"A runs", "B returned", "C runs", "A done", "A returned"}));
-  request("D", seconds(1));
-  EXPECT_EQ(count(kMarked), 2);  // B's, then D's: the gate is still held by C.
-  clock_.advance(hours(3));
-  EXPECT_EQ(events_, (Events{"A runs", "B returned", "C runs", "A done", "A returned", "C done",
-                             "C runs", "C done", "C returned", "D returned"}));
-  EXPECT_EQ(capture_.errors().size(), 1u);
 }
 
 TEST_F(RunGateTest, TheWatchdogCoversAllPassesTogether) {

@@ -95,25 +95,6 @@ class VelmoRunCoordinatorTest : public ::testing::Test, protected testing::Agent
   std::shared_ptr<VelmoRunCoordinator> coordinator_;
 };
 
-TEST_F(VelmoRunCoordinatorTest, FirstStartRunsAfterOneSecondAsNumberOne) {
-  start();
-  clock_.advance(milliseconds(999));
-  EXPECT_TRUE(launchedArguments().empty());
-  clock_.advance(milliseconds(1));
-  EXPECT_EQ(launchedArguments(), (Calls{{"install", "marvenith-velmo"}}));
-  EXPECT_EQ(runCount(), 1);
-  EXPECT_EQ(lastRun(), kStart + seconds(1));
-  EXPECT_TRUE(logged("Scheduled Velmo Run #1 started."));
-  EXPECT_EQ(coordinator_->nextRunDate(), kStart + seconds(1) + hours(4));
-  // With no window configured nothing is deferred.
-  EXPECT_EQ(debugCount("Global Velmo Run windows deferred"), 0u);
-
-  clock_.advance(hours(4));
-  EXPECT_EQ(launchedArguments().size(), 2u);
-  EXPECT_EQ(runCount(), 2);
-  EXPECT_TRUE(logged("Scheduled Velmo Run #2 started."));
-}
-
 TEST_F(VelmoRunCoordinatorTest, TheRunIsRecordedWhenItEndsNotWhenItStarts) {
   launcher_.enqueue({.exitAfter = minutes(10)});
   start();
@@ -318,28 +299,6 @@ TEST_F(VelmoRunCoordinatorTest, ALastRunInTheFuturePlansFromNow) {
   EXPECT_TRUE(logged(", in the future; planning from now."));
 }
 
-TEST_F(VelmoRunCoordinatorTest, AWakeAfterTheIntervalRunsFiveSecondsLater) {
-  start();
-  clock_.advance(seconds(1));
-  workspace_.send(WorkspaceEvent::willSleep);
-  clock_.advance(hours(5));
-  // Several wakes within five seconds give one reaction, five seconds after the last.
-  workspace_.send(WorkspaceEvent::didWake);
-  clock_.advance(seconds(2));
-  workspace_.send(WorkspaceEvent::didWake);
-  clock_.advance(seconds(2));
-  workspace_.send(WorkspaceEvent::didWake);
-  clock_.advance(milliseconds(4999));
-  EXPECT_EQ(launchedArguments().size(), 1u);
-  clock_.advance(milliseconds(1));
-  EXPECT_EQ(launchedArguments().size(), 2u);
-  EXPECT_EQ(debugCount("System woke up. Checking last Velmo Run and scheduling next run."), 1u);
-  EXPECT_TRUE(logged("Next scheduled Velmo Run time is now or in the past. Running immediately."));
-  EXPECT_TRUE(logged("Scheduled Velmo Run #2 started."));
-  clock_.advance(hours(1));
-  EXPECT_EQ(launchedArguments().size(), 2u);
-}
-
 TEST_F(VelmoRunCoordinatorTest, AWakeWithinTheIntervalArmsTheRestOfIt) {
   start();
   clock_.advance(seconds(1));
@@ -412,25 +371,6 @@ INSTANTIATE_TEST_SUITE_P(
                       IntervalCase{"Garbage", core::PlistValue("soon"), 14400.0, false}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST_F(VelmoRunCoordinatorTest, ARequestDuringARunSharesOneFurtherPass) {
-  launcher_.enqueue({.exitAfter = minutes(10)});
-  start();
-  clock_.advance(seconds(2));
-  int served = 0;
-  requestRun(true, served);
-  requestRun(true, served);
-  clock_.advance(seconds(1));
-  EXPECT_TRUE(coordinator_->activity().value().pending);
-  clock_.advance(minutes(11));
-  EXPECT_EQ(served, 2);
-  EXPECT_FALSE(coordinator_->activity().value().pending);
-  // The further pass has the scheduled run's arguments.
-  EXPECT_EQ(launchedArguments(),
-            (Calls{{"install", "marvenith-velmo"}, {"install", "marvenith-velmo"}}));
-  EXPECT_EQ(runCount(), 2);
-  EXPECT_EQ(clock_.pendingTimers(), 1u);
-}
-
 // At most three comparisons at once, and the job after the last one, are
 // checked against real processes end to end (tests/e2e/reconcile_test.sh).
 
@@ -480,19 +420,6 @@ INSTANTIATE_TEST_SUITE_P(
                     "Velmo compare timed out for a; leaving item in list."},
         CompareCase{"Failed", 3, false, "Velmo compare failed for a with exit code 3."}),
     [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(VelmoRunCoordinatorTest, AResultForAnItemThatLeftTheListIsDropped) {
-  auto listed = std::make_shared<FakeListedItems>();
-  listed->items = {item("a")};
-  launcher_.enqueue({.exitAfter = seconds(5)});
-  start();
-  coordinator_->setUIController(listed);
-  clock_.advance(seconds(3));
-  listed->items.clear();
-  clock_.advance(seconds(10));
-  EXPECT_TRUE(listed->removals.empty());
-  EXPECT_EQ(debugCount("Discarding compare result; item with ID a no longer present."), 1u);
-}
 
 struct PolicyCase {
   const char* name;

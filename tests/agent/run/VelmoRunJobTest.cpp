@@ -48,40 +48,12 @@ class VelmoRunJobTest : public ::testing::Test, protected testing::AgentFakes {
   InventoryUpdater inventory_{launcher_, clock_, "/usr/local/bin/jamf"};
 };
 
-TEST_F(VelmoRunJobTest, RunsTheCommandsInOrderAndGoesOnAfterAFailure) {
-  defaults_.setObject("UpdateAll", true);
-  defaults_.setObject("InstallOrUpdate", PlistArray{"a"});
-  launcher_.enqueue({.exitAfter = seconds(30), .exitStatus = 3});
-  launcher_.enqueue({.exitAfter = seconds(60), .exitStatus = 0});
-  runJob();
-  EXPECT_EQ(launchedArguments(),
-            (Calls{{"install", "marvenith-velmo", "a"},
-                   {"update-all", "--respect-exclusions-preference", "--exclusions", "a"}}));
-  EXPECT_EQ(capture_.errors(), std::vector<std::string>{"Velmo Run failed with exit code: 3"});
-}
-
 TEST_F(VelmoRunJobTest, EachCommandGetsTheTimeLimitOfItsVerb) {
   defaults_.setObject("UpdateAll", true);
   launcher_.enqueue({.exitAfterTerminate = seconds(0)});  // install: never ends by itself
   launcher_.enqueue({.exitAfterTerminate = seconds(0)});  // update-all: the same
   EXPECT_EQ(runJob(), hours(2) + std::chrono::minutes(90));
   EXPECT_EQ(capture_.errors().size(), 4u);  // Two time-out lines, two exit-code lines.
-}
-
-TEST_F(VelmoRunJobTest, CountsInstallsReportedDuringTheRunOnly) {
-  distributed_.deliver({"com.marvenith.velmo.didPerformInstall", "{}", std::nullopt});
-  clock_.runUntilIdle();  // Before the run: nobody counts it.
-  launcher_.enqueue({.exitAfter = seconds(10)});
-  VelmoRunJob job({context_.get_executor(), defaults_, *prefs_, distributed_, runner_, inventory_},
-                  false);
-  asio::co_spawn(context_, job.run(), asio::detached);
-  clock_.advance(seconds(5));
-  for (int i = 0; i < 3; ++i) {
-    distributed_.deliver({"com.marvenith.velmo.didPerformInstall", "{}", std::nullopt});
-  }
-  clock_.advance(hours(1));
-  EXPECT_EQ(distributed_.observerCount("com.marvenith.velmo.didPerformInstall"), 0u);
-  EXPECT_TRUE(logged("Installations during this Velmo Run: 3"));
 }
 
 TEST_F(VelmoRunJobTest, OnlyTheMenuBarAppHearsTheEndOfTheRunAndGetsItsFlag) {
@@ -108,17 +80,6 @@ TEST_F(VelmoRunJobTest, WithNoCommandTheRunStillEndsProperly) {
   ASSERT_EQ(launcher_.launches().size(), 1u);
   EXPECT_EQ(launcher_.launches()[0].executable, "/usr/local/bin/jamf");
   EXPECT_EQ(launcher_.launches()[0].arguments, std::vector<std::string>{"recon"});
-}
-
-TEST_F(VelmoRunJobTest, ValuesOfTheWrongTypeGiveTheirDefaults) {
-  defaults_.setObject("UpdateAll", "YES");
-  defaults_.setObject("InstallOrUpdate", PlistArray{"a", 7});
-  defaults_.setObject("UpdateChannel", 5);
-  defaults_.setObject("RespectDND", core::PlistDictionary{});
-  defaults_.setObject("ReconAfterInstall", "true");
-  runJob();
-  // No inventory update either.
-  EXPECT_EQ(launchedArguments(), (Calls{{"install", "marvenith-velmo"}}));
 }
 
 }  // namespace

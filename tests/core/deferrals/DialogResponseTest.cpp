@@ -42,14 +42,6 @@ TEST(ResponseType, EachCaseRoundTripsUnderItsOwnKey) {
             "Respect meetings deferral (Huddle)");
 }
 
-TEST(ResponseType, IgnoresKeysThatNameNoCaseAndPayloadsThatCarryNothing) {
-  for (const char* text : {R"({"deferral":{},"bogus":1})", R"({"deferral":{"type":"Zoom"}})",
-                           R"({"Update":{},"deferral":{}})"}) {
-    EXPECT_EQ(ResponseType::fromJSON(json::parse(text)), (ResponseType{Kind::deferral, ""}))
-        << text;
-  }
-}
-
 struct BadResponseRow {
   const char* jsonText;
   bool keyCountError;
@@ -99,16 +91,6 @@ TEST(DialogResponse, RoundTripsThroughJSONWithAFileURLOfTheInstallPath) {
 TEST(DialogResponse, TakesARelativeInstallPathFromTheRoot) {
   EXPECT_EQ(DialogResponse::fromItem(item("Foo.app"), {}).path(), "/Foo.app");
   EXPECT_EQ(DialogResponse::fromItem(item(""), {}).url.absoluteString(), "file:///");
-}
-
-TEST(DialogResponse, IdentityIsTheIdentifierAlone) {
-  const auto deferral = DialogResponse::fromItem(item(), {Kind::deferral, ""});
-  auto update = DialogResponse::fromItem(item("/Other.app"), {Kind::update, ""});
-  update.targetVersion = "3.0";
-  EXPECT_EQ(deferral, update);
-  EXPECT_EQ(std::hash<DialogResponse>{}(deferral), std::hash<DialogResponse>{}(update));
-  update.identifier += ".beta";
-  EXPECT_FALSE(deferral == update);
 }
 
 std::vector<std::string> badResponses() {

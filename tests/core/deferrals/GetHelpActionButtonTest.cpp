@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
-
 namespace velmo::core {
 namespace {
 
@@ -28,25 +26,6 @@ TEST(GetHelpActionButton, EncodesCapitalisedKeysWithoutIdOrAbsentOptionals) {
       "IconSymbol":"lifepreserver"})"));
 }
 
-TEST(GetHelpActionButton, EachDecodingIsANewButton) {
-  const json encoded = button(true, "");
-  const auto first = encoded.get<GetHelpActionButton>();
-  const auto second = encoded.get<GetHelpActionButton>();
-  EXPECT_NE(first.id, second.id);
-  EXPECT_NE(first, second);
-  auto expected = button(true, "");
-  expected.id = first.id;
-  EXPECT_EQ(first, expected);
-}
-
-TEST(GetHelpActionButton, NullOptionalsAndUnknownKeysDecodeAsAbsent) {
-  const auto decoded = json::parse(R"({"Label":"a","Payload":"b","ActionType":"openFile",
-      "IsProminent":null,"IconSymbol":null,"Colour":"red"})")
-                           .get<GetHelpActionButton>();
-  EXPECT_EQ(decoded.isProminent, std::nullopt);
-  EXPECT_EQ(decoded.iconSymbol, std::nullopt);
-}
-
 class GetHelpActionButtonBadJson : public ::testing::TestWithParam<const char*> {};
 
 TEST_P(GetHelpActionButtonBadJson, FailsToDecodeAndLeavesTheTargetAlone) {
@@ -66,28 +45,6 @@ INSTANTIATE_TEST_SUITE_P(
                       R"({"Label":"l","Payload":"p","ActionType":"openURL","IsProminent":1})",
                       R"({"Label":"l","Payload":"p","ActionType":"openURL","IconSymbol":3})",
                       R"([{"Label":"l","Payload":"p","ActionType":"openURL"}])", "null"));
-
-class GetHelpActionButtonChange
-    : public ::testing::TestWithParam<std::function<void(GetHelpActionButton&)>> {};
-
-TEST_P(GetHelpActionButtonChange, MakesItUnequalWithAnotherHash) {
-  const auto original = button();
-  auto changed = original;
-  EXPECT_EQ(std::hash<GetHelpActionButton>{}(changed), std::hash<GetHelpActionButton>{}(original));
-  GetParam()(changed);
-  EXPECT_NE(changed, original);
-  EXPECT_NE(std::hash<GetHelpActionButton>{}(changed), std::hash<GetHelpActionButton>{}(original));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Fields, GetHelpActionButtonChange,
-    ::testing::Values([](auto& b) { b.id = Uuid::random(); }, [](auto& b) { b.label += "!"; },
-                      [](auto& b) { b.payload += "/"; },
-                      [](auto& b) { b.actionType = GetHelpActionType::openFile; },
-                      // A present default value is not the same as no value.
-                      [](auto& b) { b.isProminent = false; }, [](auto& b) { b.iconSymbol = ""; },
-                      // The hash follows field order, so swapped values don't cancel out.
-                      [](auto& b) { std::swap(b.label, b.payload); }));
 
 }  // namespace
 }  // namespace velmo::core

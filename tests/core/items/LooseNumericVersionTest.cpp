@@ -90,13 +90,5 @@ TEST(LooseNumericVersion, MajorComponentIsTheFirstNonEmptyWholeNumber) {
   for (const auto& [raw, major] : rows) EXPECT_EQ(Version(raw).majorComponent(), major) << raw;
 }
 
-TEST(LooseNumericVersion, JsonIsAnObjectWithAStringRawValue) {
-  EXPECT_EQ(json(Version("2.0-beta")), json::parse(R"({"rawValue":"2.0-beta"})"));
-  EXPECT_EQ(json(Version("")).get<Version>().rawValue, "");
-  for (const char* bad : {"{}", R"({"rawValue":1})", R"({"rawValue":null})", R"("1.2")", "[]"}) {
-    EXPECT_THROW(json::parse(bad).get<Version>(), json::exception) << bad;
-  }
-}
-
 }  // namespace
 }  // namespace velmo::core

@@ -28,24 +28,6 @@ TEST(UpdateItem, EncodesOptionalKeysOnlyWhenPresentAndDecodesBack) {
   EXPECT_EQ(item("\xff").jsonText(), std::nullopt);  // Not UTF-8: no JSON form.
 }
 
-TEST(UpdateItem, IgnoresStateUnknownKeysAndNullOptionals) {
-  auto object = json::parse(item().jsonText().value());
-  object.update({{"state", "installing"}, {"colour", 1}, {"installedVersion", nullptr}});
-  const auto decoded = UpdateItem::fromJSONText(object.dump());
-  ASSERT_TRUE(decoded);
-  EXPECT_EQ(decoded->state(), InstallState::available);
-  EXPECT_EQ(decoded->installedVersion, std::nullopt);
-}
-
-TEST(UpdateItem, IdentityIsTheIdAlone) {
-  auto other = item("1.0", true);
-  other.targetVersion = "3.0";
-  EXPECT_EQ(other, item());
-  EXPECT_EQ(std::hash<UpdateItem>{}(other), std::hash<UpdateItem>{}(item()));
-  other.id += ".beta";
-  EXPECT_FALSE(other == item());
-}
-
 std::vector<std::string> badItems() {
   std::vector<std::string> texts = {"{", "", "null", "[]", R"("x")", "{} x"};
   const auto good = json::parse(item("1", true).jsonText().value());
@@ -82,24 +64,6 @@ TEST_P(UpdateItemBadText, FailsAloneAndSinksAWholeArray) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Texts, UpdateItemBadText, ::testing::ValuesIn(badItems()));
-
-TEST(UpdateItem, ArraysDecodeWholeAndOnlyFromArrays) {
-  EXPECT_EQ(
-      UpdateItem::arrayFromJSONText(UpdateItem::jsonText({item(), item("1")}).value())->size(), 2u);
-  EXPECT_EQ(UpdateItem::arrayFromJSONText("[]")->size(), 0u);
-  EXPECT_EQ(UpdateItem::arrayFromJSONText(item().jsonText().value()), std::nullopt);
-}
-
-// States arrive from the notifier as raw values: exact spellings only.
-TEST(InstallState, EveryStateReadsBackAndNearMissesAreNone) {
-  for (int i = 0; i <= static_cast<int>(InstallState::failed); ++i) {
-    const auto state = static_cast<InstallState>(i);
-    EXPECT_EQ(installStateFromRawValue(rawValue(state)), state) << i;
-  }
-  for (const char* raw : {"Installed", " installed", "pending_queue", ""}) {
-    EXPECT_EQ(installStateFromRawValue(raw), std::nullopt) << raw;
-  }
-}
 
 }  // namespace
 }  // namespace velmo::core

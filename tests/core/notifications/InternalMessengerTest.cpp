@@ -45,15 +45,6 @@ class InternalMessengerTest : public ::testing::Test {
   InternalMessenger messenger_{center_};
 };
 
-TEST_F(InternalMessengerTest, PostsTheCompactJsonTextAsTheObjectWithoutUserInfo) {
-  messenger_.post(kName, Sample{"com.example.Café", 3});
-  ASSERT_EQ(center_.posts().size(), 1u);
-  EXPECT_EQ(center_.posts()[0].name, kName);
-  // UTF-8 stays unescaped; no spaces, no trailing newline.
-  EXPECT_EQ(center_.posts()[0].object, R"({"count":3,"id":"com.example.Café"})");
-  EXPECT_EQ(center_.posts()[0].userInfo, std::nullopt);
-}
-
 TEST_F(InternalMessengerTest, AValueThatCannotBeEncodedIsLoggedAndNotPosted) {
   messenger_.post(kName, Sample{"bad \xff byte", 1});
   EXPECT_TRUE(center_.posts().empty());
@@ -93,21 +84,6 @@ INSTANTIATE_TEST_SUITE_P(
                       BadObjectCase{"MissingKey", R"({"id":"a"})"},
                       BadObjectCase{"WrongType", R"({"id":5,"count":1})"}),
     [](const auto& info) { return info.param.label; });
-
-TEST_F(InternalMessengerTest, EachObserverGetsEachPostDecodedOnceUntilItStops) {
-  std::vector<Sample> first;
-  std::vector<Sample> second;
-  const auto token =
-      messenger_.observe<Sample>(kName, [&](const Sample& sample) { first.push_back(sample); });
-  messenger_.observe<Sample>(kName, [&](const Sample& sample) { second.push_back(sample); });
-  messenger_.post(kName, Sample{"a", 1});
-  run();
-  messenger_.stopObserving(token, kName);
-  messenger_.post(kName, Sample{"b", 2});
-  run();
-  EXPECT_EQ(first, (std::vector<Sample>{{"a", 1}}));
-  EXPECT_EQ(second, (std::vector<Sample>{{"a", 1}, {"b", 2}}));
-}
 
 // Built on its first use, once: a centre named later changes nothing.
 TEST(InternalMessengerShared, IsBuiltOnceOnFirstUse) {

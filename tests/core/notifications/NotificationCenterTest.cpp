@@ -12,25 +12,6 @@ constexpr std::string_view kName = "com.marvenith.velmo.removeDeferralsForItem";
 constexpr std::string_view kOtherName = "NSUserDefaultsDidChangeNotification";
 using Calls = std::vector<std::string>;
 
-TEST(NotificationCenter, CallsTheObserversOfTheNameInOrderWithTheObject) {
-  NotificationCenter center;
-  Calls calls;
-  const auto record = [&](std::string label) {
-    return [&, label](const std::any& object) {
-      const auto* text = std::any_cast<std::string>(&object);
-      calls.push_back(label + (text ? " " + *text : ""));
-    };
-  };
-  center.addObserver(kName, record("first"));
-  center.addObserver(kOtherName, record("other"));
-  center.addObserver(kName, record("second"));
-  center.addObserver(kName, nullptr);
-
-  center.post(kName, std::string("item"));
-  center.post(kOtherName);
-  EXPECT_EQ(calls, (Calls{"first item", "second item", "other"}));
-}
-
 TEST(NotificationCenter, ObserversRemovedDuringAPostAreNotCalledAfterwards) {
   NotificationCenter center;
   Calls calls;

@@ -66,24 +66,6 @@ TEST(VelmoTimeWindow, CodesBothWaysLeavingOutAbsentOptionals) {
   EXPECT_EQ(json(typed).at("type"), "deny");
 }
 
-TEST(VelmoTimeWindow, EqualityAndHashTreatDaysAndWeeksAsSets) {
-  auto reordered = lateNightsPlist();
-  reordered["days"] = PlistArray{"thu", "tue", "thu"};
-  reordered["weeksOfMonth"] = PlistArray{3, 1};
-  const auto decoded = VelmoTimeWindow::fromPlist(reordered);
-  ASSERT_TRUE(decoded);
-  EXPECT_EQ(*decoded, lateNights());
-  const std::hash<VelmoTimeWindow> hash;
-  EXPECT_EQ(hash(*decoded), hash(lateNights()));
-  // Absent and empty weeks match alike but are different values.
-  auto empty = lateNights();
-  empty.weeksOfMonth.emplace();
-  auto absent = lateNights();
-  absent.weeksOfMonth.reset();
-  EXPECT_NE(empty, absent);
-  EXPECT_NE(hash(empty), hash(absent));
-}
-
 struct PlistDecodeCase {
   const char* name;
   std::string key;                  // "hour" and "minute" are those of the start

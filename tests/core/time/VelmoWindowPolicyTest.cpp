@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <thread>
 
 #include "core/time/Iso8601DateFormatter.h"
 
@@ -210,40 +209,6 @@ TEST(VelmoWindowPolicy, AllowedArgumentComesBackWithItsFraction) {
   EXPECT_EQ(kWorkingHoursDenied.nextAllowedRunDateByScan(moment, 14), moment);
 }
 
-struct WeekCase {
-  const char* day;
-  int week;
-};
-
-class WeekOfMonth : public ::testing::TestWithParam<WeekCase> {};
-
-// Calendar weeks from Sunday, the week of the 1st being week 1.
-TEST_P(WeekOfMonth, IsTheCalendarsOwn) {
-  const auto moment = at(std::string(GetParam().day) + "T12:00:00Z");
-  for (int week = 0; week <= 7; ++week) {
-    const auto policy = allowing(window(kEveryDay, {0, 0}, {23, 59}, weeks({week})));
-    EXPECT_EQ(policy.isWithinAllowedWindow(moment), week == GetParam().week) << "week " << week;
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(Vectors, WeekOfMonth,
-                         ::testing::Values(WeekCase{"2026-03-01", 1}, WeekCase{"2026-03-07", 1},
-                                           WeekCase{"2026-03-08", 2}, WeekCase{"2026-03-10", 2},
-                                           WeekCase{"2026-03-31", 5}, WeekCase{"2026-04-01", 1},
-                                           WeekCase{"2026-04-04", 1}, WeekCase{"2026-04-05", 2},
-                                           WeekCase{"2026-04-07", 2}, WeekCase{"2026-04-14", 3},
-                                           WeekCase{"2026-05-31", 6}));
-
-// Only a non-empty set of weeks ties a window to the month.
-TEST(VelmoWindowPolicy, UsesMonthScopedWindows) {
-  const auto plain = window(kEveryDay, {0, 0}, {1, 0});
-  const auto scoped = window(kEveryDay, {0, 0}, {1, 0}, weeks({3}));
-  EXPECT_FALSE(VelmoWindowPolicy({plain}, {plain}, "UTC").usesMonthScopedWindows());
-  EXPECT_FALSE(allowing(window(kEveryDay, {0, 0}, {1, 0}, weeks({}))).usesMonthScopedWindows());
-  EXPECT_TRUE(VelmoWindowPolicy({plain}, {scoped}, "UTC").usesMonthScopedWindows());
-  EXPECT_TRUE(kTuesday.usesMonthScopedWindows());
-}
-
 TEST(VelmoWindowPolicy, ExtremeArgumentsGiveAnAnswer) {
   const auto policy = allowing(window({Weekday::sat}, {3, 0}, {3, 0}), "Asia/Beirut");
   for (const auto moment :
@@ -255,28 +220,6 @@ TEST(VelmoWindowPolicy, ExtremeArgumentsGiveAnAnswer) {
   const auto now = at("2026-03-10T12:00:00Z");
   EXPECT_EQ(policy.nextAllowedRunDate(now, 0), now);
   EXPECT_EQ(policy.nextAllowedRunDate(now, -5), now);
-}
-
-TEST(VelmoWindowPolicy, OnePolicyAndItsCopiesServeSeveralThreads) {
-  const VelmoWindowPolicy policy({VelmoWindowPolicy::tuesdayWindow()},
-                                 {window(kEveryDay, {12, 0}, {12, 30})}, "America/New_York");
-  const auto start = at("2026-01-01T00:00:00Z");
-  const auto moment = [&](int i) { return start + i * std::chrono::hours(59); };
-  std::vector<TimePoint> expected;
-  for (int i = 0; i < 24; ++i) expected.push_back(policy.nextAllowedRunDate(moment(i), 60));
-
-  std::vector<int> mismatches(4, 0);
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&, t, copy = policy] {
-      for (int i = 0; i < 120; ++i) {
-        const auto& used = (i % 2 == 0) ? policy : copy;
-        if (used.nextAllowedRunDate(moment(i % 24), 60) != expected[i % 24]) ++mismatches[t];
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  EXPECT_EQ(mismatches, std::vector<int>(4, 0));
 }
 
 // Each stretch names what decides it: the lowest-indexed blackout, the allow
