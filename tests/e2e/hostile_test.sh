@@ -2,15 +2,15 @@
 # A hostile local user. Malformed posts of every name the agent observes (no
 # object, not JSON, JSON of the wrong shape, 60 kB strings, wrong user-info
 # types, sasa{ss} bodies, wrong signatures) are each logged and dropped; a
-# flood of 100,000 posts leaves the agent's resident memory within 10% of what
-# it was before, and starts only a few tool runs; managed plists replaced by
+# flood of 10,000 posts of every name starts only a few tool runs (the flood
+# scenario bounds memory and the tool's processes); managed plists replaced by
 # garbage are survived. Throughout, the agent stays up, and at the end its
 # state files still parse and keep every seeded item and deferral.
 # Usage: hostile_test.sh <velmo-agent> <stand-in tool> <velmo-bus-post>
 source "$(dirname "$0")/lib.sh"
 e2e_setup "$1" "$2"
 bus_post="$3"
-export VELMO_STANDIN_UPDATE_AVAILABLE="a b c m1 m2 m3 m4"
+export VELMO_STANDIN_UPDATE_AVAILABLE="a b c m1 m2 m3"
 v=com.marvenith.velmo
 mcx=com.apple.MCX._managementStatusChangedForDomains
 key=com.apple.MCX.changedDomains
@@ -21,7 +21,6 @@ emit() {  # emit <name> <object as GVariant text> <user info as GVariant text>
     fail "could not emit $1"
 }
 send() { dbus-send --system --type=signal /com/marvenith/velmo $v.Notifications.Post "$@" || fail "dbus-send $*"; }
-rss() { awk '/^VmRSS/ { print $2 }' "/proc/$agent_pid/status"; }
 marker() {  # A valid item after everything else; its arrival means the rest was read.
   mark=$1
   post addItemsToUIControllerQueue "[$(item_json "$mark")]"
@@ -80,22 +79,13 @@ flood() {  # flood <divisor>: 100,000 posts divided by the divisor, from eleven 
   poster $v.userInitiatedUpdateCheck 4000
   for pid in $pids; do wait "$pid" || fail "a poster failed"; done
 }
-flood 20
-marker m2
-settle
-sleep 10.5  # The agent hands freed memory back to the system every 10 s.
-before=$(rss)
 calls=$(wc -l <"$workdir/calls.log")
 started=$(date +%s.%N)
-flood 1
-marker m3
+flood 10
+marker m2
 settle
-sleep 10.5
-after=$(rss)
 spawned=$(($(wc -l <"$workdir/calls.log") - calls))
-echo "flood of 100,000 posts: taken in $(seconds_between "$started" "$(date +%s.%N)") s;" \
-  "VmRSS ${before} kB before, ${after} kB after; $spawned tool calls"
-within "$after" "$((before * 9 / 10))" "$((before * 11 / 10))" || fail "VmRSS $before kB -> $after kB"
+echo "flood of 10,000 posts: taken in $(seconds_between "$started" "$(date +%s.%N)") s; $spawned tool calls"
 [ "$spawned" -le 40 ] || fail "$spawned tool calls during the flood"
 
 managed="$root/Library/Managed Preferences"
@@ -119,7 +109,7 @@ garbage() {  # garbage <kind>: one kind of broken plist, in every managed domain
   kill -0 "$agent_pid" || fail "the agent died of $1 managed plists"
 }
 for kind in random binary truncated types array nulkey empty random; do garbage $kind; done
-marker m4
+marker m3
 echo "managed plists of random bytes, bplist garbage, truncated XML, wrong types, an array root, a NUL in a key and nothing: survived"
 
 plist="$root/Library/Preferences/$v-agent.plist"
@@ -133,7 +123,7 @@ fi
 plist_ok "$plist" || fail "agent plist does not parse: $(head -c 300 "$plist")"
 json_ok "$(state_file)" || fail "state file does not parse"
 json_ok "$deferrals" || fail "deferrals file does not parse"
-[ "$(state_ids | tr '\n' ' ')" = "a b c m1 m2 m3 m4 " ] || fail "state file ids: $(state_ids | tr '\n' ' ')"
+[ "$(state_ids | tr '\n' ' ')" = "a b c m1 m2 m3 " ] || fail "state file ids: $(state_ids | tr '\n' ' ')"
 has_line '"d_2.0"' "$deferrals" || fail "seeded deferral lost: $(cat "$deferrals")"
 echo "state plist, update state (ids $(state_ids | tr '\n' ' ')) and deferrals parse"
 # Beyond ten a minute, each name's held-back lines are counted in one line.

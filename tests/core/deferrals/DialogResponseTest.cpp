@@ -17,31 +17,6 @@ UpdateItem item(std::string installPath = "/Applications/Foo Bar.app") {
   return UpdateItem("com.example.foo", "Foo", "2.0", "1.9", std::move(installPath), true, false);
 }
 
-// The notifier's key for each case; four of the cases are deferrals.
-TEST(ResponseType, EachCaseRoundTripsUnderItsOwnKey) {
-  const std::pair<const char*, bool> rows[] = {
-      {R"({"update":{}})", false},
-      {R"({"forceUpdateAtDeferralLimit":{}})", false},
-      {R"({"deferral":{}})", true},
-      {R"({"dndDeferral":{}})", true},
-      {R"({"interruptedDueToSleep":{}})", false},
-      {R"({"timeout":{}})", false},
-      {R"({"timeoutAsDeferral":{}})", true},
-      {R"({"meetingDeferral":{"type":"Zoom \"Pro\""}})", true},
-      {R"({"error":{}})", false}};
-  std::set<Kind> kinds;
-  for (const auto& [text, isDeferral] : rows) {
-    const auto response = ResponseType::fromJSON(json::parse(text));
-    ASSERT_TRUE(response) << text;
-    EXPECT_EQ(response->toJSON().dump(), text);
-    EXPECT_EQ(response->isDeferral(), isDeferral) << text;
-    kinds.insert(response->kind);
-  }
-  EXPECT_EQ(kinds.size(), std::size(rows));
-  EXPECT_EQ((ResponseType{Kind::meetingDeferral, "Huddle"}).reasonText(),
-            "Respect meetings deferral (Huddle)");
-}
-
 struct BadResponseRow {
   const char* jsonText;
   bool keyCountError;

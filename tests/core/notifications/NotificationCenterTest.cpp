@@ -31,20 +31,5 @@ TEST(NotificationCenter, ObserversRemovedDuringAPostAreNotCalledAfterwards) {
   EXPECT_EQ(calls, Calls{"self"});
 }
 
-TEST(NotificationCenter, AnObserverAddedDuringAPostWaitsForTheNextPost) {
-  NotificationCenter center;
-  Calls calls;
-  center.addObserver(kName, [&](const std::any&) {
-    calls.push_back("adder");
-    if (calls.size() == 1) {
-      center.addObserver(kName, [&](const std::any&) { calls.push_back("added"); });
-    }
-  });
-
-  center.post(kName);
-  center.post(kName);
-  EXPECT_EQ(calls, (Calls{"adder", "adder", "added"}));
-}
-
 }  // namespace
 }  // namespace velmo::core

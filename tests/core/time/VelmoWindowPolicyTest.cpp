@@ -222,45 +222,5 @@ TEST(VelmoWindowPolicy, ExtremeArgumentsGiveAnAnswer) {
   EXPECT_EQ(policy.nextAllowedRunDate(now, -5), now);
 }
 
-// Each stretch names what decides it: the lowest-indexed blackout, the allow
-// window of other weeks, or no window at all. 2026-11-09 is a Monday of
-// calendar week 2, 2026-11-16 one of week 3.
-TEST(VelmoWindowPolicyStretches, NameWhatDecidesThem) {
-  using Kind = VelmoWindowPolicy::Verdict::Kind;
-  const VelmoWindowPolicy policy(
-      {window({Weekday::tue}, {1, 0}, {2, 0}),
-       window({Weekday::mon}, {9, 0}, {16, 59}, weeks({2}))},
-      {window(kEveryDay, {12, 0}, {12, 59}), window(kEveryDay, {11, 0}, {12, 29})}, "UTC");
-  struct Expected {
-    const char* start;
-    Kind kind;
-    int window;
-  };
-  const auto check = [&](const char* from, const char* to, std::vector<Expected> expected) {
-    const auto stretches = policy.stretches(at(from), at(to));
-    ASSERT_EQ(stretches.size(), expected.size()) << from;
-    for (std::size_t i = 0; i < expected.size(); ++i) {
-      EXPECT_EQ(stretches[i].start, at(expected[i].start)) << from << " #" << i;
-      EXPECT_EQ(stretches[i].verdict,
-                (VelmoWindowPolicy::Verdict{expected[i].kind, expected[i].window}))
-          << from << " #" << i;
-    }
-  };
-  check("2026-11-09T08:30:00Z", "2026-11-09T18:00:00Z",
-        {{"2026-11-09T08:30:00Z", Kind::outside, -1},
-         {"2026-11-09T09:00:00Z", Kind::allowed, -1},
-         {"2026-11-09T11:00:00Z", Kind::blackout, 1},
-         {"2026-11-09T12:00:00Z", Kind::blackout, 0},
-         {"2026-11-09T13:00:00Z", Kind::allowed, -1},
-         {"2026-11-09T17:00:00Z", Kind::outside, -1}});
-  check("2026-11-16T08:30:00Z", "2026-11-16T18:00:00Z",
-        {{"2026-11-16T08:30:00Z", Kind::outside, -1},
-         {"2026-11-16T09:00:00Z", Kind::otherWeek, 1},
-         {"2026-11-16T11:00:00Z", Kind::blackout, 1},
-         {"2026-11-16T12:00:00Z", Kind::blackout, 0},
-         {"2026-11-16T13:00:00Z", Kind::otherWeek, 1},
-         {"2026-11-16T17:00:00Z", Kind::outside, -1}});
-}
-
 }  // namespace
 }  // namespace velmo::core
