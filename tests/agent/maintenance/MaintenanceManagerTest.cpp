@@ -42,23 +42,6 @@ class MaintenanceManagerTest : public ::testing::Test, protected testing::AgentF
   std::shared_ptr<MaintenanceManager> manager_;
 };
 
-TEST_F(MaintenanceManagerTest, EachStartRunsACycleAndRecordsIt) {
-  storeState({{"MaintenanceTaskRunCount", core::PlistValue("seven")}});
-  start();
-  // A count of the wrong type counts as none.
-  EXPECT_TRUE(logged("Maintenance cycle #1 finished in: "));
-  EXPECT_EQ(stored("MaintenanceTaskRunCount"), core::PlistValue(std::int64_t{1}));
-  EXPECT_TRUE(stored("LastMaintenanceTaskRun"));
-  // Without reporting turned on, the tool isn't run.
-  EXPECT_TRUE(launchedArguments().empty());
-
-  clock_.advance(hours(8) - seconds(1));
-  EXPECT_FALSE(logged("Maintenance cycle #2 started."));
-  clock_.advance(seconds(1));
-  EXPECT_TRUE(logged("Maintenance cycle #2 finished in: "));
-  EXPECT_EQ(clock_.pendingTimers(), 1u);
-}
-
 TEST_F(MaintenanceManagerTest, TheReportHoldsUpTheEndOfTheCycle) {
   stores_.setManaged("com.marvenith.velmo", {{"EnableDashboardReporting", true}});
   launcher_.enqueue({.exitAfter = minutes(3), .exitStatus = 7});
@@ -143,18 +126,6 @@ TEST_F(MaintenanceManagerTest, SleepAndWakeNeverStackTimers) {
   clock_.advance(hours(4) + minutes(40));
   EXPECT_TRUE(logged("Maintenance cycle #2 finished in: "));
   EXPECT_FALSE(logged("Maintenance cycle #3 started."));
-}
-
-TEST_F(MaintenanceManagerTest, AWakeDuringACycleLeavesItToThatCycle) {
-  stores_.setManaged("com.marvenith.velmo", {{"EnableDashboardReporting", true}});
-  launcher_.enqueue({.exitAfter = hours(1)});
-  start();
-  workspace_.send(platform::WorkspaceEvent::didWake);  // No date yet: a cycle is due.
-  clock_.runUntilIdle();
-  EXPECT_EQ(launchedArguments().size(), 1u);
-  clock_.advance(hours(1));
-  EXPECT_FALSE(logged("Maintenance cycle #2 started."));
-  EXPECT_EQ(stored("MaintenanceTaskRunCount"), core::PlistValue(std::int64_t{1}));
 }
 
 }  // namespace
