@@ -80,15 +80,5 @@ INSTANTIATE_TEST_SUITE_P(
                       std::array{"/caf\xc3\xa9", "file:///caf%C3%A9", "/caf\xc3\xa9"},
                       std::array{"/", "file:///", "/"}));
 
-TEST(URL, FileURLsNeedAnAbsolutePathAndAFileScheme) {
-  EXPECT_EQ(URL::fileURLWithPath("/Applications/./Foo.app")->standardized().path(),
-            "/Applications/Foo.app");
-  EXPECT_EQ(URL::fileURLWithPath("relative/path"), std::nullopt);
-  EXPECT_EQ(URL::fileURLWithPath("~/x"), std::nullopt);
-  EXPECT_TRUE(URL::fromString("FILE:///x")->isFileURL());
-  EXPECT_FALSE(URL::fromString("files:///x")->isFileURL());
-  EXPECT_FALSE(URL::fromString("/x")->isFileURL());
-}
-
 }  // namespace
 }  // namespace velmo::core

@@ -38,13 +38,5 @@ INSTANTIATE_TEST_SUITE_P(Table, Offset,
                                            SplayCase{kIdA, std::nullopt, 0},
                                            SplayCase{std::nullopt, 3600, 0}));
 
-TEST(RunSplay, TheMachineIdIsTheFileWithoutItsNewline) {
-  platform::fake::FakeFileManager files;
-  const platform::Paths paths("/sandbox");
-  EXPECT_EQ(RunSplay::readMachineId(files, paths), std::nullopt);
-  files.addFile("/sandbox/etc/machine-id", std::string(kIdA) + "\n");
-  EXPECT_EQ(RunSplay::readMachineId(files, paths), kIdA);
-}
-
 }  // namespace
 }  // namespace velmo::agent::run

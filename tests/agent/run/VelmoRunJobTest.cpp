@@ -56,20 +56,6 @@ TEST_F(VelmoRunJobTest, EachCommandGetsTheTimeLimitOfItsVerb) {
   EXPECT_EQ(capture_.errors().size(), 4u);  // Two time-out lines, two exit-code lines.
 }
 
-TEST_F(VelmoRunJobTest, OnlyTheMenuBarAppHearsTheEndOfTheRunAndGetsItsFlag) {
-  runJob();
-  EXPECT_TRUE(logged("No installations occurred during this Velmo Run."));
-  EXPECT_TRUE(distributed_.posts().empty());
-
-  enableMenuBarApp();
-  runJob(true);
-  EXPECT_EQ(launchedArguments().back(),
-            (std::vector<std::string>{"install", "marvenith-velmo", "--running-first",
-                                      "--menu-bar-notification"}));
-  EXPECT_EQ(distributed_.postsNamed(core::NotificationName::velmoAgentUpdateTasksCompleted).size(),
-            1u);
-}
-
 TEST_F(VelmoRunJobTest, WithNoCommandTheRunStillEndsProperly) {
   stores_.setManaged("com.marvenith.velmo-agent", {{"DisableSelfUpdate", true}});
   prefs_ = makePrefs();

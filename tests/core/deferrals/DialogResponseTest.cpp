@@ -46,23 +46,6 @@ INSTANTIATE_TEST_SUITE_P(
                       BadResponseRow{R"({"deferral":[]})", false},
                       BadResponseRow{R"("deferral")", false}, BadResponseRow{"[{}]", false}));
 
-TEST(DialogResponse, RoundTripsThroughJSONWithAFileURLOfTheInstallPath) {
-  const auto original = DialogResponse::fromItem(item(), {Kind::meetingDeferral, "Huddle"});
-  EXPECT_EQ(original.url.absoluteString(), "file:///Applications/Foo%20Bar.app");
-  EXPECT_EQ(original.path(), "/Applications/Foo Bar.app");
-
-  auto object = json::parse(original.jsonText().value());
-  EXPECT_EQ(object["url"], "file:///Applications/Foo%20Bar.app");
-  EXPECT_EQ(object["response"], json::parse(R"({"meetingDeferral":{"type":"Huddle"}})"));
-  object["extra"] = true;  // Unknown keys are ignored.
-  const auto decoded = DialogResponse::fromJSONText(object.dump());
-  ASSERT_TRUE(decoded);
-  EXPECT_EQ(decoded->appId, original.appId);
-  EXPECT_EQ(decoded->targetVersion, original.targetVersion);
-  EXPECT_EQ(decoded->url, original.url);
-  EXPECT_EQ(decoded->response, original.response);
-}
-
 TEST(DialogResponse, TakesARelativeInstallPathFromTheRoot) {
   EXPECT_EQ(DialogResponse::fromItem(item("Foo.app"), {}).path(), "/Foo.app");
   EXPECT_EQ(DialogResponse::fromItem(item(""), {}).url.absoluteString(), "file:///");

@@ -37,16 +37,5 @@ INSTANTIATE_TEST_SUITE_P(
         IdentifierCase{"caf\xc3\xa9", false}, IdentifierCase{"a=b", false},
         IdentifierCase{"$(id)", false}));
 
-TEST(ToolIdentifier, APolicyListKeepsValidIDsInOrderAndNamesEachOther) {
-  testing::LogCapture capture;
-  const CustomLogger logger("com.example", "Tests");
-  EXPECT_EQ(ToolIdentifier::admitted({"b", "-x", "a", "a b"}, "InstallOrUpdate", logger),
-            (std::vector<std::string>{"b", "a"}));
-  EXPECT_EQ(
-      capture.errors(),
-      (std::vector<std::string>{"Ignoring \"-x\" in InstallOrUpdate: not a valid catalogue ID.",
-                                "Ignoring \"a b\" in InstallOrUpdate: not a valid catalogue ID."}));
-}
-
 }  // namespace
 }  // namespace velmo::core

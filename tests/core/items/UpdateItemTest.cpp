@@ -15,19 +15,6 @@ UpdateItem item(std::optional<std::string> installed = std::nullopt,
                     true, false, serial);
 }
 
-TEST(UpdateItem, EncodesOptionalKeysOnlyWhenPresentAndDecodesBack) {
-  for (const auto& original : {item(), item("1.9", false)}) {
-    const auto decoded = UpdateItem::fromJSONText(original.jsonText().value());
-    ASSERT_TRUE(decoded);
-    EXPECT_EQ(json::parse(*original.jsonText()).size(), original.installedVersion ? 8u : 6u);
-    EXPECT_EQ(decoded->installedVersion, original.installedVersion);
-    EXPECT_EQ(decoded->serialInstallRequired, original.serialInstallRequired);
-    EXPECT_EQ(decoded->installPath, original.installPath);
-    EXPECT_TRUE(decoded->respectDnd);
-  }
-  EXPECT_EQ(item("\xff").jsonText(), std::nullopt);  // Not UTF-8: no JSON form.
-}
-
 std::vector<std::string> badItems() {
   std::vector<std::string> texts = {"{", "", "null", "[]", R"("x")", "{} x"};
   const auto good = json::parse(item("1", true).jsonText().value());

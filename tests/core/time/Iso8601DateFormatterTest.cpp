@@ -45,11 +45,5 @@ INSTANTIATE_TEST_SUITE_P(
                       ParseCase{"0001-01-01T00:00:00Z", std::nullopt}, ParseCase{"", std::nullopt},
                       ParseCase{"not a date at all!!", std::nullopt}));
 
-TEST(Iso8601DateFormatter, WritesUtcWholeSecondsAndReadsItBack) {
-  const auto withFraction = kT + std::chrono::milliseconds(987);
-  EXPECT_EQ(Iso8601DateFormatter::string(withFraction), "2026-03-10T14:05:09Z");
-  EXPECT_EQ(Iso8601DateFormatter::date(Iso8601DateFormatter::string(withFraction)), kT);
-}
-
 }  // namespace
 }  // namespace velmo::core

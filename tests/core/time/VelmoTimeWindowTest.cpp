@@ -46,26 +46,6 @@ PlistDictionary lateNightsPlist() {
           {"end", PlistDictionary{{"hour", 6}, {"minute", 30}}}};
 }
 
-TEST(VelmoTimeWindow, CodesBothWaysLeavingOutAbsentOptionals) {
-  EXPECT_EQ(lateNights().toPlist(), PlistValue(lateNightsPlist()));
-  EXPECT_EQ(json(lateNights()), json::parse(R"({"days":["tue","thu"],"weeksOfMonth":[1,3],
-      "start":{"hour":22,"minute":0},"end":{"hour":6,"minute":30}})"));
-
-  auto typed = lateNights();
-  typed.type = VelmoTimeWindow::WindowType::deny;
-  const VelmoTimeWindow emptyWeeks{std::nullopt, {}, std::set<std::int64_t>{}, {0, 0}, {0, 0}};
-  const VelmoTimeWindow odd{VelmoTimeWindow::WindowType::allow,
-                            {Weekday::sun},
-                            std::set<std::int64_t>{0, 7, -1},
-                            {kMax, -5},
-                            {25, 61}};
-  for (const auto& window : {lateNights(), typed, emptyWeeks, odd}) {
-    EXPECT_EQ(VelmoTimeWindow::fromPlist(window.toPlist()), window);
-    EXPECT_EQ(json::parse(json(window).dump()).get<VelmoTimeWindow>(), window);
-  }
-  EXPECT_EQ(json(typed).at("type"), "deny");
-}
-
 struct PlistDecodeCase {
   const char* name;
   std::string key;                  // "hour" and "minute" are those of the start
