@@ -68,10 +68,8 @@ TEST_F(VirtualClockTest, EightHoursOfOneSecondSleepsPassInstantly) {
         }
       },
       asio::detached);
-  const TimePoint start = clock_.now();
   clock_.advance(hours(8));
   EXPECT_EQ(wakes, 8 * 3600);
-  EXPECT_EQ(clock_.now() - start, hours(8));
 }
 
 }  // namespace

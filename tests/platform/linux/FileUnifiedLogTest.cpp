@@ -12,7 +12,7 @@
 namespace velmo::platform::linux {
 namespace {
 
-TEST(FileUnifiedLog, AppendsOneStampedLinePerMessageAtEveryLevel) {
+TEST(FileUnifiedLog, AppendsOneStampedLinePerMessageAtEveryLevelOrDropsItQuietly) {
   asio::io_context context;
   fake::VirtualClock clock(context);
   const auto path = std::filesystem::temp_directory_path() /
@@ -33,13 +33,7 @@ TEST(FileUnifiedLog, AppendsOneStampedLinePerMessageAtEveryLevel) {
             "2026-03-10T14:05:09.000Z debug [com.marvenith.velmo-agent:VelmoRunner] first\n"
             "2026-03-10T14:05:10.500Z error [s:c] second\n");
   std::filesystem::remove(path);
-}
-
-TEST(FileUnifiedLog, AnUnwritablePathDropsLinesQuietly) {
-  asio::io_context context;
-  fake::VirtualClock clock(context);
-  FileUnifiedLog log("/nonexistent-dir/velmo.log", clock);
-  log.write(UnifiedLogType::info, "s", "c", "lost");
+  FileUnifiedLog("/nonexistent-dir/velmo.log", clock).write(UnifiedLogType::info, "s", "c", "lost");
 }
 
 }  // namespace

@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using Posts = std::vector<core::PlistArray>;
 
-constexpr std::string_view kAgentDomain = ManagedPreferencesWatcher::kUserDefaultsDomain;
+const std::string kAgentDomain(ManagedPreferencesWatcher::kUserDefaultsDomain);
 constexpr Duration kSettle = ManagedPreferencesWatcher::kSettleTime;
 
 fs::path makeRoot() {
@@ -133,11 +133,9 @@ TEST_F(ManagedPreferencesWatcherTest, FilesThatAreNoPlistOfAWatchedDomainPostNot
   EXPECT_EQ(userDefaultsChanges_, 0);
 }
 
-enum class Store { managed, root, machine };
-
 struct StoreCase {
   std::string label;
-  Store store;
+  fs::path (Paths::*store)(std::string_view) const;  // The store's file of a domain.
   std::string domain;
   bool posts;  // The domain, under each name.
   int userDefaultsChanges;
@@ -150,9 +148,7 @@ class ManagedPreferencesWatcherStoreTest : public ManagedPreferencesWatcherTest,
 TEST_P(ManagedPreferencesWatcherStoreTest, PostsWhatTheChangedStoreStandsFor) {
   const auto& [label, store, domain, posts, userDefaultsChanges] = GetParam();
   start();
-  writeAtomically(store == Store::managed ? paths_.managedPreferencesFile(domain)
-                  : store == Store::root  ? paths_.rootPreferencesFile(domain)
-                                          : paths_.machinePreferencesFile(domain));
+  writeAtomically((paths_.*store)(domain));
   if (posts || userDefaultsChanges > 0) {
     ASSERT_TRUE(pumpUntilArmed());
   } else {
@@ -170,11 +166,14 @@ TEST_P(ManagedPreferencesWatcherStoreTest, PostsWhatTheChangedStoreStandsFor) {
 INSTANTIATE_TEST_SUITE_P(
     Stores, ManagedPreferencesWatcherStoreTest,
     ::testing::Values(
-        StoreCase{"ManagedAgentDomain", Store::managed, std::string(kAgentDomain), true, 1},
-        StoreCase{"ManagedOtherDomain", Store::managed, "com.apple.controlcenter", true, 0},
-        StoreCase{"RootStoreAgentDomain", Store::root, std::string(kAgentDomain), false, 1},
-        StoreCase{"MachineStoreAgentDomain", Store::machine, std::string(kAgentDomain), false, 1},
-        StoreCase{"MachineStoreOtherDomain", Store::machine, "com.marvenith.velmo", false, 0}),
+        StoreCase{"ManagedAgentDomain", &Paths::managedPreferencesFile, kAgentDomain, true, 1},
+        StoreCase{"ManagedOtherDomain", &Paths::managedPreferencesFile, "com.apple.controlcenter",
+                  true, 0},
+        StoreCase{"RootStoreAgentDomain", &Paths::rootPreferencesFile, kAgentDomain, false, 1},
+        StoreCase{"MachineStoreAgentDomain", &Paths::machinePreferencesFile, kAgentDomain, false,
+                  1},
+        StoreCase{"MachineStoreOtherDomain", &Paths::machinePreferencesFile, "com.marvenith.velmo",
+                  false, 0}),
     [](const auto& info) { return info.param.label; });
 
 TEST_F(ManagedPreferencesWatcherTest, MissingFoldersAreCreatedWithMode0755) {

@@ -33,25 +33,19 @@ class PlistPreferenceStoresTest : public ::testing::Test {
   PosixFileManager files_;
 };
 
+// Each read sees the files as they are on disk now.
 TEST_F(PlistPreferenceStoresTest, UserDefaultsSearchManagedThenRootThenMachineKeyByKey) {
-  write(paths_.managedPreferencesFile(kDomain), PlistDictionary{{"A", "managed"}});
-  write(paths_.rootPreferencesFile(kDomain), PlistDictionary{{"A", "root"}, {"B", "root"}});
+  PlistUserDefaults defaults(files_, paths_, kDomain);
+  EXPECT_EQ(defaults.object("A"), std::nullopt);
   write(paths_.machinePreferencesFile(kDomain),
         PlistDictionary{{"A", "machine"}, {"B", "machine"}, {"C", "machine"}});
-  PlistUserDefaults defaults(files_, paths_, kDomain);
+  EXPECT_EQ(defaults.object("A"), PlistValue("machine"));
+  write(paths_.rootPreferencesFile(kDomain), PlistDictionary{{"A", "root"}, {"B", "root"}});
+  write(paths_.managedPreferencesFile(kDomain), PlistDictionary{{"A", "managed"}});
   EXPECT_EQ(defaults.object("A"), PlistValue("managed"));
   EXPECT_EQ(defaults.object("B"), PlistValue("root"));
   EXPECT_EQ(defaults.object("C"), PlistValue("machine"));
   EXPECT_EQ(defaults.object("D"), std::nullopt);
-}
-
-TEST_F(PlistPreferenceStoresTest, AFileChangedOnDiskIsSeenByTheNextRead) {
-  PlistUserDefaults defaults(files_, paths_, kDomain);
-  EXPECT_EQ(defaults.object("UpdateAll"), std::nullopt);
-  write(paths_.machinePreferencesFile(kDomain), PlistDictionary{{"UpdateAll", true}});
-  EXPECT_EQ(defaults.object("UpdateAll"), PlistValue(true));
-  write(paths_.managedPreferencesFile(kDomain), PlistDictionary{{"UpdateAll", false}});
-  EXPECT_EQ(defaults.object("UpdateAll"), PlistValue(false));
 }
 
 TEST_F(PlistPreferenceStoresTest, WritesGoToRootsOwnStoreAndKeepItsOtherKeys) {

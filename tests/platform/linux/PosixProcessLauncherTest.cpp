@@ -62,7 +62,7 @@ TEST_P(LaunchFailures, AreReportedWithADescription) {
   const auto notExecutable = dir / "plain-file";
   std::ofstream(notExecutable) << "#!/bin/sh\nexit 0\n";
   const std::map<std::string, std::filesystem::path> programs{
-      {"missing", dir / "missing"}, {"not-executable", notExecutable}, {"directory", dir}};
+      {"Missing", dir / "missing"}, {"NotExecutable", notExecutable}, {"Directory", dir}};
 
   PosixProcessLauncher launcher;
   auto result = launcher.launch(programs.at(GetParam()), {});
@@ -73,7 +73,8 @@ TEST_P(LaunchFailures, AreReportedWithADescription) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, LaunchFailures,
-                         ::testing::Values("missing", "not-executable", "directory"));
+                         ::testing::Values("Missing", "NotExecutable", "Directory"),
+                         [](const auto& info) { return info.param; });
 
 }  // namespace
 }  // namespace velmo::platform::linux

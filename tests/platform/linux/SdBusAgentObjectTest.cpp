@@ -127,45 +127,24 @@ TEST_F(SdBusAgentObjectTest, BusClientsSeeEveryPropertyWithItsWireValue) {
       << output;
 }
 
-struct StatusCase {
-  const char* name;
-  AgentStatus status;
-};
-
-void PrintTo(const StatusCase& c, std::ostream* os) { *os << c.name; }
-
-class StatusRoundTrip : public SdBusAgentObjectTest,
-                        public ::testing::WithParamInterface<StatusCase> {};
-
-TEST_P(StatusRoundTrip, TheReaderGetsWhatWasPublishedAndTheAgentsPid) {
-  agent_->publish(GetParam().status);
+// Every field set, each date its own; the bus restart case reads back one with none.
+TEST_F(SdBusAgentObjectTest, TheReaderGetsWhatWasPublishedAndTheAgentsPid) {
+  const AgentStatus status{.version = "grüße",
+                           .startedAt = at(1),
+                           .nextRunDate = at(1773165909000000),
+                           .runInProgress = true,
+                           .runStartedAt = at(1773151600123456),
+                           .runPending = true,
+                           .lastRunDate = at(1773140000000000),
+                           .runCount = 9000000000,
+                           .nextMaintenanceDate = at(1773200000000000),
+                           .maintenanceRunning = true};
+  agent_->publish(status);
   const auto agent = read();
   ASSERT_TRUE(agent);
-  EXPECT_EQ(agent->status, GetParam().status);
+  EXPECT_EQ(agent->status, status);
   EXPECT_EQ(agent->pid, ::getpid());
 }
-
-INSTANTIATE_TEST_SUITE_P(Table, StatusRoundTrip,
-                         ::testing::Values(StatusCase{"NothingPlanned",
-                                                      {.version = "0.1.0 (1)",
-                                                       .startedAt = at(1773151509000000)}},
-                                           StatusCase{"RunGoingOn",
-                                                      {.version = "0.1.0 (1)",
-                                                       .startedAt = at(1773151509000001),
-                                                       .runInProgress = true,
-                                                       .runStartedAt = at(1773151600123456),
-                                                       .runPending = true,
-                                                       .lastRunDate = at(1773140000000000),
-                                                       .runCount = 9000000000}},
-                                           StatusCase{"IdleWithPlansAndMaintenance",
-                                                      {.version = "grüße",
-                                                       .startedAt = at(1),
-                                                       .nextRunDate = at(1773165909000000),
-                                                       .lastRunDate = at(1773151509999999),
-                                                       .runCount = 1,
-                                                       .nextMaintenanceDate = at(1773200000000000),
-                                                       .maintenanceRunning = true}}),
-                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(SdBusAgentObjectTest, APublishAnnouncesExactlyWhatChangedInOneSignal) {
   std::vector<std::set<std::string>> signals;  // The changed names of each.
@@ -264,7 +243,6 @@ TEST(SdBusAgentStatusReader, TakesOnlyWellTypedPropertiesFromAForgedAnswer) {
   ASSERT_TRUE(agent);
   EXPECT_EQ(agent->status,
             (AgentStatus{.runInProgress = true, .lastRunDate = at(1773151509000000)}));
-  EXPECT_EQ(agent->pid, ::getpid());
 }
 
 TEST(SdBusAgentStatusReader, GivesNothingWithoutAnAgentThatAnswers) {
