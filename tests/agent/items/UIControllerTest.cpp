@@ -99,26 +99,6 @@ TEST_F(UIControllerTest, ThreeSavesWithinTheThrottleWriteTwice) {
   EXPECT_EQ(queueChangedPosts(), 1u);
 }
 
-TEST_F(UIControllerTest, WritesFarApartPostOnceEach) {
-  start();
-  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"a"}));
-  advance(seconds(3));
-  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"b"}));
-  advance(seconds(1));
-  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"c"}));
-  advance(seconds(3));
-  EXPECT_EQ(queueChangedPosts(), 2u);
-}
-
-TEST_F(UIControllerTest, AnAddWithAKnownIDKeepsItsPlaceAndTakesAllFields) {
-  start();
-  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"a", "b"}));
-  deliver(Name::addItemsToUIControllerQueue, "[" + itemJSON("a", "3.0") + "]");
-  EXPECT_EQ(ids(), (std::vector<std::string>{"a", "b"}));
-  EXPECT_EQ(controller_->updateItems()[0].targetVersion, "3.0");
-  EXPECT_EQ(debugCount("Updated existing update item: a"), 1u);
-}
-
 struct BadInput {
   const char* name;
   std::string_view notification;
