@@ -21,10 +21,7 @@ extern char** environ;
 namespace velmo::agent::run {
 namespace {
 
-using core::PlistDate;
 using core::PlistValue;
-
-const platform::TimePoint kT{std::chrono::seconds(1773151509)};  // 2026-03-10T14:05:09Z
 
 class PlistManagerTest : public ::testing::Test {
  protected:

@@ -19,10 +19,7 @@ using std::chrono::minutes;
 using std::chrono::seconds;
 using Events = std::vector<std::string>;
 
-constexpr const char* kLocked = "RunGate locked (starting operation).";
 constexpr const char* kUnlocked = "RunGate unlocked (operation complete).";
-constexpr const char* kMarked =
-    "Request received while running; marking pending and waiting for completion.";
 constexpr const char* kLooping =
     "A request arrived during operation; looping once more to service pending.";
 

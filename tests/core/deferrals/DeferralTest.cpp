@@ -2,18 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-
 #include <nlohmann/json.hpp>
 
 namespace velmo::core {
 namespace {
 
 using nlohmann::json;
-using namespace std::chrono;
-
-// 2026-03-10T14:05:09Z.
-const TimePoint kMarch10 = sys_days(year(2026) / March / 10) + hours(14) + minutes(5) + seconds(9);
 
 TEST(Deferral, AnOlderRecordStaysWithoutCountAndDetails) {
   const auto decoded = decodeDeferralMap(

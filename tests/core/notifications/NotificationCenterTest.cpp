@@ -9,7 +9,6 @@ namespace velmo::core {
 namespace {
 
 constexpr std::string_view kName = "com.marvenith.velmo.removeDeferralsForItem";
-constexpr std::string_view kOtherName = "NSUserDefaultsDidChangeNotification";
 using Calls = std::vector<std::string>;
 
 TEST(NotificationCenter, ObserversRemovedDuringAPostAreNotCalledAfterwards) {
