@@ -56,12 +56,9 @@ INSTANTIATE_TEST_SUITE_P(
     Table, AgentCommandTest,
     // Missing tool as root, extra arguments, unknown options and --version are
     // checked end to end (tests/e2e/cli_test.sh), without root as well.
-    ::testing::Values(CommandCase{"StartAsRootWithTool", {"start"}, true, 0, std::nullopt, ""},
-                      CommandCase{"NoArgumentMeansStart", {}, true, 0, std::nullopt, ""},
-                      // The tool check comes first, so a non-root user without the tool sees it.
-                      CommandCase{"ToolCheckBeforeRootCheck", {}, false, 501, 3, kToolMessage},
+    // The tool check comes first, so a non-root user without the tool sees it.
+    ::testing::Values(CommandCase{"ToolCheckBeforeRootCheck", {}, false, 501, 3, kToolMessage},
                       CommandCase{"NotRoot", {"start"}, true, 501, 2, kRootMessage},
-                      CommandCase{"UnknownSubcommand", {"stop"}, true, 0, 109, "stop", false},
                       CommandCase{
                           "Help", {"--help"}, false, 501, 0, "", true, "Start the Velmo Agent"}),
     [](const auto& info) { return std::string(info.param.name); });
