@@ -79,17 +79,5 @@ TEST_F(NotificationCenterIconObserverTest, AFailedValueIsNotTriedAgain) {
   EXPECT_EQ(observer_->currentIcon(), "/Library/Icon.png");
 }
 
-TEST_F(NotificationCenterIconObserverTest, NotificationsWithinTheQuietTimeMakeOneStep) {
-  start();
-  stores_.setManaged(kNotifier, {{"NotificationCenterIcon", "A"}});
-  for (int i = 0; i < 5; ++i) {
-    notify(kNotifier);
-    clock_.advance(seconds(4));
-  }
-  EXPECT_TRUE(launchedArguments().empty());
-  clock_.advance(seconds(1));
-  EXPECT_EQ(launchedArguments(), Calls{setIcon("A")});
-}
-
 }  // namespace
 }  // namespace velmo::agent::policy

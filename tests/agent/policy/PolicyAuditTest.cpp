@@ -36,12 +36,9 @@ TEST_P(Audit, OneLinePerChangedKey) {
   EXPECT_EQ(seen, GetParam().changes);
 }
 
-const auto nothing = [](VelmoRunConfig&) {};
-
 INSTANTIATE_TEST_SUITE_P(
     Table, Audit,
     ::testing::Values(
-        AuditCase{"SamePolicy", nothing, nothing, {}},
         AuditCase{"IntervalAndFlags",
                   [](VelmoRunConfig& c) { c.runInterval = 14400; },
                   [](VelmoRunConfig& c) {

@@ -2,41 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/fake/FakeUserDefaults.h"
-
 namespace velmo::agent::policy {
 namespace {
-
-using core::PlistArray;
-using core::PlistDictionary;
-
-core::PlistValue blackout() {
-  return PlistArray{PlistDictionary{{"days", PlistArray{"sat"}},
-                                    {"start", PlistDictionary{{"hour", 0}, {"minute", 0}}},
-                                    {"end", PlistDictionary{{"hour", 23}, {"minute", 59}}}}};
-}
-
-TEST(VelmoRunConfig, ReadsEachKeyWithItsConversion) {
-  platform::fake::FakeUserDefaults store;
-  store.setObject("RunInterval", "3600");             // A string is no interval.
-  store.setObject("UpdateOnly", PlistArray{"a", 7});  // One wrong element spoils the list.
-  store.setObject("InstallOrUpdate", PlistArray{"b", "b", "c"});
-  store.setObject("UpdateAll", 1);
-  store.setObject("AllowUserInitiatedOutsideWindows", 0);
-  store.setObject("EnableVelmoTuesdayWindow", "YES");
-  store.setObject("GlobalBlackoutWindows", blackout());
-  const VelmoRunConfig config = VelmoRunConfig::read(store);
-  EXPECT_EQ(config.runInterval, std::nullopt);
-  EXPECT_TRUE(config.updateOnly.empty());
-  EXPECT_EQ(config.installOrUpdate, (std::set<std::string>{"b", "c"}));
-  EXPECT_TRUE(config.updateAll);
-  EXPECT_FALSE(config.allowUserInitiatedOutsideWindows);
-  EXPECT_FALSE(config.velmoTuesdayOnly);
-  EXPECT_EQ(config.globalBlackoutWindows.size(), 1u);
-
-  store.setObject("RunInterval", 3600);
-  EXPECT_EQ(VelmoRunConfig::read(store).runInterval, 3600.0);
-}
 
 TEST(VelmoRunConfig, TheWindowPolicyFollowsTheOrderOfTheLists) {
   const core::VelmoTimeWindow weekend{
