@@ -88,12 +88,6 @@ TEST_F(ActiveIntervalManagerTest, ARelativeInstallPathIsTakenFromTheRoot) {
   EXPECT_EQ(quitAndWait("/Applications/Rel.app"), Calls{update("rel")});
 }
 
-TEST_F(ActiveIntervalManagerTest, TheListGoesBeforeTheResponses) {
-  deferred(item("from.response", "/Applications/Foo.app"));
-  list({item("from.list", "/Applications/Foo.app")});
-  EXPECT_EQ(quitAndWait("/Applications/Foo.app"), Calls{update("from.list")});
-}
-
 // Quits while an app's update runs start no second run; each set keeps its
 // newest entries.
 TEST_F(ActiveIntervalManagerTest, FloodsStayBounded) {

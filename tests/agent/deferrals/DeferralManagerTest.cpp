@@ -66,17 +66,6 @@ TEST_F(DeferralManagerTest, DeferralsCountPerAppAndVersionAndAnInstallClearsThem
   EXPECT_EQ(changedPosts(), 6u);
 }
 
-TEST_F(DeferralManagerTest, NonDeferralsChangeNothingAndPostNothing) {
-  respond(item("a"), {Kind::deferral, ""});
-  const auto before = files_.readFile(paths_.deferralsFile());
-  for (auto kind : {Kind::forceUpdateAtDeferralLimit, Kind::update, Kind::timeout, Kind::error,
-                    Kind::interruptedDueToSleep}) {
-    respond(item("a"), {kind, ""});
-  }
-  EXPECT_EQ(files_.readFile(paths_.deferralsFile()), before);
-  EXPECT_EQ(changedPosts(), 1u);
-}
-
 TEST_F(DeferralManagerTest, RemovalGoesByTheRecordsOwnAppIDUnderscoresAndAll) {
   respond(item("com.example_tool"), {Kind::deferral, ""});
   respond(item("com.example"), {Kind::deferral, ""});
@@ -95,12 +84,6 @@ TEST_F(DeferralManagerTest, RemovalGoesByTheRecordsOwnAppIDUnderscoresAndAll) {
   left = records();
   ASSERT_EQ(left.size(), 1u);
   EXPECT_EQ(left.begin()->second.appId, "com.example_tool");
-}
-
-TEST_F(DeferralManagerTest, ADamagedFileCountsAsEmptyAndIsReplaced) {
-  files_.addFile(paths_.deferralsFile(), "{\"broken\": ");
-  respond(item("a"), {Kind::deferral, ""});
-  EXPECT_EQ(records().at("a_2.0").deferralCount, 1);
 }
 
 // A burst is folded into few writes, each with one post; the file keeps the
