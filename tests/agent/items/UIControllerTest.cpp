@@ -169,15 +169,6 @@ TEST_F(UIControllerTest, OnlyInstalledRemovesAndOnlyAfterThreeSeconds) {
   EXPECT_TRUE(capture_.errors().empty());
 }
 
-TEST_F(UIControllerTest, ABadStateFileReadsAsEmptyAndTheFirstSaveReplacesIt) {
-  files_.addFile(paths_.updateStateFile(), "{not json");
-  start();
-  EXPECT_EQ(debugCount("No existing update state found. Starting fresh."), 1u);
-  EXPECT_TRUE(ids().empty());
-  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"a"}));
-  EXPECT_EQ(fileIDs(), std::vector<std::string>{"a"});
-}
-
 TEST_F(UIControllerTest, ItemsThatArriveBeforeTheLoadEndsAreKept) {
   files_.addFile(paths_.updateStateFile(), arrayJSON({"x", "y", "z"}));
   start(/*finishLoad=*/false);
@@ -192,22 +183,6 @@ TEST_F(UIControllerTest, ItemsThatArriveBeforeTheLoadEndsAreKept) {
   EXPECT_EQ(fileIDs(), (std::vector<std::string>{"x", "y", "z", "new"}));
 }
 
-TEST_F(UIControllerTest, AFailedWritePostsNothingAndLeavesTheOldFile) {
-  start();
-  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"a"}));
-  advance(seconds(3));
-  files_.failWrites(true);
-  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"b"}));
-  advance(seconds(3));
-  EXPECT_EQ(capture_.errors(),
-            std::vector<std::string>{"Failed to save update state file: Cannot write "
-                                     "/sandbox/Library/Application Support/Marvenith/Velmo/"
-                                     "UpdateState.json.tmp (NSPOSIXErrorDomain, code: 30)"});
-  EXPECT_EQ(fileIDs(), std::vector<std::string>{"a"});
-  EXPECT_EQ(queueChangedPosts(), 1u);
-  EXPECT_EQ(ids(), (std::vector<std::string>{"a", "b"}));
-}
-
 TEST_F(UIControllerTest, AnEnqueuedItemGoesToTheQueueNotToTheList) {
   start();
   deliver(Name::addItemsToUIControllerQueue, arrayJSON({"a"}));
@@ -215,17 +190,6 @@ TEST_F(UIControllerTest, AnEnqueuedItemGoesToTheQueueNotToTheList) {
   deliver(Name::enqueueUpdateItem, itemJSON("b"));
   EXPECT_EQ(launcher_.launches().size(), 2u);
   EXPECT_EQ(ids(), std::vector<std::string>{"a"});
-}
-
-// The throttle measures with the wall clock; one stepped back an hour still
-// saves within 0.3 s.
-TEST_F(UIControllerTest, AClockSteppedBackDelaysASaveByNoMoreThanTheThrottle) {
-  start();
-  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"a"}));
-  clock_.stepWallClock(-std::chrono::hours(1));
-  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"b"}));
-  advance(milliseconds(300));
-  EXPECT_EQ(fileIDs(), (std::vector<std::string>{"a", "b"}));
 }
 
 // An add that would take the list beyond its bound is refused whole; one that

@@ -47,9 +47,7 @@ TEST_P(QueueSides, SerialItemsWaitForEachOtherOthersDoNot) {
 
 INSTANTIATE_TEST_SUITE_P(
     Sides, QueueSides,
-    ::testing::Values(SideCase{"Serial", true, {seconds(0), seconds(10)}},
-                      SideCase{"ConcurrentFalse", false, {seconds(0), seconds(0)}},
-                      SideCase{"ConcurrentAbsent", std::nullopt, {seconds(0), seconds(0)}}),
+    ::testing::Values(SideCase{"Serial", true, {seconds(0), seconds(10)}}),
     [](const auto& info) { return std::string(info.param.name); });
 
 // Four run at once, the rest wait in order; a request for an id in work,

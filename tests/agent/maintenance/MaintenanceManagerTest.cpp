@@ -42,19 +42,6 @@ class MaintenanceManagerTest : public ::testing::Test, protected testing::AgentF
   std::shared_ptr<MaintenanceManager> manager_;
 };
 
-TEST_F(MaintenanceManagerTest, TheReportHoldsUpTheEndOfTheCycle) {
-  stores_.setManaged("com.marvenith.velmo", {{"EnableDashboardReporting", true}});
-  launcher_.enqueue({.exitAfter = minutes(3), .exitStatus = 7});
-  start();
-  EXPECT_EQ(debugCount("Dashboard Reporting is enabled."), 1u);
-  EXPECT_EQ(launchedArguments(), (Calls{{"report", "--submit"}}));
-  EXPECT_FALSE(logged("finished in: "));
-  clock_.advance(minutes(3));
-  EXPECT_TRUE(logged("Failed to submit Velmo Report with exit code: 7"));
-  EXPECT_TRUE(logged("Maintenance cycle #1 finished in: 3 minutes"));
-  EXPECT_EQ(stored("MaintenanceTaskRunCount"), core::PlistValue(std::int64_t{1}));
-}
-
 // A report that hangs is stopped after an hour, and the next cycle, after a
 // wake 9 h later, still cuts the log.
 TEST_F(MaintenanceManagerTest, AHungReportEndsItsCycleAfterAnHour) {
