@@ -149,5 +149,37 @@ INSTANTIATE_TEST_SUITE_P(
                      {"/commands/appQuit/2", "<app id>"}}}),
     [](const auto& info) { return std::string(info.param.name); });
 
+// The text an administrator reads: the README's example policy (Mon and Wed
+// 12:00-13:30) in the week picture, with the reason for the stretch after it.
+TEST(ConsoleText, ExplainDrawsTheWeekAndSaysWhy) {
+  Machine machine;
+  machine.files.addFile(kStateFile, kLastRunTwoHoursAgo);
+  machine.defaults.setObject(
+      "GlobalAllowWindows",
+      VelmoTimeWindow::toPlistArray(
+          {{.days = {Weekday::mon, Weekday::wed}, .start = {12, 0}, .end = {13, 30}}}));
+  std::ostringstream out, err;
+  const run::AgentCommand::Invocation invocation{.kind = Kind::explain};
+  ASSERT_EQ(ConsoleCommand::run(invocation,
+                                {machine.paths, machine.files, machine.stores, machine.defaults,
+                                 machine.clock, machine.agent, [] { return std::string("UTC"); }},
+                                false, out, err),
+            0)
+      << err.str();
+  const std::string text = out.str();
+  // Half-hour cells: 12:00-13:30 allowed, 13:30-14:00 partly (the end minute counts).
+  const auto row = [](const char* day, bool open) {
+    std::string cells;
+    for (int i = 0; i < 48; ++i) {
+      cells += !open || i < 24 || i > 27 ? "\u00b7" : i < 27 ? "\u2588" : "\u258c";
+    }
+    return std::string(day) + " " + cells + "\n";
+  };
+  EXPECT_NE(text.find(row("Wed 11 Mar", true)), std::string::npos) << text;
+  EXPECT_NE(text.find(row("Thu 12 Mar", false)), std::string::npos) << text;
+  EXPECT_NE(text.find(row("Mon 16 Mar", true)), std::string::npos) << text;
+  EXPECT_NE(text.find("blocked: outside every allow window"), std::string::npos) << text;
+}
+
 }  // namespace
 }  // namespace velmo::agent::console
