@@ -45,10 +45,9 @@ TEST_P(QueueSides, SerialItemsWaitForEachOtherOthersDoNot) {
   EXPECT_TRUE(queue_.concurrentQueueItems().empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Sides, QueueSides,
-    ::testing::Values(SideCase{"Serial", true, {seconds(0), seconds(10)}}),
-    [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Sides, QueueSides,
+                         ::testing::Values(SideCase{"Serial", true, {seconds(0), seconds(10)}}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 // Four run at once, the rest wait in order; a request for an id in work,
 // waiting or running, joins it; once done, the id can run again.

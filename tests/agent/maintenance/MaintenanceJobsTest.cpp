@@ -118,11 +118,12 @@ TEST_P(LogTruncationTest, CutsAfterTheFirstNewlineOfTheTail) {
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, LogTruncationTest,
-    ::testing::Values(
-        LogCase{"ExactlyAtTheLimit", lines(kLimit), lines(kLimit), "is already within the limit"},
-        // The tail holds no newline: the file stays whole.
-        LogCase{"NoNewlineInTheTail", "a\n" + std::string(kLimit, 'b'),
-                "a\n" + std::string(kLimit, 'b'), "Failed to find a suitable truncation position."}),
+    ::testing::Values(LogCase{"ExactlyAtTheLimit", lines(kLimit), lines(kLimit),
+                              "is already within the limit"},
+                      // The tail holds no newline: the file stays whole.
+                      LogCase{"NoNewlineInTheTail", "a\n" + std::string(kLimit, 'b'),
+                              "a\n" + std::string(kLimit, 'b'),
+                              "Failed to find a suitable truncation position."}),
     [](const auto& info) { return std::string(info.param.name); });
 
 // Temp artifacts, by name, with a one-day limit.

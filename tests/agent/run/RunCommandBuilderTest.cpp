@@ -25,29 +25,29 @@ TEST_P(RunCommandBuilderTest, BuildsTheExactVectors) {
 
 INSTANTIATE_TEST_SUITE_P(
     Table, RunCommandBuilderTest,
-    ::testing::Values(
-        BuildCase{"SelfUpdateDisabledWithUpdateAllAndDnd",
-                  {.updateAll = true,
-                   .installOrUpdateIDs = {"a"},
-                   .respectDND = true,
-                   .disableSelfUpdate = true},
-                  false,
-                  {{"install", "a", "--respect-dnd"},
-                   {"update-all", "--respect-exclusions-preference", "--exclusions", "a",
-                    "--respect-dnd"}}},
-        BuildCase{"ChannelTrimmedAnyCase",
-                  {.updateChannel = " BETA\n"},
-                  false,
-                  {{"install", "marvenith-velmo-preview"}}},
-        // Pasted from a web page: no-break space, line separator, ideographic space.
-        BuildCase{"ChannelTrimmedOfUnicodeWhiteSpace",
-                  {.updateChannel = "\u3000beta\u00a0\u2028"},
-                  false,
-                  {{"install", "marvenith-velmo-preview"}}},
-        BuildCase{"EveryUpdateOnlyIdAlsoInstalledLeavesAnEmptyCommand",
-                  {.installOrUpdateIDs = {"a"}, .updateOnlyIDs = {"a"}},
-                  false,
-                  {{"install", "marvenith-velmo", "a"}, {"install", "--update-only"}}}),
+    ::testing::Values(BuildCase{"SelfUpdateDisabledWithUpdateAllAndDnd",
+                                {.updateAll = true,
+                                 .installOrUpdateIDs = {"a"},
+                                 .respectDND = true,
+                                 .disableSelfUpdate = true},
+                                false,
+                                {{"install", "a", "--respect-dnd"},
+                                 {"update-all", "--respect-exclusions-preference", "--exclusions",
+                                  "a", "--respect-dnd"}}},
+                      BuildCase{"ChannelTrimmedAnyCase",
+                                {.updateChannel = " BETA\n"},
+                                false,
+                                {{"install", "marvenith-velmo-preview"}}},
+                      // Pasted from a web page: no-break space, line separator, ideographic space.
+                      BuildCase{"ChannelTrimmedOfUnicodeWhiteSpace",
+                                {.updateChannel = "\u3000beta\u00a0\u2028"},
+                                false,
+                                {{"install", "marvenith-velmo-preview"}}},
+                      BuildCase{
+                          "EveryUpdateOnlyIdAlsoInstalledLeavesAnEmptyCommand",
+                          {.installOrUpdateIDs = {"a"}, .updateOnlyIDs = {"a"}},
+                          false,
+                          {{"install", "marvenith-velmo", "a"}, {"install", "--update-only"}}}),
     [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

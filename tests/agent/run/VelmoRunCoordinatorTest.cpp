@@ -148,13 +148,13 @@ TEST_P(Splay, SpreadsFirstRunsAndWindowOpenings) {
   EXPECT_EQ(served, 1);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, Splay,
-    // 47 min 46 s into Wednesday's 02:00-03:00 window.
-    ::testing::Values(SplayRunCase{"TheOpeningIsSplayedInsideTheWindow",
-                                   "5f2a9c0e7b3d4e1fa8c6d2b9e0f1a3c4", 3600, true,
-                                   seconds(1 + 2866), kWednesday0200 + seconds(2866)}),
-    [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Table, Splay,
+                         // 47 min 46 s into Wednesday's 02:00-03:00 window.
+                         ::testing::Values(SplayRunCase{"TheOpeningIsSplayedInsideTheWindow",
+                                                        "5f2a9c0e7b3d4e1fa8c6d2b9e0f1a3c4", 3600,
+                                                        true, seconds(1 + 2866),
+                                                        kWednesday0200 + seconds(2866)}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 struct SkipCase {
   const char* name;
@@ -182,10 +182,10 @@ TEST_P(SkipFirstRun, SkipsOnlyWhileNoRunWasCounted) {
   EXPECT_TRUE(logged("Scheduled Velmo Run #2 started."));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Counts, SkipFirstRun,
-    ::testing::Values(SkipCase{"CountOfWrongType", core::PlistValue("3"), true}),
-    [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Counts, SkipFirstRun,
+                         ::testing::Values(SkipCase{"CountOfWrongType", core::PlistValue("3"),
+                                                    true}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(VelmoRunCoordinatorTest, AStartOutsideTheWindowsRecordsNothingAndPlansTheNextWindow) {
   allowOnlyWednesdayNight();
@@ -331,10 +331,10 @@ TEST_P(RunIntervalSetting, NeverRunsBackToBack) {
             clock_.now() + core::toDuration(core::TimeInterval(GetParam().expected)));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Values, RunIntervalSetting,
-    ::testing::Values(IntervalCase{"Negative", core::PlistValue(-60.5), 14400.0, true}),
-    [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Values, RunIntervalSetting,
+                         ::testing::Values(IntervalCase{"Negative", core::PlistValue(-60.5),
+                                                        14400.0, true}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 // At most three comparisons at once, and the job after the last one, are
 // checked against real processes end to end (tests/e2e/reconcile_test.sh).

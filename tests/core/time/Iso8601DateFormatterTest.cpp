@@ -23,11 +23,10 @@ TEST_P(Iso8601Parse, IsStrictAboutForm) {
   EXPECT_EQ(Iso8601DateFormatter::date(GetParam().text), GetParam().expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Vectors, Iso8601Parse,
-    ::testing::Values(ParseCase{"2026-03-10T14:05:09+0100", kT - hours(1)},
-                      ParseCase{"2026-03-10T14:05:09+01", kT - hours(1)},
-                      ParseCase{"2026-03-10T14:05:09+1:00", std::nullopt}));
+INSTANTIATE_TEST_SUITE_P(Vectors, Iso8601Parse,
+                         ::testing::Values(ParseCase{"2026-03-10T14:05:09+0100", kT - hours(1)},
+                                           ParseCase{"2026-03-10T14:05:09+01", kT - hours(1)},
+                                           ParseCase{"2026-03-10T14:05:09+1:00", std::nullopt}));
 
 }  // namespace
 }  // namespace velmo::core

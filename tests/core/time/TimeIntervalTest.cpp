@@ -18,10 +18,9 @@ TEST_P(DurationDescription, NamesEveryUnitThatApplies) {
   EXPECT_EQ(durationDescription(TimeInterval(GetParam().seconds)), GetParam().expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, DurationDescription,
-    ::testing::Values(IntervalCase{0, "0 seconds"},
-                      IntervalCase{604800, "1 week"}));
+INSTANTIATE_TEST_SUITE_P(Table, DurationDescription,
+                         ::testing::Values(IntervalCase{0, "0 seconds"},
+                                           IntervalCase{604800, "1 week"}));
 
 }  // namespace
 }  // namespace velmo::core

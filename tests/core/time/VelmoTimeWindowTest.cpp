@@ -67,11 +67,10 @@ TEST_P(PlistDecode, IsStrictAboutTheKnownKeys) {
   EXPECT_EQ(VelmoTimeWindow::fromPlist(window).has_value(), decodes);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, PlistDecode,
-    ::testing::Values(PlistDecodeCase{"UnknownType", "type", "block", false},
-                      PlistDecodeCase{"HourBoolean", "hour", true, false}),
-    [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Cases, PlistDecode,
+                         ::testing::Values(PlistDecodeCase{"UnknownType", "type", "block", false},
+                                           PlistDecodeCase{"HourBoolean", "hour", true, false}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 struct JsonDecodeCase {
   const char* name;
