@@ -17,40 +17,6 @@ UpdateItem item(std::string installPath = "/Applications/Foo Bar.app") {
   return UpdateItem("com.example.foo", "Foo", "2.0", "1.9", std::move(installPath), true, false);
 }
 
-struct BadResponseRow {
-  const char* jsonText;
-  bool keyCountError;
-};
-
-class ResponseTypeBadObject : public ::testing::TestWithParam<BadResponseRow> {};
-
-TEST_P(ResponseTypeBadObject, Fails) {
-  std::string error;
-  EXPECT_EQ(ResponseType::fromJSON(json::parse(GetParam().jsonText), &error), std::nullopt);
-  if (GetParam().keyCountError) {
-    EXPECT_EQ(error, kInvalidResponseKeys);
-  } else {
-    EXPECT_FALSE(error.empty());
-    EXPECT_NE(error, kInvalidResponseKeys);
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Objects, ResponseTypeBadObject,
-    ::testing::Values(BadResponseRow{R"({"update":{},"deferral":{}})", true},
-                      BadResponseRow{R"({"bogus":{}})", true}, BadResponseRow{"{}", true},
-                      BadResponseRow{R"({"meetingDeferral":{}})", false},
-                      BadResponseRow{R"({"meetingDeferral":{"type":null}})", false},
-                      BadResponseRow{R"({"meetingDeferral":"Zoom"})", false},
-                      BadResponseRow{R"({"deferral":null})", false},
-                      BadResponseRow{R"({"deferral":[]})", false},
-                      BadResponseRow{R"("deferral")", false}, BadResponseRow{"[{}]", false}));
-
-TEST(DialogResponse, TakesARelativeInstallPathFromTheRoot) {
-  EXPECT_EQ(DialogResponse::fromItem(item("Foo.app"), {}).path(), "/Foo.app");
-  EXPECT_EQ(DialogResponse::fromItem(item(""), {}).url.absoluteString(), "file:///");
-}
-
 std::vector<std::string> badResponses() {
   const auto good =
       json::parse(DialogResponse::fromItem(item(), {Kind::deferral, ""}).jsonText().value());

@@ -26,25 +26,5 @@ TEST(GetHelpActionButton, EncodesCapitalisedKeysWithoutIdOrAbsentOptionals) {
       "IconSymbol":"lifepreserver"})"));
 }
 
-class GetHelpActionButtonBadJson : public ::testing::TestWithParam<const char*> {};
-
-TEST_P(GetHelpActionButtonBadJson, FailsToDecodeAndLeavesTheTargetAlone) {
-  auto target = button(true, "x");
-  const auto before = target;
-  EXPECT_THROW(json::parse(GetParam()).get_to(target), json::exception);
-  EXPECT_EQ(target, before);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Objects, GetHelpActionButtonBadJson,
-    ::testing::Values(R"({"Payload":"p","ActionType":"openURL"})",
-                      R"({"Label":"l","ActionType":"openURL"})", R"({"Label":"l","Payload":"p"})",
-                      R"({"label":"l","Payload":"p","ActionType":"openURL"})",
-                      R"({"Label":"l","Payload":"p","ActionType":"openWeb"})",
-                      R"({"Label":null,"Payload":"p","ActionType":"openURL"})",
-                      R"({"Label":"l","Payload":"p","ActionType":"openURL","IsProminent":1})",
-                      R"({"Label":"l","Payload":"p","ActionType":"openURL","IconSymbol":3})",
-                      R"([{"Label":"l","Payload":"p","ActionType":"openURL"}])", "null"));
-
 }  // namespace
 }  // namespace velmo::core

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
 #include <optional>
 #include <string>
 
@@ -16,20 +15,6 @@ namespace velmo::core {
 namespace {
 
 using nlohmann::json;
-constexpr auto kMax = std::numeric_limits<std::int64_t>::max();
-
-TEST(TimeOfDay, MinuteOfDayIsUncheckedButNeverOverflows) {
-  const std::pair<TimeOfDay, std::optional<std::int64_t>> rows[] = {
-      {{24, 0}, 1440},
-      {{-1, 90}, 30},
-      {{kMax / 60, 7}, kMax / 60 * 60 + 7},
-      {{kMax / 60 + 1, 0}, std::nullopt},
-      {{kMax / 60, 60}, std::nullopt},
-      {{std::numeric_limits<std::int64_t>::min() / 60 - 1, 0}, std::nullopt}};
-  for (const auto& [time, expected] : rows) {
-    EXPECT_EQ(time.minuteOfDay(), expected) << time.hour << ":" << time.minute;
-  }
-}
 
 // Tuesdays and Thursdays of weeks 1 and 3, 22:00 to 06:30: every optional key
 // present, and a window over midnight.
