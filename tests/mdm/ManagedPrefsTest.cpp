@@ -65,18 +65,6 @@ TEST_F(ManagedPrefsTest, ADomainOutsideTheSetGivesTheDefault) {
   EXPECT_EQ(answer(prefs->intValue("X", ManagedDomain::velmo, 9)), 9);
 }
 
-TEST_F(ManagedPrefsTest, GettersAnswerFromTheSnapshotWithoutTouchingTheStores) {
-  stores_.setManaged(kAgent, {{"ActiveIntervals", false}});
-  auto prefs = make();
-  const int readsAfterLoad = stores_.reads();
-  stores_.setManaged(kAgent, {{"ActiveIntervals", true}});
-  EXPECT_FALSE(answer(prefs->boolValue("ActiveIntervals", ManagedDomain::velmoAgent, true)));
-  EXPECT_EQ(stores_.reads(), readsAfterLoad);
-  // isForced alone asks the stores.
-  EXPECT_TRUE(answer(prefs->isForced("ActiveIntervals", ManagedDomain::velmoAgent)));
-  EXPECT_FALSE(answer(prefs->isForced("Other", ManagedDomain::velmoAgent)));
-}
-
 TEST_F(ManagedPrefsTest, AStormOfChangesCausesOneReload200msAfterTheLast) {
   auto prefs = make();
   ASSERT_EQ(prefs->loadCount(), 1u);
@@ -107,14 +95,6 @@ TEST_F(ManagedPrefsTest, AStormOfChangesCausesOneReload200msAfterTheLast) {
   EXPECT_TRUE(answer(prefs->boolValue("UpdateAll", ManagedDomain::velmoAgent, false)));
   clock_.advance(std::chrono::seconds(5));
   EXPECT_EQ(prefs->loadCount(), 2u);
-}
-
-TEST_F(ManagedPrefsTest, SleepAndUnrelatedNotificationsCauseNoReload) {
-  auto prefs = make();
-  workspace_.send(platform::WorkspaceEvent::willSleep);
-  distributed_.deliver({"com.marvenith.velmo.dialogResponse", std::nullopt, std::nullopt});
-  clock_.advance(std::chrono::seconds(1));
-  EXPECT_EQ(prefs->loadCount(), 1u);
 }
 
 TEST_F(ManagedPrefsTest, ReleasingTheInstanceRemovesItsObservers) {

@@ -139,50 +139,5 @@ TEST(DeferralStorageManager, WithinOneSecondTheLeastRecentlyChangedGoes) {
   EXPECT_EQ(records.count("a1_1"), 0u);
 }
 
-struct BadNotification {
-  const char* name;
-  std::string_view notification;
-  std::optional<std::string> object;
-  const char* error;
-};
-
-class DeferralManagerBadInput : public DeferralManagerTest,
-                                public ::testing::WithParamInterface<BadNotification> {};
-
-TEST_P(DeferralManagerBadInput, IsALoggedNoOp) {
-  respond(item("a"), {Kind::deferral, ""});
-  const auto before = files_.readFile(paths_.deferralsFile());
-  distributed_.deliver({std::string(GetParam().notification), GetParam().object, std::nullopt});
-  clock_.runUntilIdle();
-  EXPECT_EQ(capture_.errors(), std::vector<std::string>{GetParam().error});
-  EXPECT_EQ(files_.readFile(paths_.deferralsFile()), before);
-  EXPECT_EQ(changedPosts(), 1u);
-}
-
-const char* kResponseError = "Failed to decode dialog response notification.";
-
-// A dialog response for app "a" with the given URL and response object.
-std::string response(const std::string& url, const std::string& body) {
-  return R"({"identifier":"a","appId":"a","targetVersion":"2","url":")" + url + R"(","response":)" +
-         body + "}";
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, DeferralManagerBadInput,
-    ::testing::Values(
-        BadNotification{"NoObject", Name::dialogResponse, std::nullopt, kResponseError},
-        BadNotification{"TwoKeys", Name::dialogResponse,
-                        response("file:///A.app", R"({"update":{},"deferral":{}})"),
-                        kResponseError},
-        BadNotification{"UnknownKey", Name::dialogResponse,
-                        response("file:///A.app", R"({"later":{}})"), kResponseError},
-        BadNotification{"MeetingWithoutType", Name::dialogResponse,
-                        response("file:///A.app", R"({"meetingDeferral":{}})"), kResponseError},
-        BadNotification{"MalformedURL", Name::dialogResponse,
-                        response("http://[x", R"({"deferral":{}})"), kResponseError},
-        BadNotification{"InstallWithoutItem", Name::didPerformInstall, "{}",
-                        "Failed to decode item from notification."}),
-    [](const auto& info) { return std::string(info.param.name); });
-
 }  // namespace
 }  // namespace velmo::agent::deferrals

@@ -94,26 +94,5 @@ TEST_F(VelmoAgentQueueTest, UpdateMASAddsAFifthWordAndAFailureIsLoggedThenFinish
   EXPECT_TRUE(queue_.serialQueueItems().empty());
 }
 
-// "UpdateMAS" reads as the platform reads a Boolean default.
-class UpdateMASValues
-    : public VelmoAgentQueueTest,
-      public ::testing::WithParamInterface<std::pair<std::optional<core::PlistValue>, bool>> {};
-
-TEST_P(UpdateMASValues, ReadLooselyAsBooleanDefaults) {
-  if (GetParam().first) defaults_.setObject("UpdateMAS", *GetParam().first);
-  EXPECT_EQ(queue_.arguments(item("a", false)).size(), GetParam().second ? 5u : 4u);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Values, UpdateMASValues,
-    ::testing::Values(std::pair{std::optional<core::PlistValue>{}, false},
-                      std::pair{std::optional<core::PlistValue>{true}, true},
-                      std::pair{std::optional<core::PlistValue>{"YES"}, true},
-                      std::pair{std::optional<core::PlistValue>{" true"}, true},
-                      std::pair{std::optional<core::PlistValue>{std::int64_t{2}}, true},
-                      std::pair{std::optional<core::PlistValue>{"no"}, false},
-                      std::pair{std::optional<core::PlistValue>{std::int64_t{0}}, false},
-                      std::pair{std::optional<core::PlistValue>{core::PlistArray{}}, false}));
-
 }  // namespace
 }  // namespace velmo::agent::items
