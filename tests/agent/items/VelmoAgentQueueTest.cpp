@@ -26,28 +26,16 @@ class VelmoAgentQueueTest : public ::testing::Test, protected testing::AgentFake
   VelmoAgentQueue queue_{{context_.get_executor(), clock_, defaults_, runner_}};
 };
 
-struct SideCase {
-  const char* name;
-  std::optional<bool> serial;
-  std::vector<platform::Duration> starts;
-};
-
-class QueueSides : public VelmoAgentQueueTest, public ::testing::WithParamInterface<SideCase> {};
-
-TEST_P(QueueSides, SerialItemsWaitForEachOtherOthersDoNot) {
+TEST_F(VelmoAgentQueueTest, SerialItemsWaitForEachOther) {
   launcher_.enqueue({.exitAfter = seconds(10)});
   launcher_.enqueue({.exitAfter = seconds(10)});
-  queue_.enqueue(item("a", GetParam().serial));
-  queue_.enqueue(item("b", GetParam().serial));
+  queue_.enqueue(item("a", true));
+  queue_.enqueue(item("b", true));
   clock_.advance(seconds(30));
-  EXPECT_EQ(launchTimes(), GetParam().starts);
+  EXPECT_EQ(launchTimes(), (std::vector<platform::Duration>{seconds(0), seconds(10)}));
   EXPECT_TRUE(queue_.serialQueueItems().empty());
   EXPECT_TRUE(queue_.concurrentQueueItems().empty());
 }
-
-INSTANTIATE_TEST_SUITE_P(Sides, QueueSides,
-                         ::testing::Values(SideCase{"Serial", true, {seconds(0), seconds(10)}}),
-                         [](const auto& info) { return std::string(info.param.name); });
 
 // Four run at once, the rest wait in order; a request for an id in work,
 // waiting or running, joins it; once done, the id can run again.
