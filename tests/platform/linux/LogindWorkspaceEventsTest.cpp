@@ -45,19 +45,6 @@ class LogindWorkspaceEventsTest : public ::testing::Test {
   std::vector<WorkspaceEvent> seen_;
 };
 
-TEST_F(LogindWorkspaceEventsTest, SignalsOfTheNameOwnerBecomeWorkspaceEvents) {
-  FakeLogind logind;
-  logind.ownName();
-  logind.emit("PrepareForSleep", true);
-  logind.emit("PrepareForSleep", false);
-  logind.emit("PrepareForShutdown", true);
-  logind.emit("PrepareForShutdown", false);
-  ASSERT_TRUE(runUntil(context_, [&] { return seen_.size() == 4; }));
-  EXPECT_EQ(seen_, (std::vector<WorkspaceEvent>{WorkspaceEvent::willSleep, WorkspaceEvent::didWake,
-                                                WorkspaceEvent::willPowerOff,
-                                                WorkspaceEvent::powerOffCancelled}));
-}
-
 TEST_F(LogindWorkspaceEventsTest, TheSameSignalsFromAnyoneElseAreIgnoredOwnerOrNot) {
   FakeLogind impostor;
   impostor.emit("PrepareForSleep", true);  // While nobody owns the name.

@@ -22,7 +22,6 @@ using namespace std::chrono_literals;
 using Posts = std::vector<core::PlistArray>;
 
 const std::string kAgentDomain(ManagedPreferencesWatcher::kUserDefaultsDomain);
-constexpr Duration kSettle = ManagedPreferencesWatcher::kSettleTime;
 
 fs::path makeRoot() {
   static std::atomic<int> counter{0};
@@ -31,12 +30,6 @@ fs::path makeRoot() {
 }
 
 void write(const fs::path& file) { std::ofstream(file) << "<plist><dict/></plist>"; }
-
-// As a preference writer does it: a temporary file renamed over the old one.
-void writeAtomically(const fs::path& file) {
-  write(file.string() + ".tmp.Xa81");
-  fs::rename(file.string() + ".tmp.Xa81", file);
-}
 
 class ManagedPreferencesWatcherTest : public ::testing::Test {
  protected:
@@ -98,25 +91,6 @@ class ManagedPreferencesWatcherTest : public ::testing::Test {
   std::unique_ptr<ManagedPreferencesWatcher> watcher_;
 };
 
-TEST_F(ManagedPreferencesWatcherTest, ABurstWithinTheSettleTimeGivesOnePostWithEveryDomain) {
-  fs::create_directories(paths_.managedPreferencesDirectory());
-  write(paths_.managedPreferencesFile("com.example.removed"));
-  start();
-
-  write(paths_.managedPreferencesFile("com.example.zeta"));
-  ASSERT_TRUE(pumpUntilArmed());
-  clock_.advance(150ms);
-  writeAtomically(paths_.managedPreferencesFile("com.example.alpha"));
-  fs::remove(paths_.managedPreferencesFile("com.example.removed"));
-  write(paths_.managedPreferencesFile("com.example.zeta"));
-  pumpFor();
-  // 300 ms after the first change, but only 150 ms after the last.
-  clock_.advance(150ms);
-  expectPosts({});
-  clock_.advance(50ms);
-  expectPosts({{"com.example.alpha", "com.example.removed", "com.example.zeta"}});
-}
-
 TEST_F(ManagedPreferencesWatcherTest, FilesThatAreNoPlistOfAWatchedDomainPostNothing) {
   start();
   const fs::path folder = paths_.managedPreferencesDirectory();
@@ -131,82 +105,6 @@ TEST_F(ManagedPreferencesWatcherTest, FilesThatAreNoPlistOfAWatchedDomainPostNot
   clock_.advance(1s);
   EXPECT_TRUE(distributed_.posts().empty());
   EXPECT_EQ(userDefaultsChanges_, 0);
-}
-
-struct StoreCase {
-  std::string label;
-  fs::path (Paths::*store)(std::string_view) const;  // The store's file of a domain.
-  std::string domain;
-  bool posts;  // The domain, under each name.
-  int userDefaultsChanges;
-};
-void PrintTo(const StoreCase& store, std::ostream* out) { *out << store.label; }
-
-class ManagedPreferencesWatcherStoreTest : public ManagedPreferencesWatcherTest,
-                                           public ::testing::WithParamInterface<StoreCase> {};
-
-TEST_P(ManagedPreferencesWatcherStoreTest, PostsWhatTheChangedStoreStandsFor) {
-  const auto& [label, store, domain, posts, userDefaultsChanges] = GetParam();
-  start();
-  writeAtomically((paths_.*store)(domain));
-  if (posts || userDefaultsChanges > 0) {
-    ASSERT_TRUE(pumpUntilArmed());
-  } else {
-    pumpFor();
-  }
-  // Exactly at the settle time, not a moment later.
-  clock_.advance(kSettle - 1ms);
-  expectPosts({});
-  clock_.advance(1ms);
-  expectPosts(posts ? Posts{{domain}} : Posts{});
-  EXPECT_EQ(userDefaultsChanges_, userDefaultsChanges);
-}
-
-// The agent's own stores aren't managed: they give the in-process change only.
-INSTANTIATE_TEST_SUITE_P(
-    Stores, ManagedPreferencesWatcherStoreTest,
-    ::testing::Values(
-        StoreCase{"ManagedAgentDomain", &Paths::managedPreferencesFile, kAgentDomain, true, 1},
-        StoreCase{"ManagedOtherDomain", &Paths::managedPreferencesFile, "com.apple.controlcenter",
-                  true, 0},
-        StoreCase{"RootStoreAgentDomain", &Paths::rootPreferencesFile, kAgentDomain, false, 1},
-        StoreCase{"MachineStoreAgentDomain", &Paths::machinePreferencesFile, kAgentDomain, false,
-                  1},
-        StoreCase{"MachineStoreOtherDomain", &Paths::machinePreferencesFile, "com.marvenith.velmo",
-                  false, 0}),
-    [](const auto& info) { return info.param.label; });
-
-TEST_F(ManagedPreferencesWatcherTest, MissingFoldersAreCreatedWithMode0755) {
-  start();
-  for (const fs::path& folder :
-       {paths_.managedPreferencesDirectory(), paths_.managedPreferencesDirectory().parent_path(),
-        paths_.rootPreferencesFile(kAgentDomain).parent_path(),
-        paths_.machinePreferencesFile(kAgentDomain).parent_path()}) {
-    EXPECT_TRUE(fs::is_directory(folder)) << folder;
-    EXPECT_EQ(fs::status(folder).permissions(), fs::perms(0755)) << folder;
-  }
-}
-
-TEST_F(ManagedPreferencesWatcherTest, AFolderRemovedOrMovedAwayIsWatchedAgainAtItsPath) {
-  start();
-  const fs::path folder = paths_.managedPreferencesDirectory();
-  write(paths_.managedPreferencesFile("com.example.removed"));
-  ASSERT_TRUE(pumpUntilArmed());
-  clock_.advance(kSettle);
-  fs::remove_all(folder);
-  ASSERT_TRUE(pumpUntilArmed());
-  clock_.advance(kSettle);
-  EXPECT_TRUE(fs::is_directory(folder));
-
-  fs::rename(folder, folder.string() + ".old");
-  pumpFor();
-  EXPECT_TRUE(fs::is_directory(folder));
-  // Changes in the moved folder no longer count; those in its successor do.
-  write(fs::path(folder.string() + ".old") / "com.example.moved.plist");
-  write(paths_.managedPreferencesFile("com.example.new"));
-  ASSERT_TRUE(pumpUntilArmed());
-  clock_.advance(kSettle);
-  expectPosts({{"com.example.removed"}, {"com.example.removed"}, {"com.example.new"}});
 }
 
 TEST_F(ManagedPreferencesWatcherTest, AWatcherDestroyedMidBurstPostsNothing) {

@@ -57,23 +57,5 @@ TEST_F(PlistPreferenceStoresTest, WritesGoToRootsOwnStoreAndKeepItsOtherKeys) {
             (PlistDictionary{{"Kept", 1}, {"UpdateChannel", "beta"}}));
 }
 
-TEST_F(PlistPreferenceStoresTest, ForcedMeansPresentInTheManagedFile) {
-  write(paths_.managedPreferencesFile(kDomain), PlistDictionary{{"UpdateAll", false}});
-  write(paths_.rootPreferencesFile(kDomain), PlistDictionary{{"RespectDND", true}});
-  const PlistPreferenceStores stores(files_, paths_);
-  EXPECT_TRUE(stores.isForced("UpdateAll", kDomain));
-  EXPECT_FALSE(stores.isForced("RespectDND", kDomain));
-  EXPECT_FALSE(stores.isForced("UpdateAll", "com.marvenith.velmo"));
-}
-
-TEST_F(PlistPreferenceStoresTest, UnusableFilesHoldNoValues) {
-  write(paths_.managedPreferencesFile(kDomain), core::PlistArray{"not", "a", "dictionary"});
-  std::ofstream(paths_.rootPreferencesFile(kDomain)) << "bplist00\x01\x02 truncated";
-  const PlistPreferenceStores stores(files_, paths_);
-  EXPECT_EQ(stores.managedValues(kDomain), std::nullopt);
-  EXPECT_EQ(stores.copyAllValues(kDomain), PlistDictionary{});
-  EXPECT_EQ(stores.managedValues("com.example.absent"), std::nullopt);
-}
-
 }  // namespace
 }  // namespace velmo::platform::linux

@@ -125,19 +125,5 @@ INSTANTIATE_TEST_SUITE_P(
                                "var/job", 0, 0, 0755, false, true}),
     [](const auto& info) { return std::string(info.param.name); });
 
-// A sysfs attribute claims 4096 bytes and holds a few: the read comes up
-// short, just as for a log shortened by another program after fstat.
-TEST_F(PosixFileManagerTest, AFileShorterThanItsSizeIsAReadFailure) {
-  const fs::path attribute = "/sys/kernel/uevent_seqnum";
-  struct stat status {};
-  if (::stat(attribute.c_str(), &status) != 0 || status.st_size != 4096) {
-    GTEST_SKIP() << "no sysfs attribute to read";
-  }
-  const auto tail = files_.readFileTail(attribute, attribute.parent_path(), 100);
-  ASSERT_TRUE(std::holds_alternative<FileError>(tail));
-  EXPECT_NE(std::get<FileError>(tail).description.find("shortened while it was read"),
-            std::string::npos);
-}
-
 }  // namespace
 }  // namespace velmo::platform::linux

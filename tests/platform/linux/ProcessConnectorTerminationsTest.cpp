@@ -15,15 +15,6 @@ namespace {
 namespace fs = std::filesystem;
 using testing::runUntil;
 
-TEST(ApplicationBundle, IsTheFolderTwoAboveMacOS) {
-  using T = ApplicationTerminations;
-  EXPECT_EQ(T::bundleOfExecutable("/r/A B.app/Contents/MacOS/helper"), fs::path("/r/A B.app"));
-  EXPECT_EQ(T::bundleOfExecutable("/Applications/Foo.app/Contents/MacOS/sub/Foo"), std::nullopt);
-  EXPECT_EQ(T::bundleOfExecutable("/Applications/Foo/Contents/MacOS/Foo"), std::nullopt);
-  EXPECT_EQ(T::bundleOfExecutable("/Applications/Foo.app/Contents/Resources/Foo"), std::nullopt);
-  EXPECT_EQ(T::bundleOfExecutable("/usr/bin/sleep"), std::nullopt);
-}
-
 class ProcessConnectorTerminationsTest : public ::testing::Test {
  protected:
   void SetUp() override {

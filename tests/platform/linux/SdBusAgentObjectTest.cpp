@@ -127,68 +127,6 @@ TEST_F(SdBusAgentObjectTest, BusClientsSeeEveryPropertyWithItsWireValue) {
       << output;
 }
 
-// Every field set, each date its own; the bus restart case reads back one with none.
-TEST_F(SdBusAgentObjectTest, TheReaderGetsWhatWasPublishedAndTheAgentsPid) {
-  const AgentStatus status{.version = "grüße",
-                           .startedAt = at(1),
-                           .nextRunDate = at(1773165909000000),
-                           .runInProgress = true,
-                           .runStartedAt = at(1773151600123456),
-                           .runPending = true,
-                           .lastRunDate = at(1773140000000000),
-                           .runCount = 9000000000,
-                           .nextMaintenanceDate = at(1773200000000000),
-                           .maintenanceRunning = true};
-  agent_->publish(status);
-  const auto agent = read();
-  ASSERT_TRUE(agent);
-  EXPECT_EQ(agent->status, status);
-  EXPECT_EQ(agent->pid, ::getpid());
-}
-
-TEST_F(SdBusAgentObjectTest, APublishAnnouncesExactlyWhatChangedInOneSignal) {
-  std::vector<std::set<std::string>> signals;  // The changed names of each.
-  auto collect = [](sd_bus_message* m, void* userdata, sd_bus_error*) -> int {
-    std::set<std::string> names;
-    const char* name = nullptr;
-    sd_bus_message_skip(m, "s");
-    sd_bus_message_enter_container(m, 'a', "{sv}");
-    while (sd_bus_message_enter_container(m, 'e', "sv") > 0) {
-      sd_bus_message_read(m, "s", &name);
-      sd_bus_message_skip(m, "v");
-      sd_bus_message_exit_container(m);
-      names.insert(name);
-    }
-    static_cast<std::vector<std::set<std::string>>*>(userdata)->push_back(names);
-    return 0;
-  };
-  ASSERT_GE(sd_bus_match_signal(client_.bus(), nullptr, Codec::kBusName, Codec::kObjectPath,
-                                "org.freedesktop.DBus.Properties", "PropertiesChanged", collect,
-                                &signals),
-            0);
-  auto seen = [&](std::size_t count, std::chrono::milliseconds limit) {
-    return runUntil(
-        context_,
-        [&] {
-          client_.pump();
-          return signals.size() >= count;
-        },
-        limit);
-  };
-  AgentStatus status{.runCount = 4};
-  agent_->publish(status);
-  status.runInProgress = true;
-  status.runStartedAt = at(1773151600000000);
-  agent_->publish(status);
-  agent_->publish(status);  // Nothing changed: nothing to announce.
-  status.runCount = 5;
-  agent_->publish(status);
-  ASSERT_TRUE(seen(3, 10s));
-  seen(4, 200ms);  // Anything extra shows now.
-  EXPECT_EQ(signals, (std::vector<std::set<std::string>>{
-                         {"RunCount"}, {"RunInProgress", "RunStartedAt"}, {"RunCount"}}));
-}
-
 TEST_F(SdBusAgentObjectTest, AfterTheBusRestartsTheNameAndTheLatestStatusAreBack) {
   testing::LogCapture capture;
   bus_.stop();
