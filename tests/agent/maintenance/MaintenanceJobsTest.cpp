@@ -46,8 +46,8 @@ class DiskFiles final : public platform::linux::PosixFileManager {
   }
 };
 
-// Each test works in a fresh folder; `outside` stands for everything that
-// no job may touch.
+// Each test works in a fresh folder; `outside` holds what a link may point
+// to but no job may touch.
 class MaintenanceJobsTest : public ::testing::Test, protected testing::AgentFakes {
  protected:
   void SetUp() override {
@@ -64,7 +64,6 @@ class MaintenanceJobsTest : public ::testing::Test, protected testing::AgentFake
     fs::create_directories(path.parent_path());
     std::ofstream(path, std::ios::binary) << contents;
   }
-  bool outsideIntact() const { return fs::exists(outside_ / "keep" / "precious"); }
   std::size_t filesIn(const fs::path& folder) const {
     return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), {}));
   }

@@ -26,13 +26,6 @@ class MaintenanceManagerTest : public ::testing::Test, protected testing::AgentF
   void storeState(core::PlistDictionary state) {
     files_.addFile(paths_.agentStateFile(), core::PropertyList::xml(std::move(state)).value());
   }
-  std::optional<core::PlistValue> stored(const char* key) const {
-    const auto text = files_.readFile(paths_.agentStateFile());
-    const auto root = text ? core::PropertyList::parse(*text) : std::nullopt;
-    const auto* dictionary = root ? root->getIf<core::PlistDictionary>() : nullptr;
-    if (!dictionary || !dictionary->count(key)) return std::nullopt;
-    return dictionary->at(key);
-  }
   void storeDate(platform::TimePoint date) {
     run::PlistManager(files_, paths_.agentStateFile())
         .setValue(core::PlistValue(core::PlistDate{date}), run::PlistKey::lastMaintenanceTaskRun);

@@ -11,17 +11,13 @@
 #include <thread>
 
 #include "core/plist/PropertyList.h"
-#include "platform/fake/FakeFileManager.h"
 #include "platform/linux/PosixFileManager.h"
-#include "tests/support/LogCapture.h"
 #include "tests/support/TestPrograms.h"
 
 extern char** environ;
 
 namespace velmo::agent::run {
 namespace {
-
-using core::PlistValue;
 
 class PlistManagerTest : public ::testing::Test {
  protected:
@@ -43,47 +39,7 @@ class PlistManagerTest : public ::testing::Test {
   std::filesystem::path directory_;
   std::filesystem::path file_;
   platform::linux::PosixFileManager files_;
-  PlistManager make() { return PlistManager(files_, file_); }
 };
-
-TEST_F(PlistManagerTest, UnknownKeysSurviveAWrite) {
-  writeRaw(*core::PropertyList::xml(core::PlistDictionary{
-      {"SomethingElse", PlistValue(core::PlistArray{"kept"})}, {"MaintenanceTaskRunCount", 4}}));
-  make().setValue(std::int64_t{9}, PlistKey::updateTaskRunCount);
-  const auto dictionary = onDisk();
-  EXPECT_EQ(dictionary.at("SomethingElse"), PlistValue(core::PlistArray{"kept"}));
-  EXPECT_EQ(dictionary.at("MaintenanceTaskRunCount"), PlistValue(4));
-  EXPECT_EQ(dictionary.at("UpdateTaskRunCount"), PlistValue(9));
-}
-
-class DamagedStateFiles : public PlistManagerTest,
-                          public ::testing::WithParamInterface<std::string> {};
-
-TEST_P(DamagedStateFiles, ReadAsNothingAndTheNextWriteStartsAfresh) {
-  writeRaw(GetParam());
-  PlistManager manager = make();
-  EXPECT_EQ(manager.value(PlistKey::updateTaskRunCount), std::nullopt);
-  manager.setValue(std::int64_t{1}, PlistKey::updateTaskRunCount);
-  EXPECT_EQ(onDisk(), (core::PlistDictionary{{"UpdateTaskRunCount", 1}}));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, DamagedStateFiles,
-    ::testing::Values(std::string("garbage \x01\x02"),
-                      std::string("<?xml version=\"1.0\"?><plist><dict><key>Upd"),
-                      *core::PropertyList::xml(core::PlistArray{1, 2, 3}),
-                      *core::PropertyList::xml(PlistValue("just a string"))));
-
-TEST_F(PlistManagerTest, AFailedWriteIsLoggedAndLeavesTheOldFile) {
-  testing::LogCapture capture;
-  platform::fake::FakeFileManager files;
-  files.addFile("/state.plist", "old content");
-  files.failWrites(true);
-  PlistManager(files, "/state.plist").setValue(std::int64_t{1}, PlistKey::updateTaskRunCount);
-  EXPECT_EQ(files.readFile("/state.plist"), "old content");
-  ASSERT_EQ(capture.errors().size(), 1u);
-  EXPECT_EQ(capture.errors()[0].rfind("Failed to write to plist: ", 0), 0u);
-}
 
 TEST_F(PlistManagerTest, AWriterKilledAtAnyMomentLeavesAParseableFile) {
   // A large unknown key makes each write long enough to be caught in the middle.

@@ -19,7 +19,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-using Posts = std::vector<core::PlistArray>;
 
 const std::string kAgentDomain(ManagedPreferencesWatcher::kUserDefaultsDomain);
 
@@ -61,24 +60,6 @@ class ManagedPreferencesWatcherTest : public ::testing::Test {
   void pumpFor(std::chrono::milliseconds slice = 50ms) {
     context_.restart();
     context_.run_for(slice);
-  }
-
-  // Both names go out together, with object none and the same user info.
-  void expectPosts(const Posts& expected) const {
-    for (auto name : {core::NotificationName::managementStatusChangedForDomains,
-                      core::NotificationName::changedDomains}) {
-      Posts domains;
-      for (const auto& post : distributed_.postsNamed(name)) {
-        EXPECT_EQ(post.object, std::nullopt);
-        const auto changed = post.userInfo.value_or(core::PlistDictionary{});
-        EXPECT_EQ(changed.size(), 1u);
-        const auto found = changed.find(core::kChangedDomainsKey);
-        const auto* array =
-            found == changed.end() ? nullptr : found->second.getIf<core::PlistArray>();
-        domains.push_back(array ? *array : core::PlistArray{"<bad user info>"});
-      }
-      EXPECT_EQ(domains, expected) << name;
-    }
   }
 
   testing::LogCapture capture_;
