@@ -117,75 +117,38 @@ TEST_F(VelmoRunCoordinatorTest, TheRunIsRecordedWhenItEndsNotWhenItStarts) {
 
 // RunSplay on the virtual clock: this machine's offset is 2,866 s of 3,600
 // (the first 8 bytes of its id's SHA-256, big-endian, modulo the splay).
-struct SplayRunCase {
-  const char* name;
-  const char* machineId;
-  double splay;
-  bool windows;
-  platform::Duration firstRun;
-  // Where the timer stands after the first run; none: four hours on.
-  std::optional<platform::TimePoint> planned;
-};
-
-class Splay : public VelmoRunCoordinatorTest, public ::testing::WithParamInterface<SplayRunCase> {};
-
-TEST_P(Splay, SpreadsFirstRunsAndWindowOpenings) {
-  const auto& c = GetParam();
-  files_.addFile("/sandbox/etc/machine-id", std::string(c.machineId) + "\n");
-  defaults_.setObject("RunSplay", c.splay);
-  if (c.windows) allowOnlyWednesdayNight();
+TEST_F(VelmoRunCoordinatorTest, TheSplayedOpeningStaysInsideTheWindowAndUsersNeverWait) {
+  files_.addFile("/sandbox/etc/machine-id", "5f2a9c0e7b3d4e1fa8c6d2b9e0f1a3c4\n");
+  defaults_.setObject("RunSplay", 3600.0);
+  allowOnlyWednesdayNight();
   start();
-  clock_.advance(c.firstRun - milliseconds(1));
+  clock_.advance(seconds(2867) - milliseconds(1));
   EXPECT_EQ(debugCount("Submitting Velmo Run request to RunGate."), 0u);
   clock_.advance(milliseconds(1));
   EXPECT_EQ(debugCount("Submitting Velmo Run request to RunGate."), 1u);
-  // Four hours after the first run, or moved by the windows and splayed.
-  EXPECT_EQ(coordinator_->nextRunDate(), c.planned.value_or(kStart + c.firstRun + hours(4)));
-  // A user's check never waits.
+  // 47 min 46 s into Wednesday's 02:00-03:00 window.
+  EXPECT_EQ(coordinator_->nextRunDate(), kWednesday0200 + seconds(2866));
   int served = 0;
   requestRun(true, served);
   clock_.advance(milliseconds(1));
   EXPECT_EQ(served, 1);
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, Splay,
-                         // 47 min 46 s into Wednesday's 02:00-03:00 window.
-                         ::testing::Values(SplayRunCase{"TheOpeningIsSplayedInsideTheWindow",
-                                                        "5f2a9c0e7b3d4e1fa8c6d2b9e0f1a3c4", 3600,
-                                                        true, seconds(1 + 2866),
-                                                        kWednesday0200 + seconds(2866)}),
-                         [](const auto& info) { return std::string(info.param.name); });
-
-struct SkipCase {
-  const char* name;
-  std::optional<core::PlistValue> storedCount;
-  bool skipped;
-};
-
-class SkipFirstRun : public VelmoRunCoordinatorTest,
-                     public ::testing::WithParamInterface<SkipCase> {};
-
-TEST_P(SkipFirstRun, SkipsOnlyWhileNoRunWasCounted) {
+// A stored count of the wrong type is no run counted: the first run is skipped.
+TEST_F(VelmoRunCoordinatorTest, SkipFirstRunSkipsWhileNoRunWasCounted) {
   setManaged("com.marvenith.velmo-agent", {{"SkipFirstVelmoAgentRun", true}});
-  if (GetParam().storedCount)
-    state_.setValue(*GetParam().storedCount, PlistKey::updateTaskRunCount);
+  state_.setValue(core::PlistValue("3"), PlistKey::updateTaskRunCount);
   start();
   clock_.advance(seconds(1));
-  EXPECT_EQ(logged("Configured to skip the first Velmo Run."), GetParam().skipped);
-  EXPECT_EQ(launchedArguments().empty(), GetParam().skipped);
+  EXPECT_TRUE(logged("Configured to skip the first Velmo Run."));
+  EXPECT_TRUE(launchedArguments().empty());
   EXPECT_EQ(lastRun(), kStart + seconds(1));
-  if (!GetParam().skipped) return;
   // The skipped run counts as the first; the next one is real.
   EXPECT_EQ(runCount(), 1);
   clock_.advance(hours(4));
   EXPECT_EQ(launchedArguments(), (Calls{{"install", "marvenith-velmo"}}));
   EXPECT_TRUE(logged("Scheduled Velmo Run #2 started."));
 }
-
-INSTANTIATE_TEST_SUITE_P(Counts, SkipFirstRun,
-                         ::testing::Values(SkipCase{"CountOfWrongType", core::PlistValue("3"),
-                                                    true}),
-                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(VelmoRunCoordinatorTest, AStartOutsideTheWindowsRecordsNothingAndPlansTheNextWindow) {
   allowOnlyWednesdayNight();
@@ -311,30 +274,14 @@ INSTANTIATE_TEST_SUITE_P(
                       "<key>UpdateTaskRunCount</key><string>seven</string>"
                       "<key>LastUpdateTaskRun</key><integer>5</integer></dict></plist>"));
 
-struct IntervalCase {
-  const char* name;
-  core::PlistValue runInterval;
-  double expected;
-  bool warned;
-};
-
-class RunIntervalSetting : public VelmoRunCoordinatorTest,
-                           public ::testing::WithParamInterface<IntervalCase> {};
-
-TEST_P(RunIntervalSetting, NeverRunsBackToBack) {
-  defaults_.setObject("RunInterval", GetParam().runInterval);
+TEST_F(VelmoRunCoordinatorTest, ANegativeRunIntervalIsIgnoredForTheDefault) {
+  defaults_.setObject("RunInterval", core::PlistValue(-60.5));
   start();
-  EXPECT_EQ(coordinator_->timerInterval().count(), GetParam().expected);
-  EXPECT_EQ(logged("Ignoring RunInterval"), GetParam().warned);
+  EXPECT_EQ(coordinator_->timerInterval().count(), 14400.0);
+  EXPECT_TRUE(logged("Ignoring RunInterval"));
   clock_.advance(seconds(1));
-  EXPECT_EQ(coordinator_->nextRunDate(),
-            clock_.now() + core::toDuration(core::TimeInterval(GetParam().expected)));
+  EXPECT_EQ(coordinator_->nextRunDate(), clock_.now() + hours(4));
 }
-
-INSTANTIATE_TEST_SUITE_P(Values, RunIntervalSetting,
-                         ::testing::Values(IntervalCase{"Negative", core::PlistValue(-60.5),
-                                                        14400.0, true}),
-                         [](const auto& info) { return std::string(info.param.name); });
 
 // At most three comparisons at once, and the job after the last one, are
 // checked against real processes end to end (tests/e2e/reconcile_test.sh).
