@@ -1,16 +1,14 @@
 #!/usr/bin/env bash
 # A hostile local user. Malformed posts of every name the agent observes (no
 # object, not JSON, JSON of the wrong shape, 60 kB strings, wrong user-info
-# types, sasa{ss} bodies, wrong signatures) are each logged and dropped; a
-# flood of 10,000 posts of every name starts only a few tool runs (the flood
-# scenario bounds memory and the tool's processes); managed plists replaced by
-# garbage are survived. Throughout, the agent stays up, and at the end its
+# types, sasa{ss} bodies, wrong signatures) are each logged and dropped;
+# managed plists replaced by garbage are survived (the flood scenario bounds
+# floods). Throughout, the agent stays up, and at the end its
 # state files still parse and keep every seeded item and deferral.
-# Usage: hostile_test.sh <velmo-agent> <stand-in tool> <velmo-bus-post>
+# Usage: hostile_test.sh <velmo-agent> <stand-in tool>
 source "$(dirname "$0")/lib.sh"
 e2e_setup "$1" "$2"
-bus_post="$3"
-export VELMO_STANDIN_UPDATE_AVAILABLE="a b c m1 m2 m3"
+export VELMO_STANDIN_UPDATE_AVAILABLE="a b c m1 m3"
 v=com.marvenith.velmo
 mcx=com.apple.MCX._managementStatusChangedForDomains
 key=com.apple.MCX.changedDomains
@@ -62,32 +60,6 @@ done
 kill -0 "$agent_pid" || fail "the agent died of malformed posts"
 echo "malformed posts: $logged bodies of a wrong form logged, $(agent_output | grep -c 'ERROR: Failed to decode\|ERROR: Invalid') payloads rejected"
 
-flood() {  # flood <divisor>: 100,000 posts divided by the divisor, from eleven posters.
-  local d="$1" pids="" item='","installPath":"/nowhere/Flood.app","respectDnd":false,"respectMeetings":false}'
-  poster() { "$bus_post" "$1" $(($2 / d)) "${@:3}" & pids="$pids $!"; }
-  poster $v.willPerformInstall 12000 '{"id":"'
-  poster $v.willPerformInstall 8000 '{"id":"flood","friendlyName":"F","targetVersion":"1.' "$item"
-  poster $v.dialogResponse 12000 ''
-  poster $v.dialogResponse 8000 '{"identifier":"f","appId":"f","targetVersion":"1.' \
-    '","url":"file:///nowhere/Flood.app","response":{"update":{}}}'
-  poster $v.enqueueUpdateItem 12000 '[{"id":'
-  poster $v.addItemsToUIControllerQueue 12000 '{"id":"x","n":' '}'
-  poster $v.updateItemStateChange 12000
-  poster $v.didPerformInstall 10000 '"' '"'
-  poster $mcx 6000
-  poster $key 4000
-  poster $v.userInitiatedUpdateCheck 4000
-  for pid in $pids; do wait "$pid" || fail "a poster failed"; done
-}
-calls=$(wc -l <"$workdir/calls.log")
-started=$(date +%s.%N)
-flood 10
-marker m2
-settle
-spawned=$(($(wc -l <"$workdir/calls.log") - calls))
-echo "flood of 10,000 posts: taken in $(seconds_between "$started" "$(date +%s.%N)") s; $spawned tool calls"
-[ "$spawned" -le 40 ] || fail "$spawned tool calls during the flood"
-
 managed="$root/Library/Managed Preferences"
 garbage() {  # garbage <kind>: one kind of broken plist, in every managed domain.
   for domain in $v $v-agent $v-notifier com.apple.controlcenter; do
@@ -123,16 +95,7 @@ fi
 plist_ok "$plist" || fail "agent plist does not parse: $(head -c 300 "$plist")"
 json_ok "$(state_file)" || fail "state file does not parse"
 json_ok "$deferrals" || fail "deferrals file does not parse"
-[ "$(state_ids | tr '\n' ' ')" = "a b c m1 m2 m3 " ] || fail "state file ids: $(state_ids | tr '\n' ' ')"
+[ "$(state_ids | tr '\n' ' ')" = "a b c m1 m3 " ] || fail "state file ids: $(state_ids | tr '\n' ' ')"
 has_line '"d_2.0"' "$deferrals" || fail "seeded deferral lost: $(cat "$deferrals")"
 echo "state plist, update state (ids $(state_ids | tr '\n' ' ')) and deferrals parse"
-# Beyond ten a minute, each name's held-back lines are counted in one line.
-for name in $v.enqueueUpdateItem $v.addItemsToUIControllerQueue $v.willPerformInstall; do
-  wait_for 70 'agent_output | grep -qE "Suppressed [0-9]+ malformed $name notifications in the last minute."' ||
-    fail "no count of the held-back malformed $name lines"
-done
-# A failure report shows the last lines only; the flood's would bury them.
-for log in agent.log unified.log; do
-  tail -n 200 "$workdir/$log" >"$workdir/$log.tail" && mv "$workdir/$log.tail" "$workdir/$log"
-done
 finish
