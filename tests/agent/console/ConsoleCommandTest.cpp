@@ -87,33 +87,6 @@ INSTANTIATE_TEST_SUITE_P(
                     },
                     1,
                     {{"", "is not a property list of keys"}}},
-        // Two hours into a four-hour interval: due at 16:05, no windows.
-        ConsoleCase{"DownThePlanComesFromTheLastRun",
-                    Kind::status,
-                    [](Machine& m) { m.files.addFile(kStateFile, kLastRunTwoHoursAgo); },
-                    0,
-                    {{"/agent/running", false},
-                     {"/nextRun", "2026-03-10T16:05:09.000Z"},
-                     {"/nextRunFrom", "planned"},
-                     {"/runs/count", 7},
-                     {"/windows/allowedNow", true}}},
-        ConsoleCase{"UpTheAgentsTimerIsTheAnswer",
-                    Kind::status,
-                    [](Machine& m) {
-                      m.files.addFile(kStateFile, kLastRunTwoHoursAgo);
-                      m.agent.agent = platform::RunningAgent{
-                          .status = {.version = "1.2",
-                                     .startedAt = m.clock.now() - std::chrono::hours(1),
-                                     .nextRunDate = m.clock.now() + std::chrono::minutes(3),
-                                     .runCount = 8},
-                          .pid = 42};
-                    },
-                    0,
-                    {{"/agent/pid", 42},
-                     {"/agent/uptimeSeconds", 3600},
-                     {"/nextRun", "2026-03-10T14:08:09.000Z"},
-                     {"/nextRunFrom", "agent"},
-                     {"/runs/count", 8}}},
         ConsoleCase{"OutsideTheWindowsSaysWhyAndUntilWhen",
                     Kind::status,
                     [](Machine& m) {
