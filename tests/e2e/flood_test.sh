@@ -108,6 +108,7 @@ closest=$(echo "$progress" | awk 'NR > 1 { gap = $1 - last; if (min == "" || gap
 say "2,001 checks over a 20 s run: $(echo "$progress" | grep -c .) progress posts, closest ${closest} s apart;" \
   "$(post_times userInitiatedUpdateCheckCompleted | wc -l) completions"
 within "$closest" 1.9 1000 || fail "progress posts ${closest} s apart"
+[ "$(echo "$progress" | grep -c .)" -ge 5 ] || fail "too few progress posts over a 20 s run"
 
 # 4. Malformed posts: 200,000 installs that don't decode.
 settle
