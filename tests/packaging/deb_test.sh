@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # `cpack -G DEB` on the build folder: the package's name and control fields,
-# files owned by root, a unit that starts the packaged agent as root, the bus
-# policy, and maintainer scripts that survive every helper failing (a chroot,
-# a container) while still enabling the unit and purging its state.
+# files owned by root, a unit that starts the packaged agent as root, appends
+# its output to the log file and restarts it on failure, the bus policy, and
+# maintainer scripts that survive every helper failing (a chroot, a container)
+# while still enabling the unit and purging its state.
 # Usage: deb_test.sh <cpack> <build folder>
 set -u
 command -v dpkg-deb >/dev/null || {
@@ -49,7 +50,9 @@ unit=$(find "$root"/lib/systemd/system "$root"/usr/lib/systemd/system -name velm
 exec=$(sed -n 's/^ExecStart=\([^ ]*\) start$/\1/p' "$unit")
 [ "$exec" = /usr/bin/velmo-agent ] || fail "ExecStart '$exec' is not /usr/bin/velmo-agent"
 [ -x "$root/usr/bin/velmo-agent" ] || fail "no executable agent in /usr/bin"
-grep -qxF User=root "$unit" || fail "unit lacks User=root"
+for line in User=root Restart=on-failure "StandardOutput=append:/var/log/marvenith-velmo.log"; do
+  grep -qxF "$line" "$unit" || fail "unit lacks $line"
+done
 [ -f "$root/usr/share/dbus-1/system.d/com.marvenith.velmo.conf" ] || fail "no bus policy"
 
 # Each script once with helpers that succeed and once with helpers that fail,
