@@ -18,16 +18,12 @@ using core::PlistDictionary;
 using std::chrono::milliseconds;
 
 constexpr const char* kAgent = "com.marvenith.velmo-agent";
-constexpr const char* kNotifier = "com.marvenith.velmo-notifier";
 
 class ManagedPrefsTest : public ::testing::Test {
  protected:
-  std::unique_ptr<ManagedPrefs> make(std::set<ManagedDomain> domains = {kAllManagedDomains.begin(),
-                                                                        kAllManagedDomains.end()}) {
-    return std::make_unique<ManagedPrefs>(
-        ManagedPrefs::Collaborators{context_.get_executor(), clock_, stores_, distributed_,
-                                    notifications_, workspace_},
-        std::move(domains));
+  std::unique_ptr<ManagedPrefs> make() {
+    return std::make_unique<ManagedPrefs>(ManagedPrefs::Collaborators{
+        context_.get_executor(), clock_, stores_, distributed_, notifications_, workspace_});
   }
 
   // Runs an awaitable getter to its answer.
@@ -56,13 +52,6 @@ TEST_F(ManagedPrefsTest, ManagedValuesWinOverRootsStoreKeyByKey) {
   EXPECT_FALSE(answer(prefs->boolValue("DisableSelfUpdate", ManagedDomain::velmoAgent, true)));
   EXPECT_TRUE(answer(prefs->boolValue("SkipFirstVelmoAgentRun", ManagedDomain::velmoAgent, false)));
   EXPECT_EQ(answer(prefs->string("Missing", ManagedDomain::velmoAgent, "fallback")), "fallback");
-}
-
-TEST_F(ManagedPrefsTest, ADomainOutsideTheSetGivesTheDefault) {
-  stores_.setManaged(kNotifier, {{"EnableMenuBarApp", true}});
-  auto prefs = make({ManagedDomain::velmoAgent});
-  EXPECT_FALSE(answer(prefs->boolValue("EnableMenuBarApp", ManagedDomain::velmoNotifier, false)));
-  EXPECT_EQ(answer(prefs->intValue("X", ManagedDomain::velmo, 9)), 9);
 }
 
 TEST_F(ManagedPrefsTest, AStormOfChangesCausesOneReload200msAfterTheLast) {
@@ -95,16 +84,6 @@ TEST_F(ManagedPrefsTest, AStormOfChangesCausesOneReload200msAfterTheLast) {
   EXPECT_TRUE(answer(prefs->boolValue("UpdateAll", ManagedDomain::velmoAgent, false)));
   clock_.advance(std::chrono::seconds(5));
   EXPECT_EQ(prefs->loadCount(), 2u);
-}
-
-TEST_F(ManagedPrefsTest, ReleasingTheInstanceRemovesItsObservers) {
-  auto prefs = make();
-  EXPECT_EQ(distributed_.observerCount("MCXChanged"), 1u);
-  prefs.reset();
-  EXPECT_EQ(distributed_.observerCount("MCXChanged"), 0u);
-  EXPECT_EQ(workspace_.observerCount(), 0u);
-  notifications_.post("NSUserDefaultsDidChangeNotification");
-  clock_.advance(std::chrono::seconds(1));
 }
 
 }  // namespace

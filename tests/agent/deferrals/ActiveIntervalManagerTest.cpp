@@ -83,11 +83,6 @@ TEST_F(ActiveIntervalManagerTest, ADeferredAppNoLongerListedIsUpdatedThroughTheR
   EXPECT_EQ(quitAndWait("/Applications/Foo.app"), Calls{update("foo.response")});
 }
 
-TEST_F(ActiveIntervalManagerTest, ARelativeInstallPathIsTakenFromTheRoot) {
-  list({item("rel", "Applications/Rel.app")});
-  EXPECT_EQ(quitAndWait("/Applications/Rel.app"), Calls{update("rel")});
-}
-
 // Quits while an app's update runs start no second run; each set keeps its
 // newest entries.
 TEST_F(ActiveIntervalManagerTest, FloodsStayBounded) {
@@ -107,19 +102,6 @@ TEST_F(ActiveIntervalManagerTest, FloodsStayBounded) {
   EXPECT_EQ(manager_->recentlyDeferredApps().front().appId, "app1");
   EXPECT_EQ(manager_->ignoredApps().size(), ActiveIntervalManager::kMaxEntries);
   EXPECT_EQ(manager_->ignoredApps().front().id, "busy1");
-}
-
-TEST_F(ActiveIntervalManagerTest, BadInputIsALoggedNoOp) {
-  deliver(Name::dialogResponse, "not json");
-  deliver(Name::willPerformInstall, std::nullopt);
-  terminations_.terminate(std::nullopt);
-  clock_.advance(seconds(2));
-  EXPECT_EQ(capture_.errors(),
-            (std::vector<std::string>{"Failed to decode notification object to DialogResponse.",
-                                      "Failed to decode item from notification."}));
-  EXPECT_EQ(debugCount("Failed to get terminated app information."), 1u);
-  EXPECT_TRUE(manager_->ignoredApps().empty());
-  EXPECT_TRUE(launcher_.launches().empty());
 }
 
 }  // namespace

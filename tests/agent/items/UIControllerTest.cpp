@@ -210,25 +210,6 @@ TEST_F(UIControllerTest, TheListTakesAtMostAThousandItems) {
   EXPECT_EQ(fileIDs().size(), UIController::kMaxItems);
 }
 
-// A file beyond the bound, or with an id twice, keeps the first of each id
-// and the first items, and is written back so.
-TEST_F(UIControllerTest, ALoadKeepsTheFirstThousandItems) {
-  std::vector<std::string> many{"dup"};
-  for (std::size_t i = 0; i < UIController::kMaxItems + 5; ++i) {
-    many.push_back(i == 3 ? "dup" : "i" + std::to_string(i));
-  }
-  files_.addFile(paths_.updateStateFile(), arrayJSON(many));
-  start();
-  advance(seconds(1));
-  EXPECT_EQ(ids().size(), UIController::kMaxItems);
-  EXPECT_EQ(ids()[0], "dup");
-  EXPECT_EQ(ids()[4], "i4");
-  EXPECT_EQ(fileIDs(), ids());
-  EXPECT_EQ(capture_.errors(),
-            std::vector<std::string>{
-                "The update state file holds more than 1000 items; kept the first 1000."});
-}
-
 TEST_F(UIControllerTest, ACheckWithoutARunCompletesAtOnceWithoutProgress) {
   start();
   deliver(Name::userInitiatedUpdateCheck, std::nullopt);

@@ -94,19 +94,5 @@ INSTANTIATE_TEST_SUITE_P(
                       WakeCase{"NoDate", std::nullopt, true, "Maintenance cycle #2 finished in: "}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST_F(MaintenanceManagerTest, SleepAndWakeNeverStackTimers) {
-  start();
-  for (int i = 0; i < 20; ++i) {
-    workspace_.send(i % 3 == 0 ? platform::WorkspaceEvent::willSleep
-                               : platform::WorkspaceEvent::didWake);
-    clock_.advance(minutes(10));
-    EXPECT_LE(clock_.pendingTimers(), 1u);
-  }
-  // 3 h 20 min after the first cycle: one more cycle is due 4 h 40 min later.
-  clock_.advance(hours(4) + minutes(40));
-  EXPECT_TRUE(logged("Maintenance cycle #2 finished in: "));
-  EXPECT_FALSE(logged("Maintenance cycle #3 started."));
-}
-
 }  // namespace
 }  // namespace velmo::agent::maintenance

@@ -20,8 +20,6 @@ using std::chrono::seconds;
 using Events = std::vector<std::string>;
 
 constexpr const char* kUnlocked = "RunGate unlocked (operation complete).";
-constexpr const char* kLooping =
-    "A request arrived during operation; looping once more to service pending.";
 
 class RunGateTest : public ::testing::Test {
  protected:
@@ -54,18 +52,6 @@ class RunGateTest : public ::testing::Test {
   RunGate gate_{context_.get_executor(), clock_};
   Events events_;
 };
-
-TEST_F(RunGateTest, ARequestDuringTheExtraPassCausesOneMore) {
-  request("A", seconds(10));
-  clock_.advance(seconds(5));
-  request("B", seconds(1));
-  clock_.advance(seconds(10));  // Inside the second pass.
-  request("C", seconds(1));
-  clock_.advance(minutes(1));
-  EXPECT_EQ(std::count(events_.begin(), events_.end(), "A runs"), 3);
-  EXPECT_EQ(events_.back(), "C returned");
-  EXPECT_EQ(count(kLooping), 2);
-}
 
 TEST_F(RunGateTest, TheWatchdogCoversAllPassesTogether) {
   request("A", minutes(40));

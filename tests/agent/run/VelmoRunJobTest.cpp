@@ -56,17 +56,5 @@ TEST_F(VelmoRunJobTest, EachCommandGetsTheTimeLimitOfItsVerb) {
   EXPECT_EQ(capture_.errors().size(), 4u);  // Two time-out lines, two exit-code lines.
 }
 
-TEST_F(VelmoRunJobTest, WithNoCommandTheRunStillEndsProperly) {
-  stores_.setManaged("com.marvenith.velmo-agent", {{"DisableSelfUpdate", true}});
-  prefs_ = makePrefs();
-  defaults_.setObject("ReconAfterInstall", true);
-  runJob();
-  EXPECT_EQ(distributed_.observerCount("com.marvenith.velmo.didPerformInstall"), 0u);
-  // The inventory update follows every run with that setting, installs or not.
-  ASSERT_EQ(launcher_.launches().size(), 1u);
-  EXPECT_EQ(launcher_.launches()[0].executable, "/usr/local/bin/jamf");
-  EXPECT_EQ(launcher_.launches()[0].arguments, std::vector<std::string>{"recon"});
-}
-
 }  // namespace
 }  // namespace velmo::agent::run

@@ -54,26 +54,6 @@ INSTANTIATE_TEST_SUITE_P(
                                "\x1b[31m2026-03-10T14:05:09Z  ERROR: hello\x1b[0m\n",
                                UnifiedLogType::error}));
 
-TEST(CustomLogger, DebugStaysOffStdoutAndIsBuiltOnlyForAUnifiedLogThatTakesIt) {
-  int evaluations = 0;
-  const auto message = [&] {
-    ++evaluations;
-    return std::string("quiet");
-  };
-  {
-    LogCapture capture(nullptr, {UnifiedLogType::info, UnifiedLogType::error});
-    CustomLogger("com.example", "Tests").debug(message);
-    EXPECT_EQ(evaluations, 0);
-    EXPECT_EQ(capture.standardOutput(), "");
-    EXPECT_TRUE(capture.unified().entries().empty());
-  }
-  LogCapture capture;
-  CustomLogger("com.example", "Tests").debug(message);
-  EXPECT_EQ(evaluations, 1);
-  EXPECT_EQ(capture.standardOutput(), "");
-  EXPECT_EQ(capture.debugs(), std::vector<std::string>{"quiet"});
-}
-
 // What other accounts post reaches messages; each stays one inert line in every sink.
 struct EscapeCase {
   const char* name;
