@@ -78,15 +78,6 @@ INSTANTIATE_TEST_SUITE_P(
                     [](Machine&) {},
                     1,
                     {{"", "nothing could be read"}}},
-        ConsoleCase{"ADamagedFileIsNamed",
-                    Kind::status,
-                    [](Machine& m) {
-                      m.files.addFile(
-                          "/sandbox/Library/Managed Preferences/com.marvenith.velmo-agent.plist",
-                          "not a plist");
-                    },
-                    1,
-                    {{"", "is not a property list of keys"}}},
         ConsoleCase{"OutsideTheWindowsSaysWhyAndUntilWhen",
                     Kind::status,
                     [](Machine& m) {
