@@ -84,46 +84,23 @@ class MaintenanceJobsTest : public ::testing::Test, protected testing::AgentFake
   core::CustomLogger logger_{"MaintenanceManager"};
 };
 
-// Log truncation, on a 5 MB limit.
-struct LogCase {
-  const char* name;
-  std::string contents;
-  std::string expected;  // The file afterwards.
-  const char* line;
-};
-void PrintTo(const LogCase& c, std::ostream* os) { *os << c.name; }
-
-constexpr std::size_t kLimit = 5 * 1'048'576;
-
-std::string lines(std::size_t size) {
-  std::string text(size, 'a');
-  for (std::size_t i = 99; i < size; i += 100) text[i] = '\n';
-  return text;
-}
-
-class LogTruncationTest : public MaintenanceJobsTest,
-                          public ::testing::WithParamInterface<LogCase> {};
-
-TEST_P(LogTruncationTest, CutsAfterTheFirstNewlineOfTheTail) {
-  const auto& param = GetParam();
+// On a 5 MB limit, a file of exactly 5 MB stays whole, and so does one whose
+// tail holds no newline to cut after.
+TEST_F(MaintenanceJobsTest, LogTruncationLeavesWholeWhatItMustNotCut) {
   const fs::path log = root_ / "marvenith-velmo.log";
-  write(log, param.contents);
-  LogTruncator(disk_, log, logger_).truncateLogFile(5);
-  EXPECT_TRUE(loggedAnywhere(param.line)) << param.line;
-  const auto after = disk_.readFile(log).value();
-  EXPECT_EQ(after.size(), param.expected.size());
-  EXPECT_TRUE(after == param.expected);
+  constexpr std::size_t kLimit = 5 * 1'048'576;
+  std::string atLimit(kLimit, 'a');
+  for (std::size_t i = 99; i < kLimit; i += 100) atLimit[i] = '\n';
+  const std::string noNewline = "a\n" + std::string(kLimit, 'b');
+  for (const auto& [contents, line] :
+       {std::pair{atLimit, "is already within the limit"},
+        std::pair{noNewline, "Failed to find a suitable truncation position."}}) {
+    write(log, contents);
+    LogTruncator(disk_, log, logger_).truncateLogFile(5);
+    EXPECT_TRUE(loggedAnywhere(line)) << line;
+    EXPECT_TRUE(disk_.readFile(log).value() == contents) << line;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, LogTruncationTest,
-    ::testing::Values(LogCase{"ExactlyAtTheLimit", lines(kLimit), lines(kLimit),
-                              "is already within the limit"},
-                      // The tail holds no newline: the file stays whole.
-                      LogCase{"NoNewlineInTheTail", "a\n" + std::string(kLimit, 'b'),
-                              "a\n" + std::string(kLimit, 'b'),
-                              "Failed to find a suitable truncation position."}),
-    [](const auto& info) { return std::string(info.param.name); });
 
 // Temp artifacts, by name, with a one-day limit.
 struct ArtifactCase {
