@@ -4,7 +4,6 @@
 //   --ignore-term   ignore SIGTERM
 //   --chatter       write plenty to standard output and standard error
 //   --stderr-bytes N  write N bytes of text to standard error
-//   --stderr-invalid  write bytes that aren't UTF-8 to standard error
 //   --child FILE    first start a child that sleeps as long, ignoring SIGTERM
 //                   (as --ignore-term does, when given before), and write its pid to FILE
 #include <signal.h>
@@ -20,7 +19,6 @@ int main(int argc, char** argv) {
   double sleepSeconds = 0;
   bool chatter = false;
   long stderrBytes = 0;
-  bool stderrInvalid = false;
   const char* childFile = nullptr;
   for (int i = 1; i < argc; ++i) {
     if (!std::strcmp(argv[i], "--exit") && i + 1 < argc) {
@@ -33,8 +31,6 @@ int main(int argc, char** argv) {
       chatter = true;
     } else if (!std::strcmp(argv[i], "--stderr-bytes") && i + 1 < argc) {
       stderrBytes = std::atol(argv[++i]);
-    } else if (!std::strcmp(argv[i], "--stderr-invalid")) {
-      stderrInvalid = true;
     } else if (!std::strcmp(argv[i], "--child") && i + 1 < argc) {
       childFile = argv[++i];
     }
@@ -49,7 +45,6 @@ int main(int argc, char** argv) {
   for (long written = 0; written < stderrBytes; ++written) {
     std::fputc(written % 64 == 63 ? '\n' : 'e', stderr);
   }
-  if (stderrInvalid) std::fputs("bad \xff\xfe bytes\n", stderr);
   std::fflush(stderr);
   if (childFile) {
     const pid_t child = ::fork();

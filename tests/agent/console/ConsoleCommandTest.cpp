@@ -47,11 +47,7 @@ TEST_P(Console, SaysWhatTheAgentWouldDo) {
   c.setUp(machine);
   std::ostringstream out, err;
   const run::AgentCommand::Invocation invocation{.kind = c.kind, .json = true};
-  const int status =
-      ConsoleCommand::run(invocation,
-                          {machine.paths, machine.files, machine.stores, machine.defaults,
-                           machine.clock, machine.agent, [] { return std::string("UTC"); }},
-                          false, out, err);
+  const int status = ConsoleCommand::run(invocation, machine.inputs(), false, out, err);
   ASSERT_EQ(status, c.status) << err.str();
   if (status != 0) {
     EXPECT_NE(err.str().find(c.expected.front().second.get<std::string>()), std::string::npos)
@@ -124,12 +120,7 @@ TEST(ConsoleText, ExplainDrawsTheWeekAndSaysWhy) {
           {{.days = {Weekday::mon, Weekday::wed}, .start = {12, 0}, .end = {13, 30}}}));
   std::ostringstream out, err;
   const run::AgentCommand::Invocation invocation{.kind = Kind::explain};
-  ASSERT_EQ(ConsoleCommand::run(invocation,
-                                {machine.paths, machine.files, machine.stores, machine.defaults,
-                                 machine.clock, machine.agent, [] { return std::string("UTC"); }},
-                                false, out, err),
-            0)
-      << err.str();
+  ASSERT_EQ(ConsoleCommand::run(invocation, machine.inputs(), false, out, err), 0) << err.str();
   const std::string text = out.str();
   // Half-hour cells: 12:00-13:30 allowed, 13:30-14:00 partly (the end minute counts).
   const auto row = [](const char* day, bool open) {
