@@ -1,7 +1,6 @@
 // Stands in for logind on a private bus: owns org.freedesktop.login1 and turns
 // each line of standard input into its signal.
-//   sleep     PrepareForSleep(true)      wake  PrepareForSleep(false)
-//   poweroff  PrepareForShutdown(true)
+//   sleep  PrepareForSleep(true)      wake  PrepareForSleep(false)
 // Prints "ready" once it owns the name; ends at the end of its input.
 #include <systemd/sd-bus.h>
 
@@ -21,14 +20,12 @@ int main() {
   std::cout << "ready" << std::endl;
   std::string line;
   while (std::getline(std::cin, line)) {
-    const char* member = line == "poweroff" ? "PrepareForShutdown" : "PrepareForSleep";
-    if (line != "sleep" && line != "wake" && line != "poweroff") {
+    if (line != "sleep" && line != "wake") {
       std::cerr << "velmo-fake-logind: unknown command " << line << "\n";
       continue;
     }
-    const int value = line == "wake" ? 0 : 1;
-    sd_bus_emit_signal(bus, "/org/freedesktop/login1", "org.freedesktop.login1.Manager", member,
-                       "b", value);
+    sd_bus_emit_signal(bus, "/org/freedesktop/login1", "org.freedesktop.login1.Manager",
+                       "PrepareForSleep", "b", line == "sleep" ? 1 : 0);
     sd_bus_flush(bus);
   }
   sd_bus_flush_close_unref(bus);
