@@ -55,25 +55,6 @@ INSTANTIATE_TEST_SUITE_P(
         // Ill-formed UTF-8 reads as U+FFFD.
         Ordered{"\xff", "\uFFFD", 0}, Ordered{"\xff", "\uFFFC", 1}));
 
-struct HashPair {
-  const char* lhs;
-  const char* rhs;
-  bool alike;
-};
-
-class LooseNumericVersionHash : public ::testing::TestWithParam<HashPair> {};
-
-TEST_P(LooseNumericVersionHash, DropsEmptyPiecesAndTrailingZerosOnly) {
-  const auto [lhs, rhs, alike] = GetParam();
-  EXPECT_EQ(std::hash<Version>{}(lhs) == std::hash<Version>{}(rhs), alike);
-}
-
-INSTANTIATE_TEST_SUITE_P(Pairs, LooseNumericVersionHash,
-                         ::testing::Values(HashPair{"1.2a", "1", true}, HashPair{"0.0", "0", true},
-                                           HashPair{"", "..", true}, HashPair{"+1.-0", "1", true},
-                                           HashPair{"", "0", false}, HashPair{"1.2", "2.1", false},
-                                           HashPair{"0.1", "1", false}));
-
 TEST(LooseNumericVersion, MajorComponentIsTheFirstNonEmptyWholeNumber) {
   const std::pair<const char*, std::optional<std::int64_t>> rows[] = {
       {"10.2", 10},
