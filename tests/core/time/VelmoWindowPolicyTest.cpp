@@ -9,7 +9,6 @@
 namespace velmo::core {
 namespace {
 
-
 TimePoint at(std::string_view text) {
   const auto date = Iso8601DateFormatter::date(text);
   EXPECT_TRUE(date) << text;
