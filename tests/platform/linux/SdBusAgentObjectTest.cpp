@@ -127,6 +127,20 @@ TEST_F(SdBusAgentObjectTest, BusClientsSeeEveryPropertyWithItsWireValue) {
       << output;
 }
 
+TEST_F(SdBusAgentObjectTest, AfterTheBusRestartsTheNameAndTheLatestStatusAreBack) {
+  testing::LogCapture capture;
+  bus_.stop();
+  ASSERT_TRUE(runUntil(context_, [&] { return !connection_.isConnected(); }));
+  const AgentStatus status{.version = "during the outage", .runCount = 3};
+  agent_->publish(status);
+  bus_.start();
+  Client client;
+  ASSERT_TRUE(runUntil(context_, [&] { return !client.owner().empty(); }));
+  const auto agent = read();
+  ASSERT_TRUE(agent);
+  EXPECT_EQ(agent->status, status);
+}
+
 TEST_F(SdBusAgentObjectTest, ASecondAgentWarnsAndTakesTheNameWhenTheFirstLeaves) {
   testing::LogCapture capture;
   SdBusConnection secondConnection{context_.get_executor(), clock_};
