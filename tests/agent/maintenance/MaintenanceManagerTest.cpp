@@ -83,6 +83,10 @@ TEST_P(MaintenanceWakeTest, PlansFromTheLastCycle) {
             param.runsAtOnce && param.sinceLastCycle ? 1u : 0u);
   EXPECT_TRUE(logged(param.line)) << param.line;
   EXPECT_EQ(clock_.pendingTimers(), 1u);
+  // The armed timer starts the next cycle on its own.
+  clock_.advance(hours(8));
+  EXPECT_TRUE(
+      logged(param.runsAtOnce ? "Maintenance cycle #3 started." : "Maintenance cycle #2 started."));
 }
 
 INSTANTIATE_TEST_SUITE_P(

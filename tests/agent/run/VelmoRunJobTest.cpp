@@ -52,8 +52,15 @@ TEST_F(VelmoRunJobTest, EachCommandGetsTheTimeLimitOfItsVerb) {
   defaults_.setObject("UpdateAll", true);
   launcher_.enqueue({.exitAfterTerminate = seconds(0)});  // install: never ends by itself
   launcher_.enqueue({.exitAfterTerminate = seconds(0)});  // update-all: the same
+  const auto install = clock_.scheduleAfter(hours(1), context_.get_executor(), [this] {
+    distributed_.deliver(
+        {std::string(core::NotificationName::didPerformInstall), std::nullopt, std::nullopt});
+  });
   EXPECT_EQ(runJob(), hours(2) + std::chrono::minutes(90));
   EXPECT_EQ(capture_.errors().size(), 4u);  // Two time-out lines, two exit-code lines.
+  // Installs count while a job runs, and only then.
+  EXPECT_TRUE(logged("Installations during this Velmo Run: 1"));
+  EXPECT_EQ(distributed_.observerCount(core::NotificationName::didPerformInstall), 0u);
 }
 
 }  // namespace
