@@ -14,7 +14,6 @@
 namespace velmo::mdm {
 namespace {
 
-using core::PlistDictionary;
 using std::chrono::milliseconds;
 
 constexpr const char* kAgent = "com.marvenith.velmo-agent";

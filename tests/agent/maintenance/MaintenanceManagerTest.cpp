@@ -9,7 +9,6 @@ namespace velmo::agent::maintenance {
 namespace {
 
 using std::chrono::hours;
-using std::chrono::minutes;
 using std::chrono::seconds;
 
 // Wake also reloads the managed preferences, on a timer of their own.

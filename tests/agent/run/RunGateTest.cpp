@@ -14,7 +14,6 @@
 namespace velmo::agent::run {
 namespace {
 
-using std::chrono::hours;
 using std::chrono::minutes;
 using std::chrono::seconds;
 using Events = std::vector<std::string>;

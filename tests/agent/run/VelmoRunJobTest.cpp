@@ -11,7 +11,6 @@
 namespace velmo::agent::run {
 namespace {
 
-using core::PlistArray;
 using std::chrono::hours;
 using std::chrono::seconds;
 

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <set>
 #include <utility>
 
 #include <nlohmann/json.hpp>

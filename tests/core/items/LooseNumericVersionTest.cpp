@@ -10,7 +10,6 @@
 namespace velmo::core {
 namespace {
 
-using nlohmann::json;
 using Version = LooseNumericVersion;
 
 struct Ordered {

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <limits>
-#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -22,7 +21,6 @@ namespace velmo::core {
 namespace {
 
 using testing::Generator;
-using testing::kZones;
 using testing::Zone;
 
 int caseCount() {

@@ -10,7 +10,6 @@
 
 #include <cstdio>
 #include <future>
-#include <set>
 #include <sstream>
 
 #include "platform/linux/SdBusAgentStatusCodec.h"
