@@ -51,6 +51,8 @@ TEST_F(ManagedPrefsTest, ManagedValuesWinOverRootsStoreKeyByKey) {
   EXPECT_FALSE(answer(prefs->boolValue("DisableSelfUpdate", ManagedDomain::velmoAgent, true)));
   EXPECT_TRUE(answer(prefs->boolValue("SkipFirstVelmoAgentRun", ManagedDomain::velmoAgent, false)));
   EXPECT_EQ(answer(prefs->string("Missing", ManagedDomain::velmoAgent, "fallback")), "fallback");
+  prefs.reset();  // A released instance leaves no observer behind.
+  EXPECT_EQ(workspace_.observerCount(), 0u);
 }
 
 TEST_F(ManagedPrefsTest, AStormOfChangesCausesOneReload200msAfterTheLast) {
