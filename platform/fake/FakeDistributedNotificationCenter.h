@@ -23,6 +23,10 @@ class FakeDistributedNotificationCenter final : public DistributedNotificationCe
 
   // A post from outside this process: delivered, not recorded among posts().
   void deliver(DistributedNotification notification);
+  void deliver(std::string_view name, std::optional<std::string> object = std::nullopt,
+               std::optional<core::PlistDictionary> userInfo = std::nullopt) {
+    deliver({std::string(name), std::move(object), std::move(userInfo)});
+  }
 
   const std::vector<DistributedNotification>& posts() const { return posts_; }
   std::vector<DistributedNotification> postsNamed(std::string_view name) const;

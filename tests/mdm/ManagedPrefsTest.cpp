@@ -63,11 +63,10 @@ TEST_F(ManagedPrefsTest, AStormOfChangesCausesOneReload200msAfterTheLast) {
   for (int i = 0; i < 100; ++i) {
     switch (i % 4) {
       case 0:
-        distributed_.deliver({"com.apple.MCX.changedDomains", std::nullopt, std::nullopt});
+        distributed_.deliver("com.apple.MCX.changedDomains");
         break;
       case 1:
-        distributed_.deliver(
-            {"com.apple.configurationprofiles.payloadChanged", std::nullopt, std::nullopt});
+        distributed_.deliver("com.apple.configurationprofiles.payloadChanged");
         break;
       case 2:
         notifications_.post("NSUserDefaultsDidChangeNotification");

@@ -56,7 +56,7 @@ class UIControllerTest : public ::testing::Test, protected testing::AgentFakes {
   }
   void deliver(std::string_view name, std::optional<std::string> object,
                std::optional<core::PlistDictionary> info = std::nullopt) {
-    distributed_.deliver({std::string(name), std::move(object), std::move(info)});
+    distributed_.deliver(name, std::move(object), std::move(info));
     settle();
   }
   std::vector<std::string> ids() const {
@@ -172,8 +172,7 @@ TEST_F(UIControllerTest, OnlyInstalledRemovesAndOnlyAfterThreeSeconds) {
 TEST_F(UIControllerTest, ItemsThatArriveBeforeTheLoadEndsAreKept) {
   files_.addFile(paths_.updateStateFile(), arrayJSON({"x", "y", "z"}));
   start(/*finishLoad=*/false);
-  distributed_.deliver(
-      {std::string(Name::addItemsToUIControllerQueue), arrayJSON({"new", "y"}), std::nullopt});
+  distributed_.deliver(Name::addItemsToUIControllerQueue, arrayJSON({"new", "y"}));
   clock_.runUntilIdle();
   EXPECT_FALSE(controller_->isLoaded());
   settle();

@@ -27,8 +27,8 @@ class MDMChangeObserverTest : public ::testing::Test {
   }
 
   void notify(PlistArray domains) {
-    distributed_.deliver({"com.apple.MCX._managementStatusChangedForDomains", std::nullopt,
-                          PlistDictionary{{"com.apple.MCX.changedDomains", std::move(domains)}}});
+    distributed_.deliver("com.apple.MCX._managementStatusChangedForDomains", std::nullopt,
+                         PlistDictionary{{"com.apple.MCX.changedDomains", std::move(domains)}});
     clock_.runUntilIdle();
   }
 

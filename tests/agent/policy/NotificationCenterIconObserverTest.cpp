@@ -39,9 +39,9 @@ class NotificationCenterIconObserverTest : public ::testing::Test, protected tes
   void notify(const std::string& domain) {
     for (const char* name :
          {"com.apple.MCX._managementStatusChangedForDomains", "com.apple.MCX.changedDomains"}) {
-      distributed_.deliver({name, std::nullopt,
-                            core::PlistDictionary{{"com.apple.MCX.changedDomains",
-                                                   core::PlistArray{core::PlistValue(domain)}}}});
+      distributed_.deliver(name, std::nullopt,
+                           core::PlistDictionary{{"com.apple.MCX.changedDomains",
+                                                  core::PlistArray{core::PlistValue(domain)}}});
     }
   }
 
