@@ -27,9 +27,9 @@ struct Machine : testing::ConsoleMachine {
                                   .start = {2, 0},
                                   .end = {5, 0}};
     const VelmoTimeWindow blackout{.days = {Weekday::wed}, .start = {12, 30}, .end = {12, 59}};
-    defaults.setObject("GlobalAllowWindows", VelmoTimeWindow::toPlistArray({allow, monthly}));
-    defaults.setObject("GlobalBlackoutWindows", VelmoTimeWindow::toPlistArray({blackout}));
-    defaults.setObject("InstallOrUpdate", core::PlistArray{"firefox", "zoom"});
+    defaults.set("GlobalAllowWindows", VelmoTimeWindow::toPlistArray({allow, monthly}));
+    defaults.set("GlobalBlackoutWindows", VelmoTimeWindow::toPlistArray({blackout}));
+    defaults.set("InstallOrUpdate", core::PlistArray{"firefox", "zoom"});
   }
 };
 

@@ -72,9 +72,9 @@ void checkSearch(std::vector<VelmoTimeWindow> allow, std::vector<VelmoTimeWindow
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view text(reinterpret_cast<const char*>(data), size);
   velmo::platform::fake::FakeUserDefaults defaults;
-  defaults.setObject("GlobalAllowWindows", PlistValue(PlistData(data, data + size)));
+  defaults.set("GlobalAllowWindows", PlistValue(PlistData(data, data + size)));
   if (const auto native = velmo::core::PropertyList::parse(text)) {
-    defaults.setObject("GlobalBlackoutWindows", *native);
+    defaults.set("GlobalBlackoutWindows", *native);
   }
   const auto allow = VelmoTimeWindow::readArray(defaults, "GlobalAllowWindows");
   const auto deny = VelmoTimeWindow::readArray(defaults, "GlobalBlackoutWindows");

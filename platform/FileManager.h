@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -20,9 +22,29 @@ struct FileError {
   int code = 0;
 };
 
-// A value, or why it couldn't be had.
-template <typename T>
-using FileResult = std::variant<T, FileError>;
+// What every fallible file call gives: its value (nothing, for calls that
+// only act), or why it failed. It can't be dropped unread: the build turns an
+// ignored one into an error.
+template <typename T = std::monostate>
+class [[nodiscard]] FileResult {
+ public:
+  FileResult()
+    requires std::is_same_v<T, std::monostate>
+  = default;
+  FileResult(T value) : storage_(std::move(value)) {}
+  FileResult(FileError error) : storage_(std::move(error)) {}
+
+  bool ok() const { return storage_.index() == 0; }
+  // Why the call failed; null when it succeeded.
+  const FileError* error() const { return std::get_if<FileError>(&storage_); }
+  // Only when ok().
+  const T& value() const { return std::get<T>(storage_); }
+  T& value() { return std::get<T>(storage_); }
+  T valueOr(T fallback) && { return ok() ? std::move(value()) : std::move(fallback); }
+
+ private:
+  std::variant<T, FileError> storage_;
+};
 
 // One entry of a folder, described as it is itself: a symbolic link is a
 // link, whatever it points to.
@@ -57,12 +79,17 @@ class FileManager {
   virtual ~FileManager() = default;
   // True for anything at the path, as the platform's file-exists check is.
   virtual bool fileExists(const std::filesystem::path& path) const = 0;
-  // The whole content, or nothing when the file can't be read.
-  virtual std::optional<std::string> readFile(const std::filesystem::path& path) const = 0;
-  // Replaces the file in one step: a reader sees the old content or the new,
-  // never a part. Gives the reason on failure, when the old file is untouched.
-  virtual std::optional<std::string> writeFileAtomically(const std::filesystem::path& path,
-                                                         const std::string& contents) = 0;
+  // The whole content. A missing file fails with the code ENOENT.
+  virtual FileResult<std::string> readFile(const std::filesystem::path& path) const = 0;
+  // The one durable write of a state file, in these steps: create the
+  // temporary file beside it (its name and ".tmp"), write, flush it to disk,
+  // rename it over the file, flush the folder. A reader sees the old content
+  // or the new, never a part, and a power cut keeps one of the two. A failure
+  // before the rename leaves the old file whole and removes the temporary; a
+  // failed flush of the folder comes after the rename, so the new content is
+  // in place but not yet known to be on disk, and the caller writes it again.
+  virtual FileResult<> writeFileAtomically(const std::filesystem::path& path,
+                                           std::string_view contents) = 0;
 
   // The entries of a folder, without going into subfolders, ordered by name.
   // With `skipHiddenFiles`, names starting with a dot are left out.
@@ -78,25 +105,19 @@ class FileManager {
   virtual FileResult<std::string> destinationOfSymbolicLink(
       const std::filesystem::path& path) const = 0;
   // A link at `path` pointing to `destination`; fails when `path` is taken.
-  virtual std::optional<FileError> createSymbolicLink(const std::filesystem::path& path,
-                                                      const std::filesystem::path& destination) = 0;
+  virtual FileResult<> createSymbolicLink(const std::filesystem::path& path,
+                                          const std::filesystem::path& destination) = 0;
 
   // The folder and every missing folder above it; an existing folder is fine.
-  virtual std::optional<FileError> createDirectories(const std::filesystem::path& path) = 0;
+  virtual FileResult<> createDirectories(const std::filesystem::path& path) = 0;
   // Removes the item below `fixedFolder`, a folder with all it holds. A
   // symbolic link is removed as a link and never followed inside a folder,
   // so a removal can't reach outside the item.
-  virtual std::optional<FileError> removeItem(const std::filesystem::path& path,
-                                              const std::filesystem::path& fixedFolder) = 0;
-  // A plain write in place, creating or truncating the file: not atomic.
-  virtual std::optional<FileError> writeFile(const std::filesystem::path& path,
-                                             std::string_view contents) = 0;
-  // Puts `replacement` in the place of `original` in one step.
-  virtual std::optional<FileError> replaceItem(const std::filesystem::path& original,
-                                               const std::filesystem::path& replacement) = 0;
-  // Fails when something is at `destination` already.
-  virtual std::optional<FileError> moveItem(const std::filesystem::path& source,
-                                            const std::filesystem::path& destination) = 0;
+  virtual FileResult<> removeItem(const std::filesystem::path& path,
+                                  const std::filesystem::path& fixedFolder) = 0;
+  // A plain write in place, creating or truncating the file: not atomic. Only
+  // for the log, which others append to through a descriptor of their own.
+  virtual FileResult<> writeFile(const std::filesystem::path& path, std::string_view contents) = 0;
 };
 
 }  // namespace velmo::platform

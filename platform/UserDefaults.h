@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "core/values/PlistValue.h"
+#include "platform/FileManager.h"
 
 namespace velmo::platform {
 
@@ -14,7 +15,8 @@ class UserDefaults {
  public:
   virtual ~UserDefaults() = default;
   virtual std::optional<core::PlistValue> object(std::string_view key) const = 0;
-  virtual void setObject(std::string_view key, const core::PlistValue& value) = 0;
+  // Gives why the store could not be written; the caller logs it.
+  virtual FileResult<> setObject(std::string_view key, const core::PlistValue& value) = 0;
 };
 
 }  // namespace velmo::platform

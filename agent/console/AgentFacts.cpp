@@ -15,11 +15,11 @@ void checkPlist(const ConsoleInputs& inputs, const std::filesystem::path& path,
                 std::vector<std::string>& problems, bool& readAnything) {
   if (!inputs.files.fileExists(path)) return;
   const auto bytes = inputs.files.readFile(path);
-  if (!bytes) {
-    problems.push_back(path.string() + " can't be read.");
+  if (const auto* error = bytes.error()) {
+    problems.push_back(path.string() + " can't be read: " + error->description);
     return;
   }
-  const auto root = core::PropertyList::parse(*bytes);
+  const auto root = core::PropertyList::parse(bytes.value());
   if (!root || !root->is<core::PlistDictionary>()) {
     problems.push_back(path.string() + " is not a property list of keys; it counts as empty.");
     return;
@@ -74,7 +74,7 @@ AgentFacts AgentFacts::gather(const ConsoleInputs& inputs) {
   const auto itemsFile = inputs.paths.updateStateFile();
   if (inputs.files.fileExists(itemsFile)) {
     const auto bytes = inputs.files.readFile(itemsFile);
-    if (bytes) facts.items = core::UpdateItem::arrayFromJSONText(*bytes);
+    if (bytes.ok()) facts.items = core::UpdateItem::arrayFromJSONText(bytes.value());
     if (facts.items) {
       facts.readAnything = true;
     } else {
@@ -86,7 +86,7 @@ AgentFacts AgentFacts::gather(const ConsoleInputs& inputs) {
   const auto deferralsFile = inputs.paths.deferralsFile();
   if (inputs.files.fileExists(deferralsFile)) {
     const auto bytes = inputs.files.readFile(deferralsFile);
-    if (bytes) facts.deferrals = core::decodeDeferralMap(*bytes);
+    if (bytes.ok()) facts.deferrals = core::decodeDeferralMap(bytes.value());
     if (facts.deferrals) {
       facts.readAnything = true;
     } else {

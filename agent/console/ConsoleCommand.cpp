@@ -30,13 +30,12 @@ int ConsoleCommand::lint(const run::AgentCommand::Invocation& invocation,
   for (const auto& given : invocation.paths) {
     const std::filesystem::path path(given);
     const auto listed = inputs.files.contentsOfDirectory(path, path, true);
-    const auto* entries = std::get_if<std::vector<platform::DirectoryEntry>>(&listed);
-    if (!entries) {
+    if (!listed.ok()) {
       files.push_back(path);
       continue;
     }
     std::vector<std::filesystem::path> found;
-    for (const auto& entry : *entries) {
+    for (const auto& entry : listed.value()) {
       if (entry.path.extension() == ".plist") found.push_back(entry.path);
     }
     std::sort(found.begin(), found.end());

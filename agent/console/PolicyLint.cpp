@@ -37,7 +37,9 @@ class DictionaryDefaults final : public platform::UserDefaults {
     if (found == values_.end()) return std::nullopt;
     return found->second;
   }
-  void setObject(std::string_view, const core::PlistValue&) override {}
+  platform::FileResult<> setObject(std::string_view, const core::PlistValue&) override {
+    return {};
+  }
 
  private:
   const core::PlistDictionary& values_;
@@ -312,8 +314,8 @@ std::vector<PolicyLint::Diagnostic> PolicyLint::lintFile(const platform::FileMan
                                                          const std::string& timeZoneId) {
   const std::string file = path.string();
   const auto bytes = files.readFile(path);
-  if (!bytes) return {{file, "", Severity::error, "can't be read."}};
-  const auto root = core::PropertyList::parse(*bytes);
+  if (!bytes.ok()) return {{file, "", Severity::error, "can't be read."}};
+  const auto root = core::PropertyList::parse(bytes.value());
   const auto* values = root ? root->getIf<core::PlistDictionary>() : nullptr;
   if (!values) {
     return {{file, "", Severity::error,

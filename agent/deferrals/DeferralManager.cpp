@@ -19,8 +19,15 @@ DeferralManager::DeferralManager(const Collaborators& collaborators)
       fileWork_(std::make_shared<FileWork>(FileWork{DeferralStorageManager(
           collaborators.files, collaborators.paths.deferralsFile().parent_path(),
           collaborators.paths.deferralsFile().filename().string())})),
-      fileStrand_(core::makeSerialExecutor(collaborators.fileExecutor)) {
+      fileStrand_(core::makeSerialExecutor(collaborators.fileExecutor)),
+      retry_(logger_, collaborators.clock, collaborators.mainExecutor,
+             "the deferrals file " + collaborators.paths.deferralsFile().string(), [this] {
+               retryWanted_ = true;
+               writeWaitingChanges();
+             }) {
   logger_.debug("Initializing DeferralManager.");
+  // A damaged file is kept for the administrator before anything overwrites it.
+  asio::post(fileStrand_, [work = fileWork_] { (void)work->storageManager.load(); });
   auto& center = collaborators_.distributedCenter;
   distributedObservers_.push_back(center.addObserver(
       Name::dialogResponse,
@@ -117,57 +124,87 @@ void DeferralManager::submit(Change change) {
 // One write at a time; what arrives meanwhile goes into the next one, so a
 // burst of changes costs a few writes, and each write one post.
 void DeferralManager::writeWaitingChanges() {
-  if (writing_ || waiting_.empty()) return;
+  if (writing_ || (waiting_.empty() && !retryWanted_)) return;
   writing_ = true;
+  retryWanted_ = false;
   waitingRecords_.clear();
   asio::post(fileStrand_, [work = fileWork_, changes = std::exchange(waiting_, {}),
                            main = collaborators_.mainExecutor, alive = lifetime_.token(), this] {
-    work->apply(changes);
-    asio::post(main, [alive, this] {
-      if (!*alive) return;
-      writing_ = false;
-      postDeferralsDidChange();
-      writeWaitingChanges();
+    auto failure = work->apply(changes);
+    asio::post(main, [alive, this, failure = std::move(failure), changed = !changes.empty()] {
+      if (*alive) finishWrite(failure, changed);
     });
   });
 }
 
-void DeferralManager::FileWork::apply(const std::vector<Change>& changes) {
+void DeferralManager::finishWrite(const std::optional<std::string>& failure, bool changed) {
+  writing_ = false;
+  if (failure) {
+    retry_.failed(*failure);
+  } else {
+    retry_.succeeded();
+  }
+  // Readers learn of every accepted change, as before; a retry that wrote
+  // what they were already told of tells them the file now has it.
+  if (changed || !failure) postDeferralsDidChange();
+  writeWaitingChanges();
+}
+
+std::optional<std::string> DeferralManager::FileWork::apply(const std::vector<Change>& changes) {
   const bool records = std::any_of(changes.begin(), changes.end(),
                                    [](const Change& change) { return !change.isRemoval; });
-  if (records && !storageManager.createDirectory()) return;
-  core::DeferralMap map = storageManager.load();
+  // What failed to be written is newer than the file: it goes on from there.
+  core::DeferralMap map = unwritten ? std::move(*unwritten) : storageManager.load();
+  unwritten.reset();
   for (const auto& change : changes) {
     if (change.isRemoval) {
       DeferralStorageManager::remove(map, change.appId);
       logger.debug("[" + change.appId + "] Deferrals removed.");
-      continue;
+    } else {
+      count(map, change);
     }
-    const std::string key = change.appId + "_" + change.targetVersion;
-    const auto found = map.find(key);
-    core::Deferral record = found != map.end()
-                                ? found->second
-                                : core::Deferral::make(change.appId, change.targetVersion);
-    std::int64_t count = record.deferralCount.value_or(0);
-    logger.debug("Loaded deferral: " + record.identifier + ", count: " + std::to_string(count));
-    // Saturates: a record deferred 2^63 times stays at the top.
-    constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
-    const std::int64_t added = change.foldedAway + static_cast<std::int64_t>(change.details.size());
-    count = count <= kMost - added ? count + added : kMost;
-    record.deferralCount = count;
-    logger.debug("Incremented deferral count to: " + std::to_string(count));
-    if (!record.deferrals) record.deferrals.emplace();
-    for (const auto& detail : change.details) {
-      record.deferrals->push_back(detail);
-      logger.debug("Appended deferral detail: " + detail.description());
-    }
-    recency[key] = ++this->changes;
-    DeferralStorageManager::store(map, std::move(record), key, recency);
-    logger.debug("Saved deferral for key: " + key);
   }
   std::erase_if(recency, [&](const auto& entry) { return !map.count(entry.first); });
-  storageManager.write(
-      map, records ? "Failed to create directory or write file: " : "Failed to remove deferral: ");
+  // A retry may carry records; only a batch of removals alone leaves the folder be.
+  const bool recording = records || changes.empty();
+  const std::string prefix =
+      recording ? "Failed to create directory or write file: " : "Failed to remove deferral: ";
+  if (recording) {
+    if (const auto created = storageManager.createDirectory(); const auto* error = created.error()) {
+      unwritten = std::move(map);
+      return prefix + error->description;
+    }
+  }
+  const auto written = storageManager.write(map);
+  if (const auto* error = written.error()) {
+    unwritten = std::move(map);
+    return prefix + error->description;
+  }
+  return std::nullopt;
+}
+
+void DeferralManager::FileWork::count(core::DeferralMap& map, const Change& change) {
+  const std::string key = change.appId + "_" + change.targetVersion;
+  const auto found = map.find(key);
+  core::Deferral record = found != map.end()
+                              ? found->second
+                              : core::Deferral::make(change.appId, change.targetVersion);
+  std::int64_t count = record.deferralCount.value_or(0);
+  logger.debug("Loaded deferral: " + record.identifier + ", count: " + std::to_string(count));
+  // Saturates: a record deferred 2^63 times stays at the top.
+  constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
+  const std::int64_t added = change.foldedAway + static_cast<std::int64_t>(change.details.size());
+  count = count <= kMost - added ? count + added : kMost;
+  record.deferralCount = count;
+  logger.debug("Incremented deferral count to: " + std::to_string(count));
+  if (!record.deferrals) record.deferrals.emplace();
+  for (const auto& detail : change.details) {
+    record.deferrals->push_back(detail);
+    logger.debug("Appended deferral detail: " + detail.description());
+  }
+  recency[key] = ++changes;
+  DeferralStorageManager::store(map, std::move(record), key, recency);
+  logger.debug("Saved deferral for key: " + key);
 }
 
 void DeferralManager::postDeferralsDidChange() {

@@ -4,12 +4,14 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "agent/deferrals/DeferralStorageManager.h"
 #include "core/Executors.h"
 #include "core/Lifetime.h"
+#include "core/files/WriteRetry.h"
 #include "core/logging/CustomLogger.h"
 #include "core/logging/LogBudget.h"
 #include "core/logging/MalformedPostLog.h"
@@ -25,7 +27,9 @@ namespace velmo::agent::deferrals {
 // records once its update is installed or its item is dropped. Only records:
 // no decision of the agent reads a count. Lives on the main executor; the
 // file is read and written on `fileExecutor`, one write at a time, and the
-// changes that arrive during a write are folded into the next one.
+// changes that arrive during a write are folded into the next one. Records
+// that could not be written (a full disk) stay in memory and go out with the
+// next attempt: a retry with back-off, or the next change.
 class DeferralManager {
  public:
   // Changes wait only while one write is in work; more than this is a flood.
@@ -73,11 +77,16 @@ class DeferralManager {
     core::CustomLogger logger{"DeferralManager"};
     DeferralStorageManager::Recency recency{};
     std::uint64_t changes = 0;
-    void apply(const std::vector<Change>& changes);
+    // The records as the last failed write had them; the file lags behind.
+    std::optional<core::DeferralMap> unwritten{};
+    // Applies `changes` (none for a retry) and writes; the error line on failure.
+    std::optional<std::string> apply(const std::vector<Change>& changes);
+    void count(core::DeferralMap& map, const Change& change);
   };
 
   void submit(Change change);
   void writeWaitingChanges();
+  void finishWrite(const std::optional<std::string>& failure, bool changed);
   void postDeferralsDidChange();
 
   Collaborators collaborators_;
@@ -89,6 +98,8 @@ class DeferralManager {
   // The waiting change of each record key, while no removal follows it.
   std::map<std::string, std::size_t> waitingRecords_;
   bool writing_ = false;
+  bool retryWanted_ = false;
+  core::WriteRetry retry_;
   core::Lifetime lifetime_;
   std::vector<platform::ObserverToken> distributedObservers_;
   platform::ObserverToken localObserver_;

@@ -20,29 +20,24 @@ DeferralStorageManager::DeferralStorageManager(platform::FileManager& files,
       preferenceDirectory_(std::move(preferenceDirectory)),
       preferenceFile_(std::move(preferenceFile)) {}
 
-core::DeferralMap DeferralStorageManager::load() const {
+core::DeferralMap DeferralStorageManager::load() {
   const auto text = files_.readFile(fileURL());
-  if (!text) return {};
-  return core::decodeDeferralMap(*text).value_or(core::DeferralMap{});
+  if (!text.ok()) return {};
+  auto records = core::decodeDeferralMap(text.value());
+  if (!records) damaged_.keep(fileURL(), text.value(), "deferrals file");
+  return std::move(records).value_or(core::DeferralMap{});
 }
 
-bool DeferralStorageManager::createDirectory() {
-  if (auto error = files_.createDirectories(preferenceDirectory_)) {
-    logger_.error("Failed to create directory or write file: " + error->description);
-    return false;
-  }
-  return true;
+platform::FileResult<> DeferralStorageManager::createDirectory() {
+  return files_.createDirectories(preferenceDirectory_);
 }
 
-// A plain write, as the siblings expect of this file: a crash in the middle
-// leaves a damaged file, which the next read takes for an empty one.
-void DeferralStorageManager::write(const core::DeferralMap& records,
-                                   std::string_view failurePrefix) {
+platform::FileResult<> DeferralStorageManager::write(const core::DeferralMap& records) {
   const auto text = core::encodeDeferralMap(records);
-  if (!text) return;
-  if (auto error = files_.writeFile(fileURL(), *text)) {
-    logger_.error(std::string(failurePrefix) + error->description);
+  if (!text) {
+    return platform::FileError{"The records couldn't be encoded.", "NSCocoaErrorDomain", 4866};
   }
+  return files_.writeFileAtomically(fileURL(), *text);
 }
 
 void DeferralStorageManager::store(core::DeferralMap& records, core::Deferral record,

@@ -4,18 +4,17 @@
 #include <filesystem>
 #include <map>
 #include <string>
-#include <string_view>
 
 #include "core/deferrals/Deferral.h"
+#include "core/files/DamagedFileKeeper.h"
 #include "core/logging/CustomLogger.h"
 #include "platform/FileManager.h"
 
 namespace velmo::agent::deferrals {
 
 // The file work on the deferrals file: one JSON object of records, keyed by
-// app id and target version. Holds nothing in memory between writes: each
-// batch of changes reads the file again, and one that can't be read or
-// parsed counts as empty. Runs on the deferrals' file thread.
+// app id and target version. A file that can't be parsed counts as empty,
+// after its bytes are kept beside it. Runs on the deferrals' file thread.
 class DeferralStorageManager {
  public:
   // A user defers a handful of updates at a time, each a few times; any
@@ -28,12 +27,11 @@ class DeferralStorageManager {
                          std::string preferenceFile);
 
   // The records in the file; empty when it is missing or damaged.
-  core::DeferralMap load() const;
-  // Creates the folder of the file; false, with the error line, when it can't.
-  bool createDirectory();
-  // Replaces the file's content with `records`, in place, as the siblings
-  // expect; a failure is logged after `failurePrefix`.
-  void write(const core::DeferralMap& records, std::string_view failurePrefix);
+  core::DeferralMap load();
+  platform::FileResult<> createDirectory();
+  // Replaces the file with `records` in one durable step: readers never see
+  // a part, and a failure leaves the old file whole.
+  platform::FileResult<> write(const core::DeferralMap& records);
 
   // The order in which this process last changed records, by key, oldest
   // lowest: the file keeps whole seconds, and a burst fills many in one.
@@ -52,6 +50,7 @@ class DeferralStorageManager {
  private:
   platform::FileManager& files_;
   core::CustomLogger logger_{"DeferralStorageManager"};
+  core::DamagedFileKeeper damaged_{files_, logger_};
   std::filesystem::path preferenceDirectory_;
   std::string preferenceFile_;
 };

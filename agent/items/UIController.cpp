@@ -46,6 +46,8 @@ UIController::UIController(Collaborators collaborators,
     : collaborators_(std::move(collaborators)),
       updateStateFile_(collaborators_.paths.updateStateFile()),
       itemUpdateQueue_(core::makeSerialExecutor(collaborators_.fileExecutor)),
+      retry_(fileLogger_, collaborators_.clock, collaborators_.mainExecutor,
+             "the update state file " + updateStateFile_.string(), [this] { saveState(true); }),
       velmoRunCoordinator_(std::move(coordinator)) {}
 
 void UIController::start() {
@@ -261,7 +263,10 @@ void UIController::loadState() {
   asio::post(itemUpdateQueue_, [weak = weak_from_this(), url = updateStateFile_,
                                 &files = collaborators_.files, main = collaborators_.mainExecutor] {
     const auto text = files.readFile(url);
-    auto items = text ? core::UpdateItem::arrayFromJSONText(*text) : std::nullopt;
+    auto items = text.ok() ? core::UpdateItem::arrayFromJSONText(text.value()) : std::nullopt;
+    if (text.ok() && !items) {
+      if (auto self = weak.lock()) self->damaged_.keep(url, text.value(), "update state file");
+    }
     asio::post(main, [weak, items = std::move(items)]() mutable {
       if (auto self = weak.lock()) self->finishLoad(std::move(items));
     });
@@ -352,39 +357,38 @@ void UIController::saveState(bool force) {
 void UIController::writeState(const std::vector<core::UpdateItem>& items,
                               const std::filesystem::path& url) {
   platform::FileManager& files = collaborators_.files;
+  const auto done = [&](std::optional<std::string> failure) {
+    asio::post(collaborators_.mainExecutor,
+               [weak = weak_from_this(), failure = std::move(failure)] {
+                 if (auto self = weak.lock()) self->finishSave(failure);
+               });
+  };
   const auto failed = [&](const platform::FileError& error) {
-    fileLogger_.error("Failed to save update state file: " + error.description + " (" +
-                      error.domain + ", code: " + std::to_string(error.code) + ")");
+    done("Failed to save update state file: " + error.description + " (" + error.domain +
+         ", code: " + std::to_string(error.code) + ")");
   };
   const auto text = core::UpdateItem::prettyJSONText(items);
   if (!text) {
-    failed({"The data couldn't be written because it isn't in the correct format.",
-            "NSCocoaErrorDomain", 4866});
-    return;
+    return failed({"The data couldn't be written because it isn't in the correct format.",
+                   "NSCocoaErrorDomain", 4866});
   }
-  if (auto error = files.createDirectories(url.parent_path())) return failed(*error);
-  const std::filesystem::path temporary = url.string() + ".tmp";
-  fileLogger_.debug("Writing update state to temporary file at " + temporary.string());
-  if (files.fileExists(temporary)) {
-    if (auto error = files.removeItem(temporary, url.parent_path())) return failed(*error);
+  if (const auto created = files.createDirectories(url.parent_path()); created.error()) {
+    return failed(*created.error());
   }
-  // The state file itself is only ever replaced whole, by a rename.
-  if (auto error = files.writeFile(temporary, *text)) return failed(*error);
-  const bool exists = files.fileExists(url);
-  fileLogger_.debug(std::string("Update state file already exists: ") +
-                    (exists ? "true" : "false"));
-  if (exists) {
-    if (auto error = files.replaceItem(url, temporary)) {
-      fileLogger_.error("Replace of update state file failed, trying move: " + error->description);
-      if (auto moveError = files.moveItem(temporary, url)) return failed(*moveError);
-    }
-  } else if (auto error = files.moveItem(temporary, url)) {
-    return failed(*error);
+  fileLogger_.debug("Writing update state to " + url.string());
+  if (const auto written = files.writeFileAtomically(url, *text); written.error()) {
+    return failed(*written.error());
   }
   fileLogger_.debug("Successfully saved update state to " + url.string());
-  asio::post(collaborators_.mainExecutor, [weak = weak_from_this()] {
-    if (auto self = weak.lock()) self->scheduleQueueChangedNotification();
-  });
+  done(std::nullopt);
+}
+
+// Main executor. The list stays in memory whatever the write did; after a
+// failure the retry saves it as it then stands.
+void UIController::finishSave(const std::optional<std::string>& failure) {
+  if (failure) return retry_.failed(*failure);
+  retry_.succeeded();
+  scheduleQueueChangedNotification();
 }
 
 void UIController::scheduleQueueChangedNotification() {

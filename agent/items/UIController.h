@@ -15,6 +15,8 @@
 #include "agent/run/VelmoRunCoordinator.h"
 #include "core/Executors.h"
 #include "core/Lifetime.h"
+#include "core/files/DamagedFileKeeper.h"
+#include "core/files/WriteRetry.h"
 #include "core/items/UpdateItem.h"
 #include "core/logging/CustomLogger.h"
 #include "core/logging/LogBudget.h"
@@ -94,8 +96,9 @@ class UIController final : public run::ListedItems,
   void start();
   void loadState();
   void finishLoad(std::optional<std::vector<core::UpdateItem>> loaded);
-  // On the file strand.
+  // On the file strand; hands the outcome to finishSave.
   void writeState(const std::vector<core::UpdateItem>& items, const std::filesystem::path& url);
+  void finishSave(const std::optional<std::string>& failure);
   void scheduleQueueChangedNotification();
   // `joined` counts the checks that joined this one and complete with it.
   asio::awaitable<void> userInitiatedCheck(std::shared_ptr<std::size_t> joined);
@@ -124,6 +127,9 @@ class UIController final : public run::ListedItems,
   std::unique_ptr<platform::Timer> notificationWorkItem_;
   std::unique_ptr<platform::Timer> delayedSaveWorkItem_;
   std::optional<platform::TimePoint> lastSaveTime_;  // None: the distant past.
+  core::WriteRetry retry_;
+  // Used on the file strand only.
+  core::DamagedFileKeeper damaged_{collaborators_.files, fileLogger_};
   std::shared_ptr<run::VelmoRunCoordinator> velmoRunCoordinator_;
   std::vector<platform::ObserverToken> observers_;
   core::Lifetime lifetime_;

@@ -1,16 +1,10 @@
 #include "agent/maintenance/CachePruner.h"
 
-#include <variant>
 #include <vector>
 
 #include "core/time/TimeInterval.h"
 
 namespace velmo::agent::maintenance {
-namespace {
-
-using Entries = std::vector<platform::DirectoryEntry>;
-
-}  // namespace
 
 CachePruner::CachePruner(platform::FileManager& files, const platform::Clock& clock,
                          std::filesystem::path root, core::CustomLogger logger)
@@ -25,7 +19,7 @@ void CachePruner::pruneCache(int olderThanDays) const {
   }
   // The only listing that counts hidden files; if it fails, the walk finds out.
   const auto everything = files_.contentsOfDirectory(root_, root_, false);
-  if (const auto* all = std::get_if<Entries>(&everything); all && all->empty()) {
+  if (everything.ok() && everything.value().empty()) {
     logger_.debug("Cache directory is empty; skipping prune.");
     return;
   }
@@ -33,13 +27,13 @@ void CachePruner::pruneCache(int olderThanDays) const {
     logger_.error("Error while pruning cache " + root_.string() + ": " + error.description);
   };
   const auto folders = files_.contentsOfDirectory(root_, root_, true);
-  if (const auto* error = std::get_if<platform::FileError>(&folders)) return failed(*error);
+  if (const auto* error = folders.error()) return failed(*error);
   int deletions = 0;
-  for (const auto& folder : std::get<Entries>(folders)) {
+  for (const auto& folder : folders.value()) {
     if (!folder.isDirectory()) continue;
     const auto items = files_.contentsOfDirectory(folder.path, root_, true);
-    if (const auto* error = std::get_if<platform::FileError>(&items)) return failed(*error);
-    for (const auto& item : std::get<Entries>(items)) {
+    if (const auto* error = items.error()) return failed(*error);
+    for (const auto& item : items.value()) {
       if (!item.isRegularFile() || !item.creationDate) continue;
       const auto age = now - *item.creationDate;
       if (age <= limit) continue;
@@ -58,14 +52,14 @@ void CachePruner::pruneCache(int olderThanDays) const {
 }
 
 void CachePruner::deleteInstallMedia(const std::filesystem::path& file) const {
-  if (const auto error = files_.removeItem(file, root_)) {
+  if (const auto result = files_.removeItem(file, root_); const auto* error = result.error()) {
     logger_.error("Error while deleting file or directory: " + error->description);
     return;
   }
   logger_.info("Deleted install media: " + file.filename().string());
   const auto folder = file.parent_path();
   const auto pruned = pruneEmptyDirectories(folder);
-  if (const auto* error = std::get_if<platform::FileError>(&pruned)) {
+  if (const auto* error = pruned.error()) {
     logger_.error("Error while pruning empty directories under " + folder.string() + ": " +
                   error->description);
   }
@@ -78,22 +72,22 @@ platform::FileResult<bool> CachePruner::pruneEmptyDirectories(
     return false;
   }
   const auto listing = files_.contentsOfDirectory(directory, root_, true);
-  if (const auto* error = std::get_if<platform::FileError>(&listing)) return *error;
-  for (const auto& entry : std::get<Entries>(listing)) {
+  if (const auto* error = listing.error()) return *error;
+  for (const auto& entry : listing.value()) {
     if (!entry.isDirectory()) continue;
     if (entry.path.extension() == ".app") {
       logger_.debug("Skipping app bundle during cache prune: " + entry.path.string());
       continue;
     }
     const auto pruned = pruneEmptyDirectories(entry.path);
-    if (const auto* error = std::get_if<platform::FileError>(&pruned)) return *error;
+    if (const auto* error = pruned.error()) return *error;
   }
   const auto remaining = files_.contentsOfDirectory(directory, root_, true);
-  if (const auto* error = std::get_if<platform::FileError>(&remaining)) return *error;
-  if (!std::get<Entries>(remaining).empty()) return false;
+  if (const auto* error = remaining.error()) return *error;
+  if (!remaining.value().empty()) return false;
   if (directory.lexically_normal() == root_.lexically_normal()) return false;
   // Hidden files don't keep a folder: they go with it.
-  if (const auto error = files_.removeItem(directory, root_)) return *error;
+  if (const auto result = files_.removeItem(directory, root_); const auto* error = result.error()) return *error;
   logger_.info("Deleted empty directory: " + directory.string());
   return true;
 }

@@ -16,12 +16,12 @@ void LogTruncator::truncateLogFile(std::uint64_t maxMegabytes) const {
   const std::uint64_t maxBytes = maxMegabytes * kBytesPerMegabyte;
   // The cut lies in the last maxBytes, and nothing before them is kept.
   const auto read = files_.readFileTail(logFile_, logFile_.parent_path(), maxBytes);
-  if (const auto* error = std::get_if<platform::FileError>(&read)) {
+  if (const auto* error = read.error()) {
     logger_.error("Error reading log file: " + error->description + ".");
     logger_.error("Failed to read log file.");
     return;
   }
-  const auto& tail = std::get<platform::FileTail>(read);
+  const auto& tail = read.value();
   if (tail.size <= maxBytes) {
     logger_.debug("Log file size (" + std::to_string(tail.size) +
                   " bytes) is already within the limit.");
@@ -35,7 +35,7 @@ void LogTruncator::truncateLogFile(std::uint64_t maxMegabytes) const {
     return;
   }
   const std::string_view kept = bytes.substr(newline + 1);
-  if (const auto error = files_.writeFile(logFile_, kept)) {
+  if (const auto result = files_.writeFile(logFile_, kept); const auto* error = result.error()) {
     logger_.error("Error writing log file: " + error->description + ".");
     logger_.error("An error occurred truncating the log file.");
     return;

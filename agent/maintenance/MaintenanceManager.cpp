@@ -18,7 +18,8 @@ core::TimeInterval seconds(platform::Duration duration) {
 
 MaintenanceManager::MaintenanceManager(const Collaborators& collaborators)
     : collaborators_(collaborators),
-      plistManager_(collaborators.files, collaborators.paths.agentStateFile()),
+      plistManager_(collaborators.files, collaborators.paths.agentStateFile(),
+                    run::PlistManager::Retries{collaborators.clock, collaborators.mainExecutor}),
       cachePruner_(collaborators.files, collaborators.clock,
                    collaborators.paths.toolCacheDirectory(), logger_),
       logTruncator_(collaborators.files, collaborators.paths.logFile(), logger_),

@@ -26,8 +26,7 @@ void TempArtifactCleaner::cleanUp(const std::filesystem::path& directory, int ol
   }
   // Hidden entries too: every artifact is hidden.
   const auto listing = files_.contentsOfDirectory(directory, directory, false);
-  const auto* entries = std::get_if<std::vector<platform::DirectoryEntry>>(&listing);
-  if (!entries) {
+  if (!listing.ok()) {
     logger_.warning("Couldn’t scan for temp artifacts in " + path +
                     ". This won’t stop maintenance.");
     return;
@@ -36,7 +35,7 @@ void TempArtifactCleaner::cleanUp(const std::filesystem::path& directory, int ol
       std::chrono::duration_cast<core::TimeInterval>(clock_.now().time_since_epoch()) -
       core::TimeInterval(olderThanDays * 86'400.0);
   std::vector<std::filesystem::path> artifacts;
-  for (const auto& entry : *entries) {
+  for (const auto& entry : listing.value()) {
     const auto stamp = TempArtifactName::timestamp(entry.path.filename().string());
     if (stamp && *stamp <= cutoff) artifacts.push_back(entry.path);
   }
@@ -53,7 +52,7 @@ void TempArtifactCleaner::cleanUp(const std::filesystem::path& directory, int ol
     }
     // A link is removed as a link, a bundle with all it holds.
     const std::string name = artifact.filename().string();
-    if (files_.removeItem(artifact, directory)) {
+    if (!files_.removeItem(artifact, directory).ok()) {
       logger_.warning("Couldn’t remove temp artifact: " + name + ". You can delete it later.");
       continue;
     }

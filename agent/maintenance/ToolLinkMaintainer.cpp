@@ -22,7 +22,7 @@ void ToolLinkMaintainer::maintainToolLink() const {
   const bool remove = mdm::PreferenceConversions::boolForKey(userDefaults_, "RemoveVelmoSymlink");
   if (!exists && !remove) {
     logger_.info("The velmo symlink is missing; creating now.");
-    if (const auto error = files_.createSymbolicLink(link_, destination_)) {
+    if (const auto result = files_.createSymbolicLink(link_, destination_); const auto* error = result.error()) {
       logger_.error("Failed to create velmo symlink, detailed error: " + error->description + ".");
     }
   } else if (exists && remove) {
@@ -35,9 +35,9 @@ void ToolLinkMaintainer::removeLinkIfOurs() const {
     logger_.error("Failed to remove velmo symlink, detailed error: " + error.description + ".");
   };
   const auto destination = files_.destinationOfSymbolicLink(link_);
-  if (const auto* error = std::get_if<platform::FileError>(&destination)) return failed(*error);
+  if (const auto* error = destination.error()) return failed(*error);
   // Exact text: the same file reached through another form of the path isn't ours.
-  if (std::get<std::string>(destination) != destination_.string()) {
+  if (destination.value() != destination_.string()) {
     logger_.debug(
         "Current velmo symlink does not point to Marvenith's velmo command line tool; skipping "
         "removal.");
@@ -46,7 +46,9 @@ void ToolLinkMaintainer::removeLinkIfOurs() const {
   logger_.info("Configured to remove the velmo symlink; removing now.");
   // The link's folder is the fixed part: a link on the way there that only
   // root controls, as /usr/local may be, is followed; the link itself goes.
-  if (const auto error = files_.removeItem(link_, link_.parent_path())) failed(*error);
+  if (const auto removed = files_.removeItem(link_, link_.parent_path()); removed.error()) {
+    failed(*removed.error());
+  }
 }
 
 }  // namespace velmo::agent::maintenance

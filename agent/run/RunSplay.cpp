@@ -31,8 +31,8 @@ core::TimeInterval RunSplay::offset(const std::optional<std::string>& machineId,
 std::optional<std::string> RunSplay::readMachineId(const platform::FileManager& files,
                                                    const platform::Paths& paths) {
   const auto text = files.readFile(paths.machineIdFile());
-  if (!text) return std::nullopt;
-  const std::string id(core::trimmedWhiteSpace(*text));
+  if (!text.ok()) return std::nullopt;
+  const std::string id(core::trimmedWhiteSpace(text.value()));
   if (id.empty()) return std::nullopt;
   return id;
 }

@@ -52,7 +52,8 @@ std::shared_ptr<VelmoRunCoordinator> VelmoRunCoordinator::make(Collaborators col
 
 VelmoRunCoordinator::VelmoRunCoordinator(Collaborators collaborators)
     : collaborators_(std::move(collaborators)),
-      plistManager_(collaborators_.files, collaborators_.paths.agentStateFile()),
+      plistManager_(collaborators_.files, collaborators_.paths.agentStateFile(),
+                    PlistManager::Retries{collaborators_.clock, collaborators_.mainExecutor}),
       wakeSubject_(
           collaborators_.mainExecutor, collaborators_.clock, kDebounce,
           [this] {

@@ -28,10 +28,12 @@ class Defaults {
     return defaultValue;
   }
 
-  // Writing an absent optional leaves the store as it is.
-  void setWrappedValue(const T& value) {
+  // Writing an absent optional leaves the store as it is. Gives why the
+  // store could not be written.
+  platform::FileResult<> setWrappedValue(const T& value) {
     std::optional<PlistValue> object = DefaultsValue<T>::to(value);
-    if (object) store_.setObject(key_, *object);
+    if (!object) return {};
+    return store_.setObject(key_, *object);
   }
 
   const std::string& key() const { return key_; }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdint>
 #include <map>
 #include <set>
 
@@ -8,27 +9,51 @@
 
 namespace velmo::platform::fake {
 
-// Files in memory. Writes can be made to fail, leaving the old content.
+// Files in memory. A write can be made to fail at any of its steps; a failed
+// step leaves what a real file system would.
 class FakeFileManager final : public FileManager {
  public:
+  // The steps of writeFileAtomically, in their order.
+  enum class WriteStep { createTemporary, write, flush, rename, flushFolder };
+
   void addFile(const std::filesystem::path& path, std::string contents = "") {
     files_[path] = std::move(contents);
   }
-  void failWrites(bool fail) { failWrites_ = fail; }
+  // The next `count` durable and plain writes fail at `step`, as a full disk
+  // fails them; a plain write fails at any step but the folder's flush.
+  void failWrites(WriteStep step, std::size_t count = SIZE_MAX) {
+    failingStep_ = step;
+    failuresLeft_ = count;
+  }
+  void stopFailingWrites() { failuresLeft_ = 0; }
+  // Durable writes that succeeded, of any file.
+  std::size_t durableWrites() const { return durableWrites_; }
 
   bool fileExists(const std::filesystem::path& path) const override {
     return files_.count(path) > 0;
   }
-  std::optional<std::string> readFile(const std::filesystem::path& path) const override {
+  FileResult<std::string> readFile(const std::filesystem::path& path) const override {
     auto found = files_.find(path);
-    if (found == files_.end()) return std::nullopt;
+    if (found == files_.end()) return noSuchFile();
     return found->second;
   }
-  std::optional<std::string> writeFileAtomically(const std::filesystem::path& path,
-                                                 const std::string& contents) override {
-    if (failWrites_) return "Cannot write " + path.string() + ": Read-only file system";
-    files_[path] = contents;
-    return std::nullopt;
+  FileResult<> writeFileAtomically(const std::filesystem::path& path,
+                                   std::string_view contents) override {
+    const std::filesystem::path temporary = path.string() + ".tmp";
+    const auto abandon = [&] {
+      files_.erase(temporary);
+      return noSpace(path);
+    };
+    if (failsAt(WriteStep::createTemporary)) return noSpace(path);
+    files_[temporary] = std::string(contents);
+    if (failsAt(WriteStep::write) || failsAt(WriteStep::flush) || failsAt(WriteStep::rename)) {
+      return abandon();
+    }
+    files_[path] = std::move(files_.extract(temporary).mapped());
+    // After the rename: the new content is in place, but not known to be on disk.
+    if (failsAt(WriteStep::flushFolder)) return noSpace(path);
+    ++durableWrites_;
+    return {};
   }
   // The files directly in `path`, all regular and without a creation date.
   // The fake holds no links to refuse, but keeps the rule that `path` lies
@@ -64,43 +89,29 @@ class FakeFileManager final : public FileManager {
     if (found == links_.end()) return invalidArgument();
     return found->second;
   }
-  std::optional<FileError> createSymbolicLink(const std::filesystem::path& path,
-                                              const std::filesystem::path& destination) override {
+  FileResult<> createSymbolicLink(const std::filesystem::path& path,
+                                  const std::filesystem::path& destination) override {
     if (links_.count(path) || files_.count(path)) {
       return FileError{"File exists", "NSPOSIXErrorDomain", 17};
     }
     links_[path] = destination.string();
-    return std::nullopt;
+    return {};
   }
-  std::optional<FileError> createDirectories(const std::filesystem::path& path) override {
+  FileResult<> createDirectories(const std::filesystem::path& path) override {
     directories_.insert(path);
-    return std::nullopt;
+    return {};
   }
-  std::optional<FileError> removeItem(const std::filesystem::path& path,
-                                      const std::filesystem::path& fixedFolder) override {
+  FileResult<> removeItem(const std::filesystem::path& path,
+                          const std::filesystem::path& fixedFolder) override {
     if (path == fixedFolder || !within(path, fixedFolder)) return invalidArgument();
     if (failRemovals_) return FileError{"Cannot remove " + path.string(), "NSPOSIXErrorDomain", 1};
     if (!files_.erase(path) && !links_.erase(path)) return noSuchFile();
-    return std::nullopt;
+    return {};
   }
-  std::optional<FileError> writeFile(const std::filesystem::path& path,
-                                     std::string_view contents) override {
-    if (failWrites_) return FileError{"Cannot write " + path.string(), "NSPOSIXErrorDomain", 30};
+  FileResult<> writeFile(const std::filesystem::path& path, std::string_view contents) override {
+    if (failsAt(WriteStep::write)) return noSpace(path);
     files_[path] = std::string(contents);
-    return std::nullopt;
-  }
-  std::optional<FileError> replaceItem(const std::filesystem::path& original,
-                                       const std::filesystem::path& replacement) override {
-    auto found = files_.find(replacement);
-    if (found == files_.end()) return noSuchFile();
-    files_[original] = found->second;
-    files_.erase(replacement);
-    return std::nullopt;
-  }
-  std::optional<FileError> moveItem(const std::filesystem::path& source,
-                                    const std::filesystem::path& destination) override {
-    if (files_.count(destination)) return FileError{"File exists", "NSPOSIXErrorDomain", 17};
-    return replaceItem(destination, source);
+    return {};
   }
 
   void failRemovals(bool fail) { failRemovals_ = fail; }
@@ -111,6 +122,14 @@ class FakeFileManager final : public FileManager {
  private:
   static FileError noSuchFile() { return {"No such file", "NSPOSIXErrorDomain", 2}; }
   static FileError invalidArgument() { return {"Invalid argument", "NSPOSIXErrorDomain", 22}; }
+  static FileError noSpace(const std::filesystem::path& path) {
+    return {"Cannot write " + path.string() + ": No space left on device", "NSPOSIXErrorDomain", 28};
+  }
+  bool failsAt(WriteStep step) {
+    if (failuresLeft_ == 0 || step != failingStep_) return false;
+    --failuresLeft_;
+    return true;
+  }
   static bool within(const std::filesystem::path& path, const std::filesystem::path& folder) {
     const auto relative = path.lexically_normal().lexically_relative(folder.lexically_normal());
     return !relative.empty() && *relative.begin() != "..";
@@ -119,7 +138,9 @@ class FakeFileManager final : public FileManager {
   std::map<std::filesystem::path, std::string> files_;
   std::map<std::filesystem::path, std::string> links_;
   std::set<std::filesystem::path> directories_;
-  bool failWrites_ = false;
+  WriteStep failingStep_ = WriteStep::write;
+  std::size_t failuresLeft_ = 0;
+  std::size_t durableWrites_ = 0;
   bool failRemovals_ = false;
 };
 

@@ -10,8 +10,8 @@ PlistPreferenceStores::PlistPreferenceStores(const FileManager& files, const Pat
 std::optional<core::PlistDictionary> PlistPreferenceStores::read(
     const std::filesystem::path& file) const {
   const auto bytes = files_.readFile(file);
-  if (!bytes) return std::nullopt;
-  auto root = core::PropertyList::parse(*bytes);
+  if (!bytes.ok()) return std::nullopt;
+  auto root = core::PropertyList::parse(bytes.value());
   auto* dictionary = root ? root->getIf<core::PlistDictionary>() : nullptr;
   if (!dictionary) return std::nullopt;
   return std::move(*dictionary);

@@ -24,15 +24,15 @@ std::optional<core::PlistValue> PlistUserDefaults::object(std::string_view key) 
   return lookUp(stores_.machineValues(domain_), key);
 }
 
-void PlistUserDefaults::setObject(std::string_view key, const core::PlistValue& value) {
+FileResult<> PlistUserDefaults::setObject(std::string_view key, const core::PlistValue& value) {
   core::PlistDictionary values = stores_.copyAllValues(domain_);
   values.insert_or_assign(std::string(key), value);
-  if (const auto xml = core::PropertyList::xml(values)) {
-    std::filesystem::path file = paths_.rootPreferencesFile(domain_);
-    std::error_code ignored;
-    std::filesystem::create_directories(file.parent_path(), ignored);
-    (void)files_.writeFileAtomically(file, *xml);
-  }
+  std::string failure;
+  const auto xml = core::PropertyList::xml(values, &failure);
+  if (!xml) return FileError{failure, "NSCocoaErrorDomain", 4866};
+  const std::filesystem::path file = paths_.rootPreferencesFile(domain_);
+  if (auto created = files_.createDirectories(file.parent_path()); !created.ok()) return created;
+  return files_.writeFileAtomically(file, *xml);
 }
 
 }  // namespace velmo::platform::linux

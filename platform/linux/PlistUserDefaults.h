@@ -15,8 +15,9 @@ class PlistUserDefaults final : public UserDefaults {
   PlistUserDefaults(FileManager& files, const Paths& paths, std::string domain);
 
   std::optional<core::PlistValue> object(std::string_view key) const override;
-  // Writes root's own store, keeping its other keys. A failed write changes nothing.
-  void setObject(std::string_view key, const core::PlistValue& value) override;
+  // Writes root's own store in one durable step, keeping its other keys. A
+  // failed write changes nothing.
+  FileResult<> setObject(std::string_view key, const core::PlistValue& value) override;
 
  private:
   FileManager& files_;

@@ -22,12 +22,9 @@
 namespace velmo::platform::linux {
 namespace {
 
-std::string failure(const char* what, const std::filesystem::path& path, int error) {
-  return std::string(what) + " " + path.string() + ": " + std::strerror(error);
-}
-
 FileError posixError(const char* what, const std::filesystem::path& path, int error) {
-  return {failure(what, path, error), "NSPOSIXErrorDomain", error};
+  return {std::string(what) + " " + path.string() + ": " + std::strerror(error),
+          "NSPOSIXErrorDomain", error};
 }
 
 // A descriptor closed when it goes out of scope.
@@ -198,6 +195,17 @@ DirectoryEntry::Type entryType(mode_t mode) {
   return DirectoryEntry::Type::other;
 }
 
+// Writes all of `contents` to `fd`, going on after a signal and a short write.
+bool writeAll(int fd, std::string_view contents) {
+  for (std::size_t written = 0; written < contents.size();) {
+    const ssize_t result = ::write(fd, contents.data() + written, contents.size() - written);
+    if (result < 0 && errno == EINTR) continue;
+    if (result < 0) return false;
+    written += static_cast<std::size_t>(result);
+  }
+  return true;
+}
+
 }  // namespace
 
 bool PosixFileManager::fileExists(const std::filesystem::path& path) const {
@@ -205,70 +213,60 @@ bool PosixFileManager::fileExists(const std::filesystem::path& path) const {
   return std::filesystem::exists(path, error);
 }
 
-std::optional<std::string> PosixFileManager::readFile(const std::filesystem::path& path) const {
-  std::error_code error;
-  if (!std::filesystem::is_regular_file(path, error)) return std::nullopt;
+FileResult<std::string> PosixFileManager::readFile(const std::filesystem::path& path) const {
   // Close-on-exec, as every descriptor of the agent: no tool inherits it.
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return std::nullopt;
+  const Descriptor fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!fd.valid()) return posixError("Cannot read", path, errno);
+  struct stat status {};
+  if (::fstat(fd.get(), &status) != 0) return posixError("Cannot read", path, errno);
+  if (!S_ISREG(status.st_mode)) return posixError("Cannot read", path, EINVAL);
   std::string contents;
   char buffer[65536];
   for (;;) {
-    const ssize_t result = ::read(fd, buffer, sizeof buffer);
+    const ssize_t result = ::read(fd.get(), buffer, sizeof buffer);
     if (result < 0 && errno == EINTR) continue;
-    if (result < 0) {
-      ::close(fd);
-      return std::nullopt;
-    }
+    if (result < 0) return posixError("Cannot read", path, errno);
     if (result == 0) break;
     contents.append(buffer, static_cast<std::size_t>(result));
   }
-  ::close(fd);
   return contents;
 }
 
-std::optional<std::string> PosixFileManager::writeFileAtomically(const std::filesystem::path& path,
-                                                                 const std::string& contents) {
-  std::string temporary = path.string() + ".XXXXXX";
-  const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
-  if (fd < 0) return failure("Cannot create a temporary file beside", path, errno);
-  auto abandon = [&](const char* what) {
+FileResult<> PosixFileManager::writeFileAtomically(const std::filesystem::path& path,
+                                                   std::string_view contents) {
+  const std::filesystem::path temporary = path.string() + ".tmp";
+  Descriptor fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC,
+                       0600));
+  if (!fd.valid()) return posixError("Cannot create the temporary file", temporary, errno);
+  const auto abandon = [&](const char* what) {
     const int error = errno;
-    ::close(fd);
+    fd = Descriptor();
     ::unlink(temporary.c_str());
-    return failure(what, temporary, error);
+    return FileResult<>(posixError(what, path, error));
   };
-  for (std::size_t written = 0; written < contents.size();) {
-    const ssize_t result = ::write(fd, contents.data() + written, contents.size() - written);
-    if (result < 0) {
-      if (errno == EINTR) continue;
-      return abandon("Cannot write");
-    }
-    written += static_cast<std::size_t>(result);
+  if (!writeAll(fd.get(), contents)) return abandon("Cannot write");
+  // Readable by all, as the siblings and the console read these files as users.
+  if (::fchmod(fd.get(), 0644) != 0) return abandon("Cannot set the mode of");
+  if (::fsync(fd.get()) != 0) return abandon("Cannot flush");
+  if (::close(fd.release()) != 0) return abandon("Cannot close");
+  if (::rename(temporary.c_str(), path.c_str()) != 0) return abandon("Cannot replace");
+  // The rename itself reaches the disk only with its folder.
+  const Descriptor folder(::open(path.parent_path().empty() ? "." : path.parent_path().c_str(),
+                                 O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!folder.valid() || ::fsync(folder.get()) != 0) {
+    return posixError("Cannot flush the folder of", path, errno);
   }
-  if (::fchmod(fd, 0644) != 0) return abandon("Cannot set the mode of");
-  if (::fsync(fd) != 0) return abandon("Cannot flush");
-  if (::close(fd) != 0) {
-    const int error = errno;
-    ::unlink(temporary.c_str());
-    return failure("Cannot close", temporary, error);
-  }
-  if (::rename(temporary.c_str(), path.c_str()) != 0) {
-    const int error = errno;
-    ::unlink(temporary.c_str());
-    return failure("Cannot replace", path, error);
-  }
-  return std::nullopt;
+  return {};
 }
 
-std::optional<FileError> PosixFileManager::createDirectories(const std::filesystem::path& path) {
+FileResult<> PosixFileManager::createDirectories(const std::filesystem::path& path) {
   std::error_code error;
   std::filesystem::create_directories(path, error);
   if (error) return posixError("Cannot create the folder", path, error.value());
-  return std::nullopt;
+  return {};
 }
 
-std::optional<FileError> PosixFileManager::removeItem(const std::filesystem::path& path,
+FileResult<> PosixFileManager::removeItem(const std::filesystem::path& path,
                                                       const std::filesystem::path& fixedFolder) {
   const auto name = path.filename();
   if (name.empty() || name == "." || name == "..") return posixError("Cannot remove", path, EINVAL);
@@ -279,7 +277,7 @@ std::optional<FileError> PosixFileManager::removeItem(const std::filesystem::pat
   if (const int error = removeAt(parent.get(), name.c_str())) {
     return posixError("Cannot remove", path, error);
   }
-  return std::nullopt;
+  return {};
 }
 
 FileResult<std::vector<DirectoryEntry>> PosixFileManager::contentsOfDirectory(
@@ -368,47 +366,21 @@ FileResult<std::string> PosixFileManager::destinationOfSymbolicLink(
   return destination;
 }
 
-std::optional<FileError> PosixFileManager::createSymbolicLink(
-    const std::filesystem::path& path, const std::filesystem::path& destination) {
+FileResult<> PosixFileManager::createSymbolicLink(const std::filesystem::path& path,
+                                                  const std::filesystem::path& destination) {
   if (::symlink(destination.c_str(), path.c_str()) != 0) {
     return posixError("Cannot create the link", path, errno);
   }
-  return std::nullopt;
+  return {};
 }
 
-std::optional<FileError> PosixFileManager::writeFile(const std::filesystem::path& path,
-                                                     std::string_view contents) {
-  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
-  if (fd < 0) return posixError("Cannot write", path, errno);
-  for (std::size_t written = 0; written < contents.size();) {
-    const ssize_t result = ::write(fd, contents.data() + written, contents.size() - written);
-    if (result < 0) {
-      if (errno == EINTR) continue;
-      const int error = errno;
-      ::close(fd);
-      return posixError("Cannot write", path, error);
-    }
-    written += static_cast<std::size_t>(result);
-  }
-  if (::close(fd) != 0) return posixError("Cannot close", path, errno);
-  return std::nullopt;
-}
-
-std::optional<FileError> PosixFileManager::replaceItem(const std::filesystem::path& original,
-                                                       const std::filesystem::path& replacement) {
-  if (::rename(replacement.c_str(), original.c_str()) != 0) {
-    return posixError("Cannot replace", original, errno);
-  }
-  return std::nullopt;
-}
-
-std::optional<FileError> PosixFileManager::moveItem(const std::filesystem::path& source,
-                                                    const std::filesystem::path& destination) {
-  // renameat2 with RENAME_NOREPLACE refuses an existing destination in the same step.
-  if (::renameat2(AT_FDCWD, source.c_str(), AT_FDCWD, destination.c_str(), RENAME_NOREPLACE) != 0) {
-    return posixError("Cannot move", source, errno);
-  }
-  return std::nullopt;
+FileResult<> PosixFileManager::writeFile(const std::filesystem::path& path,
+                                         std::string_view contents) {
+  Descriptor fd(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
+  if (!fd.valid()) return posixError("Cannot write", path, errno);
+  if (!writeAll(fd.get(), contents)) return posixError("Cannot write", path, errno);
+  if (::close(fd.release()) != 0) return posixError("Cannot close", path, errno);
+  return {};
 }
 
 }  // namespace velmo::platform::linux

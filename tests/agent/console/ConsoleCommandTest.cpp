@@ -22,7 +22,7 @@ using Kind = run::AgentCommand::Invocation::Kind;
 
 struct Machine : testing::ConsoleMachine {
   void allowWednesdayNight() {
-    defaults.setObject(
+    defaults.set(
         "GlobalAllowWindows",
         VelmoTimeWindow::toPlistArray({{.days = {Weekday::wed}, .start = {2, 0}, .end = {3, 0}}}));
   }
@@ -93,8 +93,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Kind::explain,
                     [](Machine& m) {
                       m.files.addFile(kStateFile, kLastRunTwoHoursAgo);
-                      m.defaults.setObject("EnableVelmoTuesdayWindow", true);
-                      m.defaults.setObject("InstallOrUpdate", core::PlistArray{"firefox"});
+                      m.defaults.set("EnableVelmoTuesdayWindow", true);
+                      m.defaults.set("InstallOrUpdate", core::PlistArray{"firefox"});
                     },
                     0,
                     // March 10 is the Tuesday of week 2: due at 16:05, inside its window.
@@ -114,7 +114,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(ConsoleText, ExplainDrawsTheWeekAndSaysWhy) {
   Machine machine;
   machine.files.addFile(kStateFile, kLastRunTwoHoursAgo);
-  machine.defaults.setObject(
+  machine.defaults.set(
       "GlobalAllowWindows",
       VelmoTimeWindow::toPlistArray(
           {{.days = {Weekday::mon, Weekday::wed}, .start = {12, 0}, .end = {13, 30}}}));

@@ -56,22 +56,22 @@ TEST(ExplainDifferential, FirstPlannedRunIsTheCoordinatorsPlan) {
     const auto now = std::chrono::floor<std::chrono::seconds>(generate.moment(zone));
     machine.clock_.stepWallClock(now - machine.clock_.now());
     auto& defaults = machine.defaults_;
-    defaults.setObject("GlobalAllowWindows",
+    defaults.set("GlobalAllowWindows",
                        core::VelmoTimeWindow::toPlistArray(generate.windows(3)));
-    defaults.setObject("GlobalBlackoutWindows",
+    defaults.set("GlobalBlackoutWindows",
                        core::VelmoTimeWindow::toPlistArray(generate.windows(2)));
-    if (pick(0, 3) == 0) defaults.setObject("EnableVelmoTuesdayWindow", true);
+    if (pick(0, 3) == 0) defaults.set("EnableVelmoTuesdayWindow", true);
     switch (pick(0, 3)) {
       case 0:
         break;
       case 1:
-        defaults.setObject("RunInterval", core::PlistValue(std::int64_t{pick(60, 7 * 86400)}));
+        defaults.set("RunInterval", core::PlistValue(std::int64_t{pick(60, 7 * 86400)}));
         break;
       case 2:
-        defaults.setObject("RunInterval", core::PlistValue(static_cast<double>(pick(-10, 0))));
+        defaults.set("RunInterval", core::PlistValue(static_cast<double>(pick(-10, 0))));
         break;
       default:
-        defaults.setObject("RunInterval", std::to_string(pick(600, 86400)));
+        defaults.set("RunInterval", std::to_string(pick(600, 86400)));
     }
     run::PlistManager state(machine.files_, machine.paths_.agentStateFile());
     if (pick(0, 4) != 0) {

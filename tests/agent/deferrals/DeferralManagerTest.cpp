@@ -26,7 +26,7 @@ class DeferralManagerTest : public ::testing::Test, protected testing::AgentFake
   }
   core::DeferralMap records() const {
     const auto text = files_.readFile(paths_.deferralsFile());
-    return text ? core::decodeDeferralMap(*text).value_or(core::DeferralMap{})
+    return text.ok() ? core::decodeDeferralMap(text.value()).value_or(core::DeferralMap{})
                 : core::DeferralMap{};
   }
   std::size_t changedPosts() const {

@@ -67,7 +67,7 @@ class UIControllerTest : public ::testing::Test, protected testing::AgentFakes {
   std::vector<std::string> fileIDs() const {
     std::vector<std::string> result;
     const auto text = files_.readFile(paths_.updateStateFile());
-    const auto items = text ? core::UpdateItem::arrayFromJSONText(*text) : std::nullopt;
+    const auto items = text.ok() ? core::UpdateItem::arrayFromJSONText(text.value()) : std::nullopt;
     if (items) {
       for (const auto& item : *items) result.push_back(item.id);
     }

@@ -69,7 +69,7 @@ TEST_F(VelmoAgentQueueTest, TheSerialSideHoldsAtMost256Waiting) {
 }
 
 TEST_F(VelmoAgentQueueTest, UpdateMASAddsAFifthWordAndAFailureIsLoggedThenFinished) {
-  defaults_.setObject("UpdateMAS", true);
+  defaults_.set("UpdateMAS", true);
   launcher_.enqueue({.exitAfter = seconds(2), .exitStatus = 1});
   queue_.enqueue(item("a", true));
   clock_.advance(seconds(3));

@@ -28,8 +28,7 @@ class DiskFiles final : public platform::linux::PosixFileManager {
   std::set<std::string> failRemovalOf;
   bool hideCreationDates = false;
 
-  std::optional<platform::FileError> removeItem(const fs::path& path,
-                                                const fs::path& fixedFolder) override {
+  platform::FileResult<> removeItem(const fs::path& path, const fs::path& fixedFolder) override {
     if (failRemovalOf.count(path.filename().string())) {
       return platform::FileError{"Operation not permitted", "NSPOSIXErrorDomain", 1};
     }
@@ -38,9 +37,8 @@ class DiskFiles final : public platform::linux::PosixFileManager {
   platform::FileResult<std::vector<platform::DirectoryEntry>> contentsOfDirectory(
       const fs::path& path, const fs::path& fixedFolder, bool skipHiddenFiles) const override {
     auto listing = PosixFileManager::contentsOfDirectory(path, fixedFolder, skipHiddenFiles);
-    if (auto* entries = std::get_if<std::vector<platform::DirectoryEntry>>(&listing);
-        entries && hideCreationDates) {
-      for (auto& entry : *entries) entry.creationDate.reset();
+    if (listing.ok() && hideCreationDates) {
+      for (auto& entry : listing.value()) entry.creationDate.reset();
     }
     return listing;
   }
@@ -185,7 +183,7 @@ TEST_F(MaintenanceJobsTest, SixtyOldFilesLoseFiftyPerCycle) {
 TEST_F(MaintenanceJobsTest, AFileOfExactlySevenDaysStays) {
   write(root_ / "cache/media/file");
   const auto listing = disk_.contentsOfDirectory(root_ / "cache/media", root_, true);
-  const auto born = *std::get<std::vector<platform::DirectoryEntry>>(listing).at(0).creationDate;
+  const auto born = *listing.value().at(0).creationDate;
   diskClock_.advance(born + Days(7) - diskClock_.now());
   pruner().pruneCache(7);
   EXPECT_TRUE(fs::exists(root_ / "cache/media/file"));
@@ -260,7 +258,7 @@ TEST_P(ToolLinkTest, FollowsTheTable) {
       write(link());
       break;
   }
-  if (param.removeKey) defaults_.setObject("RemoveVelmoSymlink", core::PlistValue(true));
+  if (param.removeKey) defaults_.set("RemoveVelmoSymlink", core::PlistValue(true));
   ToolLinkMaintainer(disk_, defaults_, link(), tool(), logger_).maintainToolLink();
   EXPECT_EQ(state(), param.after);
   if (*param.line) {

@@ -49,7 +49,7 @@ TEST_F(MaintenanceManagerTest, AHungReportEndsItsCycleAfterAnHour) {
   workspace_.send(platform::WorkspaceEvent::didWake);
   clock_.advance(seconds(5));
   EXPECT_TRUE(logged("Maintenance cycle #2 finished in: "));
-  EXPECT_EQ(files_.readFile(paths_.logFile()), "kept\n");
+  EXPECT_EQ(files_.readFile(paths_.logFile()).value(), "kept\n");
 }
 
 // Waking plans from the end of the last cycle.

@@ -59,7 +59,7 @@ class RemovedProfile : public MDMChangeObserverTest,
 
 TEST_P(RemovedProfile, IsSuppressedOnlyWithARunScope) {
   const auto& param = GetParam();
-  defaults_.setObject(param.key, param.value);
+  defaults_.set(param.key, param.value);
   notify(PlistArray{kDomain});
   clock_.advance(seconds(5));
   ASSERT_EQ(published_.size(), 1u);
@@ -80,19 +80,19 @@ TEST_P(RemovedProfile, IsSuppressedOnlyWithARunScope) {
             debugs.end());
   EXPECT_EQ(observer_->config().value(), published_[0]);
 
-  defaults_.setObject(param.key, param.value);  // Back the same: nothing new.
+  defaults_.set(param.key, param.value);  // Back the same: nothing new.
   notify(PlistArray{kDomain});
   clock_.advance(seconds(5));
   EXPECT_EQ(published_.size(), 1u);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Scopes, RemovedProfile,
-    ::testing::Values(RedeployCase{"Interval", "RunInterval", 3600, true},
-                      RedeployCase{"InstallOrUpdate", "InstallOrUpdate", PlistArray{"a"}, true},
-                      RedeployCase{"OnlyNoUserRunsOutside", "AllowUserInitiatedOutsideWindows",
-                                   false, false}),
-    [](const auto& info) { return std::string(info.param.name); });
+// A table, not Values(...): GCC 12 warns of the tuple that Values builds.
+const RedeployCase kRedeployCases[] = {
+    {"Interval", "RunInterval", 3600, true},
+    {"InstallOrUpdate", "InstallOrUpdate", PlistArray{"a"}, true},
+    {"OnlyNoUserRunsOutside", "AllowUserInitiatedOutsideWindows", false, false}};
+INSTANTIATE_TEST_SUITE_P(Scopes, RemovedProfile, ::testing::ValuesIn(kRedeployCases),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace velmo::agent::policy

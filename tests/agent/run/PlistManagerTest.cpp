@@ -29,7 +29,7 @@ class PlistManagerTest : public ::testing::Test {
   void TearDown() override { std::filesystem::remove_all(directory_); }
 
   void writeRaw(const std::string& bytes) { std::ofstream(file_, std::ios::binary) << bytes; }
-  std::string readRaw() const { return files_.readFile(file_).value_or(""); }
+  std::string readRaw() const { return files_.readFile(file_).valueOr(""); }
   core::PlistDictionary onDisk() const {
     auto root = core::PropertyList::parse(readRaw());
     return root && root->is<core::PlistDictionary>() ? *root->getIf<core::PlistDictionary>()

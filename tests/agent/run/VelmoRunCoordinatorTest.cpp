@@ -50,7 +50,7 @@ class VelmoRunCoordinatorTest : public ::testing::Test, protected testing::Agent
   // Runs may start only on Wednesdays from 02:00 to 03:00.
   void allowOnlyWednesdayNight() {
     core::VelmoTimeWindow window{.days = {core::Weekday::wed}, .start = {2, 0}, .end = {3, 0}};
-    defaults_.setObject("GlobalAllowWindows", core::VelmoTimeWindow::toPlistArray({window}));
+    defaults_.set("GlobalAllowWindows", core::VelmoTimeWindow::toPlistArray({window}));
   }
   void start() { coordinator_ = VelmoRunCoordinator::make(collaborators()); }
   // A run requested now; `served` counts the requests that returned.
@@ -119,7 +119,7 @@ TEST_F(VelmoRunCoordinatorTest, TheRunIsRecordedWhenItEndsNotWhenItStarts) {
 // (the first 8 bytes of its id's SHA-256, big-endian, modulo the splay).
 TEST_F(VelmoRunCoordinatorTest, TheSplayedOpeningStaysInsideTheWindowAndUsersNeverWait) {
   files_.addFile("/sandbox/etc/machine-id", "5f2a9c0e7b3d4e1fa8c6d2b9e0f1a3c4\n");
-  defaults_.setObject("RunSplay", 3600.0);
+  defaults_.set("RunSplay", 3600.0);
   allowOnlyWednesdayNight();
   start();
   clock_.advance(seconds(2867) - milliseconds(1));
@@ -172,7 +172,7 @@ class UserInitiatedOutsideWindows : public VelmoRunCoordinatorTest,
 TEST_P(UserInitiatedOutsideWindows, RunsOnlyWhenTheOverrideAllowsIt) {
   const bool allowed = GetParam();
   allowOnlyWednesdayNight();
-  defaults_.setObject("AllowUserInitiatedOutsideWindows", allowed);
+  defaults_.set("AllowUserInitiatedOutsideWindows", allowed);
   start();
   clock_.advance(seconds(1));  // The scheduled first run is refused.
   ASSERT_TRUE(launchedArguments().empty());
@@ -275,7 +275,7 @@ INSTANTIATE_TEST_SUITE_P(
                       "<key>LastUpdateTaskRun</key><integer>5</integer></dict></plist>"));
 
 TEST_F(VelmoRunCoordinatorTest, ANegativeRunIntervalIsIgnoredForTheDefault) {
-  defaults_.setObject("RunInterval", core::PlistValue(-60.5));
+  defaults_.set("RunInterval", core::PlistValue(-60.5));
   start();
   EXPECT_EQ(coordinator_->timerInterval().count(), 14400.0);
   EXPECT_TRUE(logged("Ignoring RunInterval"));
@@ -340,12 +340,12 @@ class PolicyChange : public VelmoRunCoordinatorTest,
                      public ::testing::WithParamInterface<PolicyCase> {};
 
 TEST_P(PolicyChange, AppliesTheNewPolicyStepByStep) {
-  for (const auto& [key, value] : GetParam().before) defaults_.setObject(key, value);
+  for (const auto& [key, value] : GetParam().before) defaults_.set(key, value);
   start();
   clock_.advance(seconds(1));  // The first run.
   const std::size_t runs = launcher_.launches().size();
   const std::string before = capture_.standardOutput();
-  for (const auto& [key, value] : GetParam().after) defaults_.setObject(key, value);
+  for (const auto& [key, value] : GetParam().after) defaults_.set(key, value);
   const auto fresh = policy::VelmoRunConfig::read(defaults_);
   coordinator_->handlePolicyChange(fresh);
   clock_.runUntilIdle();

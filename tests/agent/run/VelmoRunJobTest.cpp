@@ -48,7 +48,7 @@ class VelmoRunJobTest : public ::testing::Test, protected testing::AgentFakes {
 };
 
 TEST_F(VelmoRunJobTest, EachCommandGetsTheTimeLimitOfItsVerb) {
-  defaults_.setObject("UpdateAll", true);
+  defaults_.set("UpdateAll", true);
   launcher_.enqueue({.exitAfterTerminate = seconds(0)});  // install: never ends by itself
   launcher_.enqueue({.exitAfterTerminate = seconds(0)});  // update-all: the same
   const auto install = clock_.scheduleAfter(hours(1), context_.get_executor(), [this] {

@@ -48,13 +48,21 @@ TEST_F(PlistPreferenceStoresTest, UserDefaultsSearchManagedThenRootThenMachineKe
   EXPECT_EQ(defaults.object("D"), std::nullopt);
 }
 
-TEST_F(PlistPreferenceStoresTest, WritesGoToRootsOwnStoreAndKeepItsOtherKeys) {
+TEST_F(PlistPreferenceStoresTest, WritesGoToRootsOwnStoreAndKeepItsOtherKeysOrSayWhyNot) {
   write(paths_.rootPreferencesFile(kDomain), PlistDictionary{{"Kept", 1}});
   PlistUserDefaults defaults(files_, paths_, kDomain);
-  defaults.setObject("UpdateChannel", "beta");
+  EXPECT_TRUE(defaults.setObject("UpdateChannel", "beta").ok());
   const PlistPreferenceStores stores(files_, paths_);
   EXPECT_EQ(stores.copyAllValues(kDomain),
             (PlistDictionary{{"Kept", 1}, {"UpdateChannel", "beta"}}));
+
+  // A file where the store's folder belongs: the failure comes back to the caller.
+  const auto folder = paths_.rootPreferencesFile("other.domain").parent_path();
+  std::filesystem::remove_all(folder);
+  std::ofstream(folder.string()) << "not a folder";
+  const auto failed = PlistUserDefaults(files_, paths_, "other.domain").setObject("A", 1);
+  ASSERT_TRUE(failed.error());
+  EXPECT_EQ(failed.error()->code, ENOTDIR);
 }
 
 }  // namespace
