@@ -28,8 +28,7 @@ struct FileError {
 template <typename T = std::monostate>
 class [[nodiscard]] FileResult {
  public:
-  FileResult()
-    requires std::is_same_v<T, std::monostate>
+  FileResult() requires std::is_same_v<T, std::monostate>
   = default;
   FileResult(T value) : storage_(std::move(value)) {}
   FileResult(FileError error) : storage_(std::move(error)) {}

@@ -170,7 +170,8 @@ std::optional<std::string> DeferralManager::FileWork::apply(const std::vector<Ch
   const std::string prefix =
       recording ? "Failed to create directory or write file: " : "Failed to remove deferral: ";
   if (recording) {
-    if (const auto created = storageManager.createDirectory(); const auto* error = created.error()) {
+    if (const auto created = storageManager.createDirectory();
+        const auto* error = created.error()) {
       unwritten = std::move(map);
       return prefix + error->description;
     }
@@ -186,9 +187,8 @@ std::optional<std::string> DeferralManager::FileWork::apply(const std::vector<Ch
 void DeferralManager::FileWork::count(core::DeferralMap& map, const Change& change) {
   const std::string key = change.appId + "_" + change.targetVersion;
   const auto found = map.find(key);
-  core::Deferral record = found != map.end()
-                              ? found->second
-                              : core::Deferral::make(change.appId, change.targetVersion);
+  core::Deferral record =
+      found != map.end() ? found->second : core::Deferral::make(change.appId, change.targetVersion);
   std::int64_t count = record.deferralCount.value_or(0);
   logger.debug("Loaded deferral: " + record.identifier + ", count: " + std::to_string(count));
   // Saturates: a record deferred 2^63 times stays at the top.

@@ -87,7 +87,8 @@ platform::FileResult<bool> CachePruner::pruneEmptyDirectories(
   if (!remaining.value().empty()) return false;
   if (directory.lexically_normal() == root_.lexically_normal()) return false;
   // Hidden files don't keep a folder: they go with it.
-  if (const auto result = files_.removeItem(directory, root_); const auto* error = result.error()) return *error;
+  if (const auto result = files_.removeItem(directory, root_); const auto* error = result.error())
+    return *error;
   logger_.info("Deleted empty directory: " + directory.string());
   return true;
 }

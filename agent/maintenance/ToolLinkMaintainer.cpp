@@ -22,7 +22,8 @@ void ToolLinkMaintainer::maintainToolLink() const {
   const bool remove = mdm::PreferenceConversions::boolForKey(userDefaults_, "RemoveVelmoSymlink");
   if (!exists && !remove) {
     logger_.info("The velmo symlink is missing; creating now.");
-    if (const auto result = files_.createSymbolicLink(link_, destination_); const auto* error = result.error()) {
+    if (const auto result = files_.createSymbolicLink(link_, destination_);
+        const auto* error = result.error()) {
       logger_.error("Failed to create velmo symlink, detailed error: " + error->description + ".");
     }
   } else if (exists && remove) {

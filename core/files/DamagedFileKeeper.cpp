@@ -17,9 +17,9 @@ void DamagedFileKeeper::keep(const std::filesystem::path& file, std::string_view
   lastWarned_ = hash;
   const auto written = files_.writeFileAtomically(copy, bytes);
   if (const auto* error = written.error()) {
-    logger_.warning("The " + std::string(what) + " " + file.string() +
-                    " can't be parsed and counts as empty; its bytes could not be kept: " +
-                    error->description);
+    logger_.warning(
+        "The " + std::string(what) + " " + file.string() +
+        " can't be parsed and counts as empty; its bytes could not be kept: " + error->description);
     return;
   }
   logger_.warning("The " + std::string(what) + " " + file.string() +

@@ -123,7 +123,8 @@ class FakeFileManager final : public FileManager {
   static FileError noSuchFile() { return {"No such file", "NSPOSIXErrorDomain", 2}; }
   static FileError invalidArgument() { return {"Invalid argument", "NSPOSIXErrorDomain", 22}; }
   static FileError noSpace(const std::filesystem::path& path) {
-    return {"Cannot write " + path.string() + ": No space left on device", "NSPOSIXErrorDomain", 28};
+    return {"Cannot write " + path.string() + ": No space left on device", "NSPOSIXErrorDomain",
+            28};
   }
   bool failsAt(WriteStep step) {
     if (failuresLeft_ == 0 || step != failingStep_) return false;

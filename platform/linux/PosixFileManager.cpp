@@ -235,8 +235,8 @@ FileResult<std::string> PosixFileManager::readFile(const std::filesystem::path& 
 FileResult<> PosixFileManager::writeFileAtomically(const std::filesystem::path& path,
                                                    std::string_view contents) {
   const std::filesystem::path temporary = path.string() + ".tmp";
-  Descriptor fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC,
-                       0600));
+  Descriptor fd(
+      ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (!fd.valid()) return posixError("Cannot create the temporary file", temporary, errno);
   const auto abandon = [&](const char* what) {
     const int error = errno;
@@ -267,7 +267,7 @@ FileResult<> PosixFileManager::createDirectories(const std::filesystem::path& pa
 }
 
 FileResult<> PosixFileManager::removeItem(const std::filesystem::path& path,
-                                                      const std::filesystem::path& fixedFolder) {
+                                          const std::filesystem::path& fixedFolder) {
   const auto name = path.filename();
   if (name.empty() || name == "." || name == "..") return posixError("Cannot remove", path, EINVAL);
   // The folder that holds the item must lie in the fixed folder, so the fixed

@@ -56,10 +56,8 @@ TEST(ExplainDifferential, FirstPlannedRunIsTheCoordinatorsPlan) {
     const auto now = std::chrono::floor<std::chrono::seconds>(generate.moment(zone));
     machine.clock_.stepWallClock(now - machine.clock_.now());
     auto& defaults = machine.defaults_;
-    defaults.set("GlobalAllowWindows",
-                       core::VelmoTimeWindow::toPlistArray(generate.windows(3)));
-    defaults.set("GlobalBlackoutWindows",
-                       core::VelmoTimeWindow::toPlistArray(generate.windows(2)));
+    defaults.set("GlobalAllowWindows", core::VelmoTimeWindow::toPlistArray(generate.windows(3)));
+    defaults.set("GlobalBlackoutWindows", core::VelmoTimeWindow::toPlistArray(generate.windows(2)));
     if (pick(0, 3) == 0) defaults.set("EnableVelmoTuesdayWindow", true);
     switch (pick(0, 3)) {
       case 0:

@@ -27,7 +27,7 @@ class DeferralManagerTest : public ::testing::Test, protected testing::AgentFake
   core::DeferralMap records() const {
     const auto text = files_.readFile(paths_.deferralsFile());
     return text.ok() ? core::decodeDeferralMap(text.value()).value_or(core::DeferralMap{})
-                : core::DeferralMap{};
+                     : core::DeferralMap{};
   }
   std::size_t changedPosts() const {
     return distributed_.postsNamed(Name::deferralsDidChange).size();
