@@ -84,7 +84,9 @@ PY
 ) || fail "deferrals file does not parse"
 read -r record_count detail_count deep_count <<<"$shape"
 full_queue=$(agent_output | grep -c "posts already wait for their senders")
-say "20,000 deferrals: marker handled ${marker} s after its post; agent CPU ${flood_cpu} s;" \
+# Each durable write of the file (flushed to disk) is followed by one post.
+writes=$(grep -c "Posting deferrals updated notification." "$workdir/unified.log")
+say "20,000 deferrals: marker handled ${marker} s after its post; agent CPU ${flood_cpu} s; $writes flushed writes of the file;" \
   "deferrals file $(stat -c %s "$deferrals") bytes, $record_count records, at most $detail_count details, deepest count $deep_count of 500 sent;" \
   "$full_queue lines on posts that found the queue for unknown senders full"
 within "$marker" 0 1 || fail "marker handled ${marker} s after its post"
