@@ -4,6 +4,7 @@
 #include <limits>
 
 #include <asio/post.hpp>
+#include <asio/use_awaitable.hpp>
 
 #include "agent/run/AgentNotificationNames.h"
 #include "core/deferrals/DialogResponse.h"
@@ -135,6 +136,17 @@ void DeferralManager::writeWaitingChanges() {
       if (*alive) finishWrite(failure, changed);
     });
   });
+}
+
+asio::awaitable<void> DeferralManager::flush() {
+  // Two rounds: a write in flight, then what waited behind it.
+  for (int round = 0; round < 2 && (writing_ || !waiting_.empty() || retry_.retryPending());
+       ++round) {
+    if (retry_.retryPending()) retryWanted_ = true;
+    writeWaitingChanges();
+    co_await asio::post(fileStrand_, asio::use_awaitable);
+    co_await asio::post(collaborators_.mainExecutor, asio::use_awaitable);
+  }
 }
 
 void DeferralManager::finishWrite(const std::optional<std::string>& failure, bool changed) {

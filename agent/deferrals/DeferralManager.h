@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include <asio/awaitable.hpp>
+
 #include "agent/deferrals/DeferralStorageManager.h"
 #include "core/Executors.h"
 #include "core/Lifetime.h"
@@ -59,6 +61,10 @@ class DeferralManager {
   // Counts one more deferral of `appId` at `targetVersion`, now.
   void recordDeferral(const std::string& appId, const std::string& targetVersion,
                       const std::string& reason);
+  // Writes now what waits, a retry's too, and completes once that write and
+  // one in flight have ended: the agent's last step before it exits. Main
+  // executor.
+  asio::awaitable<void> flush();
 
  private:
   // One change of the file: a deferral to count, or an app whose records go.

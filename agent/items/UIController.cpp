@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include <asio/post.hpp>
+#include <asio/use_awaitable.hpp>
 
 #include "agent/run/AgentNotificationNames.h"
 #include "core/items/InstallState.h"
@@ -310,6 +311,7 @@ void UIController::finishLoad(std::optional<std::vector<core::UpdateItem>> loade
   }
   removedBeforeLoad_.clear();
   loaded_ = true;
+  itemCount_.set(updateItems_.size());
   if (std::exchange(saveAfterLoad_, false)) saveState(false);
 }
 
@@ -318,11 +320,10 @@ void UIController::saveState(bool force) {
     saveAfterLoad_ = true;
     return;
   }
-  const platform::TimePoint now = collaborators_.clock.now();
+  const platform::ElapsedPoint now = collaborators_.clock.elapsed();
   if (!force && lastSaveTime_) {
     const auto elapsed = std::chrono::duration_cast<core::TimeInterval>(now - *lastSaveTime_);
     if (elapsed < minSaveInterval) {
-      // A wall clock stepped back would otherwise put the save off by the step.
       const core::TimeInterval remaining =
           std::clamp(minSaveInterval - elapsed, core::TimeInterval{0}, minSaveInterval);
       char formatted[32];
@@ -391,11 +392,20 @@ void UIController::finishSave(const std::optional<std::string>& failure) {
   scheduleQueueChangedNotification();
 }
 
+asio::awaitable<void> UIController::flush() {
+  if (loaded_ && (delayedSaveWorkItem_ || retry_.retryPending())) saveState(true);
+  // The file strand writes in order, and each write hands its outcome to the
+  // main executor before this passes both.
+  co_await asio::post(itemUpdateQueue_, asio::use_awaitable);
+  co_await asio::post(collaborators_.mainExecutor, asio::use_awaitable);
+}
+
 void UIController::scheduleQueueChangedNotification() {
   // Replacing the handle cancels the pending post: a burst gives one post.
   notificationWorkItem_ = collaborators_.clock.scheduleAfter(
       core::toDuration(notificationDebounceInterval), collaborators_.mainExecutor, [this] {
         collaborators_.distributedCenter.post(Name::uiControllerQueueChanged);
+        itemCount_.set(updateItems_.size());
         fileLogger_.debug("Distributed notification sent for save operation.");
       });
 }

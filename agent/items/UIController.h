@@ -15,6 +15,7 @@
 #include "agent/run/VelmoRunCoordinator.h"
 #include "core/Executors.h"
 #include "core/Lifetime.h"
+#include "core/Published.h"
 #include "core/files/DamagedFileKeeper.h"
 #include "core/files/WriteRetry.h"
 #include "core/items/UpdateItem.h"
@@ -85,6 +86,12 @@ class UIController final : public run::ListedItems,
   // one delayed save of the list as it then stands.
   void saveState(bool force);
   bool isLoaded() const { return loaded_; }
+  // Saves now what waits for a delayed save or a retry, and completes once
+  // every save asked for so far has been tried: the agent's last step before
+  // it exits. Main executor.
+  asio::awaitable<void> flush();
+  // Items in the list, as of the last save's notice (a burst gives one).
+  core::Published<std::size_t>& itemCount() { return itemCount_; }
 
   void handleAddItems(const platform::DistributedNotification& notification);
   void handleUserInitiatedCheck(const platform::DistributedNotification& notification);
@@ -126,7 +133,7 @@ class UIController final : public run::ListedItems,
   core::SerialExecutor itemUpdateQueue_;
   std::unique_ptr<platform::Timer> notificationWorkItem_;
   std::unique_ptr<platform::Timer> delayedSaveWorkItem_;
-  std::optional<platform::TimePoint> lastSaveTime_;  // None: the distant past.
+  std::optional<platform::ElapsedPoint> lastSaveTime_;  // None: the distant past.
   core::WriteRetry retry_;
   // Used on the file strand only.
   core::DamagedFileKeeper damaged_{collaborators_.files, fileLogger_};
@@ -138,6 +145,7 @@ class UIController final : public run::ListedItems,
   // can't drop them: items added or overwritten, and ids removed.
   bool loaded_ = false;
   bool saveAfterLoad_ = false;
+  core::Published<std::size_t> itemCount_{0};
   std::set<std::string> removedBeforeLoad_;
 };
 

@@ -154,9 +154,9 @@ std::vector<std::string> VelmoAgentQueue::arguments(const core::UpdateItem& item
 
 asio::awaitable<void> VelmoAgentQueue::process(core::UpdateItem item) {
   const auto alive = lifetime_.token();
-  const platform::TimePoint start = collaborators_.clock.now();
+  const platform::ElapsedPoint start = collaborators_.clock.elapsed();
   logger_.debug("Started processing queued update item: " + item.id + " at " +
-                defaultDescription(start));
+                defaultDescription(collaborators_.clock.now()));
   const std::optional<core::TimeInterval> noLimit;
   const int status = co_await collaborators_.runner.run(arguments(item), noLimit);
   if (!*alive) co_return;
@@ -164,12 +164,12 @@ asio::awaitable<void> VelmoAgentQueue::process(core::UpdateItem item) {
     logger_.error("Failed to process queued update item: " + item.id +
                   " with exit code: " + std::to_string(status));
   }
-  const platform::TimePoint end = collaborators_.clock.now();
+  const platform::ElapsedPoint end = collaborators_.clock.elapsed();
   char seconds[32];
   std::snprintf(seconds, sizeof seconds, "%.2f",
                 std::max(0.0, std::chrono::duration_cast<core::TimeInterval>(end - start).count()));
   logger_.debug("Finished processing queued update item: " + item.id + " at " +
-                defaultDescription(end));
+                defaultDescription(collaborators_.clock.now()));
   logger_.debug("Time taken to process queued update item " + item.id + ": " + seconds +
                 " seconds");
 }

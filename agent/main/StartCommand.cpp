@@ -2,12 +2,15 @@
 
 #include "agent/run/VelmoRunCoordinator.h"
 #include "core/Bundle.h"
+#include "core/notifications/NotificationNames.h"
 
 namespace velmo::agent {
 
 StartCommand::StartCommand(Collaborators collaborators) : collaborators_(collaborators) {}
 
-StartCommand::~StartCommand() = default;
+StartCommand::~StartCommand() {
+  for (const auto token : burstTokens_) collaborators_.distributedCenter.removeObserver(token);
+}
 
 asio::awaitable<void> StartCommand::run() {
   logger_.info("Velmo Agent " + core::Bundle::main().versionString() + " starting; tool at " +
@@ -24,7 +27,26 @@ asio::awaitable<void> StartCommand::run() {
                                                      .distributedCenter = c.distributedCenter,
                                                      .workspaceEvents = c.workspaceEvents,
                                                      .runner = c.runner,
-                                                     .inventory = c.inventory});
+                                                     .inventory = c.inventory,
+                                                     .lifecycle = &c.lifecycle});
+  // Whether users' quitting of applications may start their updates; the
+  // object that acts on it joins the start-up with its own subsystem.
+  const bool activeIntervals = co_await collaborators_.managedPrefs.boolValue(
+      "ActiveIntervals", mdm::ManagedDomain::velmoAgent, true);
+  logger_.debug(std::string("Active intervals are ") + (activeIntervals ? "enabled" : "disabled"));
+  build(activeIntervals, coordinator);
+  followActivity(*coordinator);
+  releaseMemoryAfterBursts();
+  collaborators_.serviceManager.ready();
+
+  co_await collaborators_.stop.finished();
+  co_await flushSaves();
+  logger_.info("Velmo Agent stopped.");
+}
+
+void StartCommand::build(bool activeIntervals,
+                         std::shared_ptr<run::VelmoRunCoordinator> coordinator) {
+  const auto& c = collaborators_;
   // The controller keeps the coordinator; the coordinator's link back is weak.
   uiController_ = items::UIController::make({.mainExecutor = c.mainExecutor,
                                              .fileExecutor = c.fileExecutor,
@@ -52,17 +74,8 @@ asio::awaitable<void> StartCommand::run() {
                                                                .userDefaults = c.userDefaults,
                                                                .managedPrefs = c.managedPrefs,
                                                                .workspaceEvents = c.workspaceEvents,
-                                                               .runner = c.runner});
-
-  statusReporter_ = std::make_unique<AgentStatusReporter>(
-      c.statusPublisher, core::Bundle::main().versionString(), c.clock.now());
-  statusReporter_->follow(coordinator->activity(), maintenanceManager_->activity());
-
-  // Whether users' quitting of applications may start their updates; the
-  // object that acts on it joins the start-up with its own subsystem.
-  const bool activeIntervals = co_await collaborators_.managedPrefs.boolValue(
-      "ActiveIntervals", mdm::ManagedDomain::velmoAgent, true);
-  logger_.debug(std::string("Active intervals are ") + (activeIntervals ? "enabled" : "disabled"));
+                                                               .runner = c.runner,
+                                                               .lifecycle = &c.lifecycle});
   coordinator->setUIController(uiController_);
   if (activeIntervals) {
     activeIntervalManager_ = std::make_unique<deferrals::ActiveIntervalManager>(
@@ -77,15 +90,41 @@ asio::awaitable<void> StartCommand::run() {
                                                     .distributedCenter = c.distributedCenter,
                                                     .managedPrefs = c.managedPrefs,
                                                     .runner = c.runner});
+}
 
-  // Nothing ends this loop: the process lives until it is stopped by a signal.
-  // Every ten steps freed memory goes back to the system: a flood of posts
-  // (each user's check is a task of its own) would otherwise leave the
-  // resident size at its peak.
-  for (unsigned step = 1;; ++step) {
-    co_await collaborators_.clock.sleep(std::chrono::seconds(1));
-    if (step % 10 == 0) collaborators_.host.releaseFreeMemory();
+// The bus object, the service manager's status line and the stop all follow
+// what runs and housekeeping are doing.
+void StartCommand::followActivity(run::VelmoRunCoordinator& coordinator) {
+  const auto& c = collaborators_;
+  statusReporter_ = std::make_unique<AgentStatusReporter>(
+      c.statusPublisher, core::Bundle::main().versionString(), c.clock.now());
+  statusReporter_->follow(coordinator.activity(), maintenanceManager_->activity());
+  serviceStatus_ = std::make_unique<ServiceStatus>(c.serviceManager, c.lifecycle);
+  serviceStatus_->follow(coordinator.activity(), maintenanceManager_->activity(),
+                         c.runner.activeRuns(), uiController_->itemCount());
+  busy_ = serviceStatus_->busyNow().subscribe(
+      [&stop = c.stop](const std::string& what) { stop.setBusy(what); });
+}
+
+void StartCommand::releaseMemoryAfterBursts() {
+  const auto& c = collaborators_;
+  memoryRelease_ = std::make_unique<core::Debouncer>(
+      c.mainExecutor, c.clock, kMemoryReleaseDelay, [&host = c.host] { host.releaseFreeMemory(); });
+  // The posts a flood is made of; others are few.
+  for (const auto name :
+       {core::NotificationName::addItemsToUIControllerQueue,
+        core::NotificationName::enqueueUpdateItem, core::NotificationName::dialogResponse,
+        core::NotificationName::updateItemStateChange,
+        core::NotificationName::userInitiatedUpdateCheck}) {
+    burstTokens_.push_back(c.distributedCenter.addObserver(
+        name, [this](const platform::DistributedNotification&) { memoryRelease_->trigger(); }));
   }
+}
+
+// What waits for a delayed save or a retry is written before the agent exits.
+asio::awaitable<void> StartCommand::flushSaves() {
+  co_await uiController_->flush();
+  co_await deferralManager_->flush();
 }
 
 }  // namespace velmo::agent

@@ -9,8 +9,12 @@
 #include "agent/items/UIController.h"
 #include "agent/items/VelmoAgentQueue.h"
 #include "agent/main/AgentStatusReporter.h"
+#include "agent/main/AgentStop.h"
+#include "agent/main/ServiceStatus.h"
 #include "agent/maintenance/MaintenanceManager.h"
 #include "agent/policy/NotificationCenterIconObserver.h"
+#include "core/AgentLifecycle.h"
+#include "core/Debouncer.h"
 #include "core/Executors.h"
 #include "core/logging/CustomLogger.h"
 #include "core/logging/MalformedPostLog.h"
@@ -21,6 +25,7 @@
 #include "platform/FileManager.h"
 #include "platform/Host.h"
 #include "platform/Paths.h"
+#include "platform/ServiceManager.h"
 #include "platform/UserDefaults.h"
 #include "platform/WorkspaceEvents.h"
 
@@ -33,8 +38,9 @@ class VelmoRunner;
 }  // namespace run
 
 // The start-up sequence: builds the long-lived objects on the main executor
-// in their order, then sleeps for ever in one-second steps while timers,
-// notifications and subscriptions do the work.
+// in their order, tells the service manager it is ready, then waits, without
+// waking, while timers, notifications and subscriptions do the work, until
+// the stop is over; then it writes what waits to be saved and returns.
 class StartCommand {
  public:
   struct Collaborators {
@@ -57,6 +63,9 @@ class StartCommand {
     const platform::Host& host;
     core::MalformedPostLog& malformedPosts;
     platform::AgentStatusPublisher& statusPublisher;
+    core::AgentLifecycle& lifecycle;
+    AgentStop& stop;
+    platform::ServiceManager& serviceManager;
   };
 
   explicit StartCommand(Collaborators collaborators);
@@ -64,7 +73,17 @@ class StartCommand {
 
   asio::awaitable<void> run();
 
+  // Freed memory goes back to the system once a burst of posts has been
+  // quiet this long: each post of a flood is a task of its own, and the
+  // resident size would otherwise stay at its peak.
+  static constexpr platform::Duration kMemoryReleaseDelay = std::chrono::seconds(10);
+
  private:
+  void build(bool activeIntervals, std::shared_ptr<run::VelmoRunCoordinator> coordinator);
+  void followActivity(run::VelmoRunCoordinator& coordinator);
+  void releaseMemoryAfterBursts();
+  asio::awaitable<void> flushSaves();
+
   Collaborators collaborators_;
   core::CustomLogger logger_{"StartCommand"};
   // The long-lived objects; they live as long as the process.
@@ -74,6 +93,10 @@ class StartCommand {
   std::unique_ptr<deferrals::ActiveIntervalManager> activeIntervalManager_;
   std::shared_ptr<policy::NotificationCenterIconObserver> iconObserver_;
   std::unique_ptr<AgentStatusReporter> statusReporter_;
+  std::unique_ptr<ServiceStatus> serviceStatus_;
+  std::unique_ptr<core::Debouncer> memoryRelease_;
+  std::vector<platform::ObserverToken> burstTokens_;
+  core::Subscription busy_;
 };
 
 }  // namespace velmo::agent

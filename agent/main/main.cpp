@@ -10,9 +10,11 @@
 #include <variant>
 
 #include <asio/io_context.hpp>
+#include <asio/signal_set.hpp>
 #include <asio/thread_pool.hpp>
 
 #include "agent/console/ConsoleCommand.h"
+#include "agent/main/AgentStop.h"
 #include "agent/main/BuildInfo.h"
 #include "agent/main/StartCommand.h"
 #include "agent/run/AgentCommand.h"
@@ -41,6 +43,7 @@
 #include "platform/linux/SdBusAgentStatusReader.h"
 #include "platform/linux/SdBusConnection.h"
 #include "platform/linux/SdBusNotificationCenter.h"
+#include "platform/linux/SdNotifyServiceManager.h"
 #include "platform/linux/SystemClock.h"
 
 namespace {
@@ -70,6 +73,16 @@ int console(const agent::run::AgentCommand::Invocation& invocation, const platfo
                                              terminal, std::cout, std::cerr);
 }
 
+// SIGTERM (the service manager's stop) and SIGINT start the agent's stop; a
+// second one ends its drain.
+void awaitStopSignals(asio::signal_set& signals, velmo::agent::AgentStop& stop) {
+  signals.async_wait([&signals, &stop](const std::error_code& error, int signal) {
+    if (error) return;
+    stop.request(signal == SIGTERM ? "SIGTERM" : "SIGINT");
+    awaitStopSignals(signals, stop);
+  });
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -97,6 +110,12 @@ int main(int argc, char** argv) {
 
   asio::io_context mainContext(1);
   const auto mainExecutor = mainContext.get_executor();
+  // Before any thread starts: the signals are taken on the main executor.
+  core::AgentLifecycle lifecycle;
+  platform::linux::SdNotifyServiceManager serviceManager;
+  agent::AgentStop stop({mainExecutor, clock, lifecycle, serviceManager});
+  asio::signal_set stopSignals(mainContext, SIGTERM, SIGINT);
+  awaitStopSignals(stopSignals, stop);
 
   // The bus is opened now; if it can't be, it is retried while everything
   // else goes on.
@@ -118,8 +137,8 @@ int main(int argc, char** argv) {
   mdm::ManagedPrefs::setShared(&managedPrefs);
 
   platform::linux::PosixProcessLauncher launcher;
-  agent::run::VelmoRunner runner(launcher, clock, paths.toolExecutable());
-  agent::run::InventoryUpdater inventory(launcher, clock, paths.inventoryTool());
+  agent::run::VelmoRunner runner(launcher, clock, paths.toolExecutable(), &lifecycle);
+  agent::run::InventoryUpdater inventory(launcher, clock, paths.inventoryTool(), &lifecycle);
   // File work of the update state file runs on a thread of its own, so a slow
   // disk never holds up the event loop.
   asio::thread_pool fileThread(1);
@@ -133,13 +152,37 @@ int main(int argc, char** argv) {
   terminations.start();
   // Every local user may read what the agent is doing; nobody can change it this way.
   platform::linux::SdBusAgentObject statusObject(bus);
-  agent::StartCommand start(
-      {mainExecutor, clock, paths, fileThread.get_executor(), deferralsFileThread.get_executor(),
-       runner, distributedCenter, notificationCenter, workspaceEvents, managedPrefs, userDefaults,
-       files, inventory, agentQueue, terminations, host, malformedPosts, statusObject});
+  agent::StartCommand start({.mainExecutor = mainExecutor,
+                             .clock = clock,
+                             .paths = paths,
+                             .fileExecutor = fileThread.get_executor(),
+                             .deferralsFileExecutor = deferralsFileThread.get_executor(),
+                             .runner = runner,
+                             .distributedCenter = distributedCenter,
+                             .notificationCenter = notificationCenter,
+                             .workspaceEvents = workspaceEvents,
+                             .managedPrefs = managedPrefs,
+                             .userDefaults = userDefaults,
+                             .files = files,
+                             .inventory = inventory,
+                             .agentQueue = agentQueue,
+                             .terminations = terminations,
+                             .host = host,
+                             .malformedPosts = malformedPosts,
+                             .statusPublisher = statusObject,
+                             .lifecycle = lifecycle,
+                             .stop = stop,
+                             .serviceManager = serviceManager});
 
-  core::startTask(mainExecutor, start.run(), core::CustomLogger("StartCommand"));
+  core::startTask(
+      mainExecutor,
+      [](agent::StartCommand& start, asio::io_context& context) -> asio::awaitable<void> {
+        co_await start.run();
+        context.stop();
+      }(start, mainContext),
+      core::CustomLogger("StartCommand"));
   mainContext.run();
-  // Reached only if the main task ever ends.
+  // The stop is over and what waited is saved; the objects above are left to
+  // the exit, which no thread still in them would survive.
   std::exit(0);
 }

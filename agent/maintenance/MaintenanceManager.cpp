@@ -40,6 +40,12 @@ std::shared_ptr<MaintenanceManager> MaintenanceManager::make(const Collaborators
         if (event == platform::WorkspaceEvent::willSleep) self->willSleep();
         if (event == platform::WorkspaceEvent::didWake) self->didWake();
       });
+  if (collaborators.lifecycle) {
+    manager->stop_ =
+        collaborators.lifecycle->subscribe([raw = manager.get()](core::LifePhase phase) {
+          if (phase != core::LifePhase::running) raw->clearTimer();
+        });
+  }
   // A start never looks at the last cycle's date: it always runs one.
   manager->startCycle();
   return manager;
@@ -50,6 +56,10 @@ MaintenanceManager::~MaintenanceManager() {
 }
 
 void MaintenanceManager::startCycle() {
+  if (collaborators_.lifecycle && collaborators_.lifecycle->stopping()) {
+    logger_.debug("The agent is stopping; no maintenance cycle starts.");
+    return;
+  }
   core::startHolding(collaborators_.mainExecutor, weak_from_this(), logger_,
                      [](MaintenanceManager& self) { return self.runMaintenanceAndReschedule(); });
 }
@@ -73,7 +83,7 @@ asio::awaitable<void> MaintenanceManager::runMaintenanceAndReschedule() {
 }
 
 asio::awaitable<void> MaintenanceManager::runMaintenance() {
-  const platform::TimePoint startedAt = collaborators_.clock.now();
+  const platform::ElapsedPoint startedAt = collaborators_.clock.elapsed();
   const auto stored = plistManager_.value(run::PlistKey::maintenanceTaskRunCount);
   const auto* count = stored ? stored->getIf<std::int64_t>() : nullptr;
   const std::int64_t previous = count ? *count : 0;
@@ -98,8 +108,8 @@ asio::awaitable<void> MaintenanceManager::runMaintenance() {
   }
 
   const platform::TimePoint finishedAt = collaborators_.clock.now();
-  logger_.info("Maintenance cycle #" + std::to_string(cycleNumber) +
-               " finished in: " + core::durationDescription(seconds(finishedAt - startedAt)));
+  logger_.info("Maintenance cycle #" + std::to_string(cycleNumber) + " finished in: " +
+               core::durationDescription(seconds(collaborators_.clock.elapsed() - startedAt)));
   plistManager_.setValue(core::PlistValue(cycleNumber), run::PlistKey::maintenanceTaskRunCount);
   plistManager_.setValue(core::PlistValue(core::PlistDate{finishedAt}),
                          run::PlistKey::lastMaintenanceTaskRun);
@@ -122,6 +132,7 @@ asio::awaitable<void> MaintenanceManager::submitReport() {
 }
 
 void MaintenanceManager::armTimer(platform::Duration delay) {
+  if (collaborators_.lifecycle && collaborators_.lifecycle->stopping()) return;
   timer_ = collaborators_.clock.scheduleAfter(delay, collaborators_.mainExecutor,
                                               [weak = weak_from_this()] {
                                                 if (auto self = weak.lock()) {

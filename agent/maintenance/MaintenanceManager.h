@@ -12,6 +12,7 @@
 #include "agent/maintenance/ToolLinkMaintainer.h"
 #include "agent/run/PlistManager.h"
 #include "agent/run/VelmoRunner.h"
+#include "core/AgentLifecycle.h"
 #include "core/Executors.h"
 #include "core/Published.h"
 #include "core/logging/CustomLogger.h"
@@ -49,6 +50,9 @@ class MaintenanceManager : public std::enable_shared_from_this<MaintenanceManage
     mdm::ManagedPrefs& managedPrefs;
     platform::WorkspaceEvents& workspaceEvents;
     run::VelmoRunner& runner;
+    // Once the agent stops, no cycle starts and the timer goes; none means
+    // the agent never stops (unit tests that don't need it).
+    core::AgentLifecycle* lifecycle = nullptr;
   };
 
   // Subscribes to sleep and wake, then starts the first cycle.
@@ -91,6 +95,7 @@ class MaintenanceManager : public std::enable_shared_from_this<MaintenanceManage
   std::optional<platform::TimePoint> timerFireDate_;
   bool cycleRunning_ = false;
   core::Published<MaintenanceActivity> activity_{MaintenanceActivity{}};
+  core::Subscription stop_;
 };
 
 }  // namespace velmo::agent::maintenance

@@ -8,11 +8,14 @@
 namespace velmo::agent::run {
 
 InventoryUpdater::InventoryUpdater(platform::ProcessLauncher& launcher, platform::Clock& clock,
-                                   std::filesystem::path program)
-    : launcher_(launcher), clock_(clock), program_(std::move(program)) {}
+                                   std::filesystem::path program, core::AgentLifecycle* lifecycle)
+    : launcher_(launcher), clock_(clock), program_(std::move(program)), lifecycle_(lifecycle) {}
 
 asio::awaitable<InventoryUpdater::Result> InventoryUpdater::runRecon(
     core::TimeInterval timeout) const {
+  if (lifecycle_ && lifecycle_->stopping()) {
+    co_return Result{kLaunchFailed, "Failed to run process: the agent is stopping"};
+  }
   platform::LaunchResult launched =
       launcher_.launch(program_, {"recon"}, platform::StandardError::capture);
   if (auto* failure = std::get_if<platform::LaunchFailure>(&launched)) {
@@ -20,7 +23,7 @@ asio::awaitable<InventoryUpdater::Result> InventoryUpdater::runRecon(
   }
   auto process = std::move(std::get<std::unique_ptr<platform::ChildProcess>>(launched));
   const platform::Duration limit = core::toDuration(timeout);
-  const auto status = co_await ProcessSupervisor::superviseWithLimit(*process, clock_, limit);
+  const auto status = co_await ProcessSupervisor::supervise(*process, clock_, limit, lifecycle_);
   if (!status) {
     co_return Result{
         kTimedOut,

@@ -5,6 +5,7 @@
 
 #include <asio/awaitable.hpp>
 
+#include "core/AgentLifecycle.h"
 #include "core/time/TimeInterval.h"
 #include "platform/Clock.h"
 #include "platform/ProcessLauncher.h"
@@ -25,8 +26,10 @@ class InventoryUpdater {
     bool operator==(const Result&) const = default;
   };
 
+  // Once `lifecycle` stops, the command doesn't start, and at the end of the
+  // stop's drain one still going is ended as at a time-out.
   InventoryUpdater(platform::ProcessLauncher& launcher, platform::Clock& clock,
-                   std::filesystem::path program);
+                   std::filesystem::path program, core::AgentLifecycle* lifecycle = nullptr);
 
   // The command's status and standard error (empty when it isn't UTF-8); after
   // a time-out 124 and "jamf recon timed out after <n>s"; after a failed start
@@ -37,6 +40,7 @@ class InventoryUpdater {
   platform::ProcessLauncher& launcher_;
   platform::Clock& clock_;
   std::filesystem::path program_;
+  core::AgentLifecycle* lifecycle_;
 };
 
 }  // namespace velmo::agent::run

@@ -12,6 +12,8 @@ struct RunActivity {
   // When the armed run timer fires; none while it is clear.
   std::optional<platform::TimePoint> nextRunDate{};
   bool inProgress = false;
+  // What the run in progress is: a user's request or the timer's.
+  bool userInitiated = false;
   std::optional<platform::TimePoint> startedAt{};
   // A request came during the run, so the gate runs one more pass.
   bool pending = false;

@@ -34,14 +34,16 @@ asio::awaitable<void> RunGate::requestOnStrand(Operation operation,
   logger_.debug("RunGate locked (starting operation).");
   const std::uint64_t holder = ++holder_;
   // The whole stay of the holder, all passes together.
-  watchdog_ =
-      clock_.scheduleAfter(core::toDuration(maxDuration), strand_, [this, holder, maxDuration] {
-        if (!running_ || holder != holder_) return;
-        logger_.warning("RunGate watchdog fired after " +
-                        std::to_string(static_cast<long long>(maxDuration.count())) +
-                        "s; forcing unlock to avoid indefinite block.");
-        unlock();
-      });
+  if (!stopped_) {
+    watchdog_ =
+        clock_.scheduleAfter(core::toDuration(maxDuration), strand_, [this, holder, maxDuration] {
+          if (!running_ || holder != holder_) return;
+          logger_.warning("RunGate watchdog fired after " +
+                          std::to_string(static_cast<long long>(maxDuration.count())) +
+                          "s; forcing unlock to avoid indefinite block.");
+          unlock();
+        });
+  }
 
   for (;;) {
     setPending(false);
@@ -52,6 +54,14 @@ asio::awaitable<void> RunGate::requestOnStrand(Operation operation,
   }
   watchdog_.reset();
   unlock();
+}
+
+void RunGate::stop() {
+  asio::post(strand_, [this, alive = lifetime_.token()] {
+    if (!*alive) return;
+    stopped_ = true;
+    watchdog_.reset();
+  });
 }
 
 void RunGate::setPending(bool pending) {

@@ -8,6 +8,7 @@
 #include <asio/awaitable.hpp>
 
 #include "core/Executors.h"
+#include "core/Lifetime.h"
 #include "core/logging/CustomLogger.h"
 #include "core/time/TimeInterval.h"
 #include "platform/Clock.h"
@@ -36,6 +37,9 @@ class RunGate {
   asio::awaitable<void> request(Operation operation, core::TimeInterval maxDuration);
   // Hears, on the gate's strand, each time a further pass is marked or taken
   // up. Set before the first request.
+  // The agent is stopping: the watchdog goes and no holder arms it again, so
+  // it never frees the gate into a stopping agent. Safe from any executor.
+  void stop();
   void setPendingObserver(std::function<void(bool pending)> observer) {
     pendingObserver_ = std::move(observer);
   }
@@ -49,12 +53,14 @@ class RunGate {
   platform::Clock& clock_;
   bool running_ = false;
   bool pending_ = false;
+  bool stopped_ = false;
   std::function<void(bool)> pendingObserver_;
   core::CustomLogger logger_{"RunGate"};
   std::vector<std::function<void()>> waiters_;
   // Counts holders, so that a holder freed by the watchdog knows it no longer is one.
   std::uint64_t holder_ = 0;
   std::unique_ptr<platform::Timer> watchdog_;
+  core::Lifetime lifetime_;
 };
 
 }  // namespace velmo::agent::run

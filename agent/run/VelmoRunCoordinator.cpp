@@ -19,7 +19,15 @@ constexpr const char* kAgentDomain = "com.marvenith.velmo-agent";
 
 std::string label(std::optional<RescheduleReason> reason) {
   if (!reason) return "";
-  return *reason == RescheduleReason::wake ? "wake" : "MDM change event";
+  switch (*reason) {
+    case RescheduleReason::wake:
+      return "wake";
+    case RescheduleReason::mdmChange:
+      return "MDM change event";
+    case RescheduleReason::clockChange:
+      return "clock change";
+  }
+  return "";
 }
 
 std::string runLabel(bool userInitiated) {
@@ -93,6 +101,13 @@ void VelmoRunCoordinator::start() {
       });
   workspaceToken_ = collaborators_.workspaceEvents.addObserver(
       [this](platform::WorkspaceEvent event) { handleWorkspaceEvent(event); });
+  clockSteps_ = collaborators_.clock.observeWallClockSteps(
+      collaborators_.mainExecutor, [this](platform::Duration step) { handleClockStep(step); });
+  if (collaborators_.lifecycle) {
+    cancellables_.push_back(collaborators_.lifecycle->subscribe([this](core::LifePhase phase) {
+      if (phase != core::LifePhase::running) handleStop();
+    }));
+  }
 
   // Subscriptions die with the coordinator, so they may hold it by `this`.
   std::function<void(const policy::VelmoRunConfig&)> onPolicy =
@@ -129,14 +144,36 @@ std::optional<platform::TimePoint> VelmoRunCoordinator::nextRunDate() const {
   return activity_.value().nextRunDate;
 }
 
+// A stopping agent plans nothing more: the timer goes, the gate's watchdog
+// with it, and the last run's record stays as the next start plans from.
+void VelmoRunCoordinator::handleStop() {
+  if (timer_) logger_.debug("The agent is stopping. Invalidating Velmo Run timer.");
+  invalidateTimer();
+  gate_.stop();
+}
+
+void VelmoRunCoordinator::handleClockStep(platform::Duration step) {
+  const platform::Duration size = step < platform::Duration::zero() ? -step : step;
+  if (size <= kClockStepTolerance || stopping()) return;
+  // Without an armed timer a run is going on (it plans when it ends) or the
+  // machine is on its way to sleep (the wake plans).
+  if (!timer_) return;
+  logger_.info(std::string("The system clock was set ") +
+               (step < platform::Duration::zero() ? "back" : "ahead") + " by " + describe(size) +
+               ". Replanning the next Velmo Run.");
+  rescheduleFromLastRun(RescheduleReason::clockChange);
+}
+
 // The wait holds the coordinator weakly: one that is gone by then runs nothing.
 void VelmoRunCoordinator::startTriggerRun(core::TimeInterval delay) {
+  if (stopping()) return;
   core::startTask(
       collaborators_.mainExecutor,
       [](std::weak_ptr<VelmoRunCoordinator> weak, platform::Clock& clock,
          core::TimeInterval delay) -> asio::awaitable<void> {
         if (delay.count() > 0) co_await clock.sleep(core::toDuration(delay));
-        if (auto self = weak.lock()) co_await self->triggerRun(core::TimeInterval(0));
+        auto self = weak.lock();
+        if (self && !self->stopping()) co_await self->triggerRun(core::TimeInterval(0));
       }(weak_from_this(), collaborators_.clock, delay),
       logger_);
 }
@@ -254,6 +291,7 @@ void VelmoRunCoordinator::logDeferral(const RunPlanner::Plan& plan,
 // reading of the clock: what status shows is when the run starts.
 void VelmoRunCoordinator::scheduleTimer(platform::TimePoint fireDate, core::TimeInterval delta,
                                         std::optional<RescheduleReason> reason) {
+  if (stopping()) return;
   std::string line = "Scheduled next Velmo Run ";
   if (reason) line += "after " + label(reason) + " ";
   line += "at " + friendly(fireDate) + " (in " + core::durationDescription(delta) + ").";
@@ -334,7 +372,16 @@ bool VelmoRunCoordinator::windowsAllow(bool userInitiated, platform::TimePoint n
 
 // Runs on the main executor; the gate operation brings it there.
 asio::awaitable<void> VelmoRunCoordinator::performRun(bool userInitiated) {
+  if (stopping()) {
+    // Requests that were waiting at the gate: each is dropped, one line says so.
+    if (!std::exchange(refusalSaid_, true)) {
+      logger_.info("The agent is stopping: " + runLabel(userInitiated) +
+                   " not started, nor any other until the agent is back.");
+    }
+    co_return;
+  }
   const platform::TimePoint now = collaborators_.clock.now();
+  const platform::ElapsedPoint began = collaborators_.clock.elapsed();
   const auto count = plistManager_.value(PlistKey::updateTaskRunCount);
   const auto* stored = count ? count->getIf<std::int64_t>() : nullptr;
   const std::int64_t runNumber = (stored ? *stored : 0) + 1;
@@ -350,14 +397,16 @@ asio::awaitable<void> VelmoRunCoordinator::performRun(bool userInitiated) {
 
   const std::string name = runLabel(userInitiated);
   logger_.info(name + " #" + std::to_string(runNumber) + " started.");
-  updateActivity([now](RunActivity& activity) {
+  updateActivity([now, userInitiated](RunActivity& activity) {
     activity.inProgress = true;
+    activity.userInitiated = userInitiated;
     activity.startedAt = now;
   });
   // Cleared however the run ends.
   const auto over = [](VelmoRunCoordinator* self) {
     self->updateActivity([](RunActivity& activity) {
       activity.inProgress = false;
+      activity.userInitiated = false;
       activity.startedAt.reset();
     });
   };
@@ -367,8 +416,8 @@ asio::awaitable<void> VelmoRunCoordinator::performRun(bool userInitiated) {
   co_await runJob(userInitiated);
 
   const platform::TimePoint end = collaborators_.clock.now();
-  logger_.info(name + " #" + std::to_string(runNumber) + " finished in " + describe(end - now) +
-               ".");
+  logger_.info(name + " #" + std::to_string(runNumber) + " finished in " +
+               describe(collaborators_.clock.elapsed() - began) + ".");
   recordRun(runNumber, end);
 }
 

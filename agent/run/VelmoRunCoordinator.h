@@ -20,6 +20,7 @@
 #include "agent/run/RunPlanner.h"
 #include "agent/run/VelmoRunJob.h"
 #include "agent/run/VelmoRunner.h"
+#include "core/AgentLifecycle.h"
 #include "core/Debouncer.h"
 #include "core/Executors.h"
 #include "core/Published.h"
@@ -38,7 +39,7 @@
 namespace velmo::agent::run {
 
 // What caused a rescheduling; it changes log text and nothing else.
-enum class RescheduleReason { wake, mdmChange };
+enum class RescheduleReason { wake, mdmChange, clockChange };
 
 // Decides when an update run happens: owns the one-shot run timer, the gate
 // and the run policy in force, and follows sleep, power-off, wake and policy
@@ -54,6 +55,9 @@ class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordina
   static constexpr platform::Duration kDebounce = std::chrono::seconds(5);
   static constexpr int kRefusedRunSearchDays = 14;
   static constexpr core::TimeInterval kCompareTimeout{60.0};
+  // A time service slews small errors away and steps only large ones; a step
+  // beyond this moves the planned run as a wake does.
+  static constexpr platform::Duration kClockStepTolerance = std::chrono::minutes(1);
   // Exit statuses of `compare <id> --fail`.
   static constexpr int kCompareNothingDue = 0;
   static constexpr int kCompareUpdateAvailable = 57;
@@ -69,6 +73,9 @@ class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordina
     platform::WorkspaceEvents& workspaceEvents;
     VelmoRunner& runner;
     InventoryUpdater& inventory;
+    // Once the agent stops, the run timer is cleared and no run starts; none
+    // means the agent never stops (unit tests that don't need it).
+    core::AgentLifecycle* lifecycle = nullptr;
     // The system's time zone at the moment of asking; windows are judged in it.
     std::function<std::string()> currentTimeZone = core::VelmoWindowPolicy::currentTimeZoneId;
   };
@@ -112,6 +119,8 @@ class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordina
   void handleCompareResult(const std::string& id, int exitCode);
 
   void handleWorkspaceEvent(platform::WorkspaceEvent event);
+  // The wall clock was set by `step`; the armed timer counts elapsed time.
+  void handleClockStep(platform::Duration step);
 
   // Set by the start-up once the UI controller stands; held weakly, as the
   // controller holds the coordinator.
@@ -148,6 +157,8 @@ class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordina
   void recordRun(std::int64_t runNumber, platform::TimePoint date);
   // `change` applied to the activity, published when it differs.
   void updateActivity(const std::function<void(RunActivity&)>& change);
+  bool stopping() const { return collaborators_.lifecycle && collaborators_.lifecycle->stopping(); }
+  void handleStop();
 
   Collaborators collaborators_;
   core::CustomLogger logger_{"VelmoRunCoordinator"};
@@ -164,6 +175,8 @@ class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordina
   std::optional<std::string> machineId_;
   RunGate gate_;
   core::Published<RunActivity> activity_{RunActivity{}};
+  std::unique_ptr<platform::Timer> clockSteps_;
+  bool refusalSaid_ = false;
 };
 
 }  // namespace velmo::agent::run

@@ -1,12 +1,14 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include <asio/awaitable.hpp>
 
+#include "core/AgentLifecycle.h"
 #include "core/logging/CustomLogger.h"
 #include "core/time/TimeInterval.h"
 #include "platform/Clock.h"
@@ -15,8 +17,10 @@
 namespace velmo::agent::run {
 
 // The only road to the velmo tool: one process per call, output discarded,
-// supervised by exit status and time limit. Holds no state between calls, so
-// calls may overlap; serialising runs is the gate's business.
+// supervised by exit status and time limit. Calls may overlap; serialising
+// runs is the gate's business. Once the agent is stopping it starts no tool,
+// and at the end of the stop's drain it ends the runs still going. Main
+// executor only.
 class VelmoRunner {
  public:
   // A time limit ran out.
@@ -25,24 +29,34 @@ class VelmoRunner {
   static constexpr int kLaunchFailed = -1;
 
   VelmoRunner(platform::ProcessLauncher& launcher, platform::Clock& clock,
-              std::filesystem::path toolPath);
+              std::filesystem::path toolPath, core::AgentLifecycle* lifecycle = nullptr);
 
   // Runs the tool with `arguments` (without a shell). Without `timeout` it
-  // waits as long as the tool runs; with one, an overdue tool gets SIGTERM,
-  // then SIGKILL 5 s later, and the result is kTimedOut. Suspends between
-  // checks, so it never blocks the executor it runs on.
+  // waits as long as the tool runs; with one (elapsed time), an overdue tool
+  // gets SIGTERM, then SIGKILL 5 s later, and the result is kTimedOut. Never
+  // blocks the executor it runs on. While the agent stops: kLaunchFailed at
+  // once, with one line for the whole stop.
   asio::awaitable<int> run(std::vector<std::string> arguments,
                            std::optional<core::TimeInterval> timeout) const;
 
+  // Tool processes alive now; the stop waits for none.
+  core::Published<std::size_t>& activeRuns() const { return *activeRuns_; }
+
  private:
-  asio::awaitable<int> superviseWithLimit(platform::ChildProcess& process,
-                                          core::TimeInterval timeout) const;
-  void logFinished(const std::string& joinedArguments, platform::TimePoint start) const;
+  asio::awaitable<int> supervise(platform::ChildProcess& process,
+                                 std::optional<core::TimeInterval> timeout) const;
+  void logFinished(const std::string& joinedArguments, platform::ElapsedPoint start) const;
 
   platform::ProcessLauncher& launcher_;
   platform::Clock& clock_;
   std::filesystem::path toolPath_;
+  core::AgentLifecycle* lifecycle_;
   core::CustomLogger logger_{"VelmoRunner"};
+  // Shared, so that a run's count outlives nothing it shouldn't; changed on
+  // the main executor only.
+  std::shared_ptr<core::Published<std::size_t>> activeRuns_ =
+      std::make_shared<core::Published<std::size_t>>(0);
+  mutable bool refusalSaid_ = false;
 };
 
 }  // namespace velmo::agent::run

@@ -26,9 +26,8 @@ void LogBudget::error(const std::string& kind, const std::string& what,
 
 bool LogBudget::admit(const std::string& kind, const std::string& what) {
   Minute& minute = minutes_[kind];
-  const TimePoint now = clock_.now();
-  // A clock stepped back starts a new minute too.
-  if (!minute.summary && (now - minute.start >= kMinute || now < minute.start)) {
+  const ElapsedPoint now = clock_.elapsed();
+  if (!minute.summary && now - minute.start >= kMinute) {
     minute.start = now;
     minute.lines = 0;
   }
@@ -49,7 +48,7 @@ void LogBudget::summarize(const std::string& kind, const std::string& what) {
   logger_.warning("Suppressed " + std::to_string(minute.heldBack) + " " + what +
                   " in the last minute.");
   // The next minute starts now, with its lines unspent.
-  minute.start = clock_.now();
+  minute.start = clock_.elapsed();
   minute.lines = 0;
   minute.heldBack = 0;
   minute.summary.reset();

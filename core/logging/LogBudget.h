@@ -38,7 +38,7 @@ class LogBudget {
 
  private:
   struct Minute {
-    TimePoint start{};
+    ElapsedPoint start{};
     int lines = 0;
     long long heldBack = 0;
     std::unique_ptr<platform::Timer> summary;

@@ -10,12 +10,16 @@ namespace {
 class FakeChildProcess final : public ChildProcess {
  public:
   FakeChildProcess(Clock& clock, FakeProcessScript script, int pid, std::vector<int>& signalsSent)
-      : clock_(clock), script_(script), pid_(pid), signals_(signalsSent), launchedAt_(clock.now()) {
+      : clock_(clock),
+        script_(script),
+        pid_(pid),
+        signals_(signalsSent),
+        launchedAt_(clock.elapsed()) {
     if (script_.exitAfter) exit(launchedAt_ + *script_.exitAfter, script_.exitStatus);
   }
 
   int processIdentifier() const override { return pid_; }
-  bool isRunning() override { return !exitAt_ || clock_.now() < *exitAt_; }
+  bool isRunning() override { return !exitAt_ || clock_.elapsed() < *exitAt_; }
   int terminationStatus() const override { return status_; }
   std::string standardError() const override { return script_.standardError; }
 
@@ -23,32 +27,62 @@ class FakeChildProcess final : public ChildProcess {
     signals_.push_back(signal);
     if (!isRunning()) return;
     if (signal == SIGTERM && script_.exitAfterTerminate) {
-      exit(clock_.now() + *script_.exitAfterTerminate, script_.statusOnTerminate);
+      exit(clock_.elapsed() + *script_.exitAfterTerminate, script_.statusOnTerminate);
     } else if (signal == SIGKILL && !script_.ignoresKill) {
-      exit(clock_.now(), SIGKILL);
+      exit(clock_.elapsed(), SIGKILL);
     }
   }
 
-  asio::awaitable<void> waitUntilExit() override {
-    while (isRunning()) {
-      co_await clock_.sleep(exitAt_ ? *exitAt_ - clock_.now() : std::chrono::hours(24));
-    }
+  std::unique_ptr<Timer> onExit(asio::any_io_executor executor,
+                                std::function<void()> action) override {
+    auto waiter = std::make_shared<Waiter>(Waiter{std::move(executor), std::move(action)});
+    waiters_.push_back(waiter);
+    arm(*waiter);
+    return std::make_unique<WaiterHandle>(waiter);
   }
 
  private:
-  void exit(TimePoint at, int status) {
+  struct Waiter {
+    asio::any_io_executor executor;
+    std::function<void()> action;
+    std::unique_ptr<Timer> timer{};
+    bool cancelled = false;
+  };
+  class WaiterHandle final : public Timer {
+   public:
+    explicit WaiterHandle(std::shared_ptr<Waiter> waiter) : waiter_(std::move(waiter)) {}
+    ~WaiterHandle() override { cancel(); }
+    void cancel() override {
+      waiter_->cancelled = true;
+      waiter_->timer.reset();
+    }
+
+   private:
+    std::shared_ptr<Waiter> waiter_;
+  };
+
+  void exit(ElapsedPoint at, int status) {
     if (exitAt_ && *exitAt_ <= at) return;
     exitAt_ = at;
     status_ = status;
+    std::erase_if(waiters_, [](const auto& waiter) { return waiter->cancelled; });
+    for (const auto& waiter : waiters_) arm(*waiter);
+  }
+  // A timer at the exit, once one is due; a later, earlier exit re-arms it.
+  void arm(Waiter& waiter) {
+    if (!exitAt_ || waiter.cancelled) return;
+    waiter.timer = clock_.scheduleAfter(*exitAt_ - clock_.elapsed(), waiter.executor,
+                                        [&waiter] { waiter.action(); });
   }
 
   Clock& clock_;
   FakeProcessScript script_;
   int pid_;
   std::vector<int>& signals_;
-  TimePoint launchedAt_;
-  std::optional<TimePoint> exitAt_;
+  ElapsedPoint launchedAt_;
+  std::optional<ElapsedPoint> exitAt_;
   int status_ = 0;
+  std::vector<std::shared_ptr<Waiter>> waiters_;
 };
 
 }  // namespace

@@ -47,6 +47,23 @@ void VirtualClock::advance(Duration step) {
   runUntilIdle();
 }
 
+std::unique_ptr<Timer> VirtualClock::observeWallClockSteps(asio::any_io_executor executor,
+                                                           std::function<void(Duration)> action) {
+  auto cancelled = std::make_shared<bool>(false);
+  stepObservers_.push_back({std::move(executor), std::move(action), cancelled});
+  return std::make_unique<VirtualTimer>(std::move(cancelled));
+}
+
+void VirtualClock::stepWallClock(Duration step) {
+  wallStep_ += step;
+  std::erase_if(stepObservers_, [](const StepObserver& observer) { return *observer.cancelled; });
+  for (const auto& observer : stepObservers_) {
+    asio::post(observer.executor, [observer, step] {
+      if (!*observer.cancelled) observer.action(step);
+    });
+  }
+}
+
 void VirtualClock::runUntilIdle() {
   do {
     context_.restart();

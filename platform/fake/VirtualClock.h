@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <utility>
+#include <vector>
 
 #include <asio/io_context.hpp>
 
@@ -21,6 +22,9 @@ class VirtualClock final : public Clock {
   explicit VirtualClock(asio::io_context& context, TimePoint start = kDefaultStart);
 
   TimePoint now() const override { return now_ + wallStep_; }
+  ElapsedPoint elapsed() const override { return ElapsedPoint(now_.time_since_epoch()); }
+  std::unique_ptr<Timer> observeWallClockSteps(asio::any_io_executor executor,
+                                               std::function<void(Duration)> action) override;
   std::unique_ptr<Timer> scheduleAfter(Duration delay, asio::any_io_executor executor,
                                        std::function<void()> action) override;
 
@@ -28,8 +32,9 @@ class VirtualClock final : public Clock {
   // at its own instant, in order.
   void advance(Duration step);
   // Sets the wall clock by `step` (back when negative), as an administrator or
-  // a time service does: timers keep their own time and fire as armed.
-  void stepWallClock(Duration step) { wallStep_ += step; }
+  // a time service does: timers and elapsed time keep their own time, and the
+  // observers of steps hear of it.
+  void stepWallClock(Duration step);
   // Runs everything that is ready now without moving time.
   void runUntilIdle();
   // Armed, uncancelled timers.
@@ -47,6 +52,12 @@ class VirtualClock final : public Clock {
   Duration wallStep_{};
   std::uint64_t sequence_ = 0;
   std::map<std::pair<TimePoint, std::uint64_t>, Entry> entries_;
+  struct StepObserver {
+    asio::any_io_executor executor;
+    std::function<void(Duration)> action;
+    std::shared_ptr<bool> cancelled;
+  };
+  std::vector<StepObserver> stepObservers_;
 };
 
 }  // namespace velmo::platform::fake

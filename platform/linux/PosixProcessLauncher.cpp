@@ -16,10 +16,8 @@
 #include <thread>
 
 #include <asio/posix/stream_descriptor.hpp>
-#include <asio/redirect_error.hpp>
+#include <asio/post.hpp>
 #include <asio/steady_timer.hpp>
-#include <asio/this_coro.hpp>
-#include <asio/use_awaitable.hpp>
 
 extern char** environ;
 
@@ -54,6 +52,53 @@ void markInheritedCloseOnExec() {
     if (flags >= 0) ::fcntl(static_cast<int>(fd), F_SETFD, flags | FD_CLOEXEC);
   }
 }
+
+// One onExit: shared by its handle and the pending wait, so that a wait that
+// completes after the handle is gone touches nothing else.
+struct ExitWatch {
+  ExitWatch(asio::any_io_executor executor, std::function<void()> action, ChildProcess* child)
+      : descriptor(executor), poll(executor), action(std::move(action)), child(child) {}
+
+  static void wait(const std::shared_ptr<ExitWatch>& watch) {
+    if (watch->cancelled) return;
+    if (!watch->child->isRunning()) {
+      asio::post(watch->poll.get_executor(), [watch] {
+        if (!watch->cancelled) watch->action();
+      });
+      return;
+    }
+    const auto again = [watch](std::error_code error) {
+      if (!error) wait(watch);
+    };
+    if (watch->descriptor.is_open()) {
+      watch->descriptor.async_wait(asio::posix::descriptor_base::wait_read, again);
+    } else {
+      watch->poll.expires_after(std::chrono::milliseconds(200));
+      watch->poll.async_wait(again);
+    }
+  }
+
+  asio::posix::stream_descriptor descriptor;
+  asio::steady_timer poll;
+  std::function<void()> action;
+  ChildProcess* child;
+  bool cancelled = false;
+};
+
+class ExitWatchHandle final : public Timer {
+ public:
+  explicit ExitWatchHandle(std::shared_ptr<ExitWatch> watch) : watch_(std::move(watch)) {}
+  ~ExitWatchHandle() override { cancel(); }
+  void cancel() override {
+    watch_->cancelled = true;
+    std::error_code ignored;
+    watch_->descriptor.close(ignored);
+    watch_->poll.cancel();
+  }
+
+ private:
+  std::shared_ptr<ExitWatch> watch_;
+};
 
 class PosixChildProcess final : public ChildProcess {
  public:
@@ -114,26 +159,15 @@ class PosixChildProcess final : public ChildProcess {
     if (pid_ > 0) ::kill(-pid_, signal);
   }
 
-  asio::awaitable<void> waitUntilExit() override {
-    auto executor = co_await asio::this_coro::executor;
-    if (pidfd_ >= 0) {
-      int watched = ::fcntl(pidfd_, F_DUPFD_CLOEXEC, 0);
-      if (watched >= 0) {
-        asio::posix::stream_descriptor descriptor(executor, watched);
-        while (isRunning()) {
-          std::error_code error;
-          co_await descriptor.async_wait(asio::posix::descriptor_base::wait_read,
-                                         asio::redirect_error(asio::use_awaitable, error));
-          if (error) break;
-        }
-      }
-    }
-    // Without a pidfd (old kernel), look again every 200 ms.
-    asio::steady_timer timer(executor);
-    while (isRunning()) {
-      timer.expires_after(std::chrono::milliseconds(200));
-      co_await timer.async_wait(asio::use_awaitable);
-    }
+  // The pidfd turns readable when the process exits; without one (an old
+  // kernel) it looks again every 200 ms.
+  std::unique_ptr<Timer> onExit(asio::any_io_executor executor,
+                                std::function<void()> action) override {
+    auto watch = std::make_shared<ExitWatch>(executor, std::move(action), this);
+    const int watched = pidfd_ >= 0 ? ::fcntl(pidfd_, F_DUPFD_CLOEXEC, 0) : -1;
+    if (watched >= 0) watch->descriptor.assign(watched);
+    ExitWatch::wait(watch);
+    return std::make_unique<ExitWatchHandle>(watch);
   }
 
  private:

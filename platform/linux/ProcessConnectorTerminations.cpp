@@ -1,7 +1,9 @@
 #include "platform/linux/ProcessConnectorTerminations.h"
 
+#include <arpa/inet.h>
 #include <linux/cn_proc.h>
 #include <linux/connector.h>
+#include <linux/filter.h>
 #include <linux/netlink.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -37,6 +39,49 @@ std::map<pid_t, std::filesystem::path> runningApplications() {
     }
   }
   return found;
+}
+
+// Where the fields the filter reads lie in a message: the netlink header, the
+// connector's header, then the event.
+constexpr std::uint32_t kEventOffset = NLMSG_HDRLEN + sizeof(cn_msg);
+constexpr std::uint32_t kWhatOffset = kEventOffset + offsetof(proc_event, what);
+constexpr std::uint32_t kPidOffset =
+    kEventOffset + offsetof(proc_event, event_data.exit.process_pid);
+constexpr std::uint32_t kTgidOffset =
+    kEventOffset + offsetof(proc_event, event_data.exit.process_tgid);
+static_assert(offsetof(proc_event, event_data.exec.process_tgid) ==
+                  offsetof(proc_event, event_data.exit.process_tgid),
+              "an exec's and an exit's process ids lie at the same place");
+
+// Every exec; the exit of a whole process (not a thread) that is one of
+// `watched`, or of any process when `watched` is absent (too many to list).
+// Classic BPF reads words in network byte order, hence htonl.
+std::vector<sock_filter> eventFilter(const std::vector<pid_t>* watched) {
+  constexpr std::uint32_t kPass = 0xffffffff;
+  std::vector<sock_filter> program{
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kWhatOffset),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, htonl(proc_event::PROC_EVENT_EXEC), 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, kPass),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, htonl(proc_event::PROC_EVENT_EXIT), 1, 0),
+      BPF_STMT(BPF_RET | BPF_K, 0),
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kPidOffset),
+      BPF_STMT(BPF_MISC | BPF_TAX, 0),
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kTgidOffset),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_X, 0, 1, 0),
+      BPF_STMT(BPF_RET | BPF_K, 0),
+  };
+  if (!watched) {
+    program.push_back(BPF_STMT(BPF_RET | BPF_K, kPass));
+    return program;
+  }
+  // Jumps reach 255 instructions at most: each id is a test and its own pass.
+  for (const pid_t pid : *watched) {
+    program.push_back(
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, htonl(static_cast<std::uint32_t>(pid)), 0, 1));
+    program.push_back(BPF_STMT(BPF_RET | BPF_K, kPass));
+  }
+  program.push_back(BPF_STMT(BPF_RET | BPF_K, 0));
+  return program;
 }
 
 }  // namespace
@@ -128,6 +173,7 @@ void ProcessConnectorTerminations::readEvents() {
         scan();
         continue;
       }
+      if (std::exchange(filterWanted_, false)) updateFilter();
       return;  // EAGAIN: all read.
     }
     // Message by message; the kernel's own macros mix signed and unsigned.
@@ -149,7 +195,8 @@ void ProcessConnectorTerminations::handleMessage(const nlmsghdr* header) {
   // The event follows a 20-byte header and so is not aligned for its type: copy it out.
   proc_event event;
   std::memcpy(&event, message->data, sizeof event);
-  heard_ = true;
+  // The start's probe is heard unfiltered; the filter comes after it.
+  if (!std::exchange(heard_, true)) filterWanted_ = true;
   if (event.what == proc_event::PROC_EVENT_EXEC) {
     noteExec(event.event_data.exec.process_tgid);
   } else if (event.what == proc_event::PROC_EVENT_EXIT &&
@@ -163,9 +210,32 @@ void ProcessConnectorTerminations::noteExec(pid_t pid) {
   auto bundle = executable ? bundleOfExecutable(*executable) : std::nullopt;
   if (bundle) {
     applications_[pid] = std::move(*bundle);
-  } else {
-    applications_.erase(pid);  // An application that became another program.
+    filterWanted_ = true;
+  } else if (applications_.erase(pid) > 0) {  // An application that became another program.
+    filterWanted_ = true;
   }
+}
+
+void ProcessConnectorTerminations::updateFilter() {
+  if (!descriptor_) return;
+  std::vector<pid_t> watched;
+  for (const auto& [pid, bundle] : applications_) watched.push_back(pid);
+  const bool listed = watched.size() <= kMaxFilteredApplications;
+  std::vector<sock_filter> program = eventFilter(listed ? &watched : nullptr);
+  const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
+  if (::setsockopt(descriptor_->native_handle(), SOL_SOCKET, SO_ATTACH_FILTER, &filter,
+                   sizeof filter) != 0) {
+    logger_.debug(std::string("Cannot filter process events in the kernel: ") +
+                  std::strerror(errno));
+    return;
+  }
+  // An application that ended between its exec and now had its exit held
+  // back by the old filter: one whose executable is gone has ended.
+  std::vector<pid_t> ended;
+  for (const pid_t pid : watched) {
+    if (!executableOf(pid)) ended.push_back(pid);
+  }
+  for (const pid_t pid : ended) noteExit(pid);
 }
 
 void ProcessConnectorTerminations::noteExit(pid_t pid) {
@@ -173,6 +243,7 @@ void ProcessConnectorTerminations::noteExit(pid_t pid) {
   if (found == applications_.end()) return;
   const std::filesystem::path bundle = std::move(found->second);
   applications_.erase(found);
+  filterWanted_ = true;
   emit(bundle);
 }
 
@@ -183,6 +254,7 @@ void ProcessConnectorTerminations::scan() {
     if (still == now.end() || still->second != bundle) emit(bundle);
   }
   applications_ = std::move(now);
+  filterWanted_ = true;
 }
 
 void ProcessConnectorTerminations::scheduleScan() {

@@ -20,11 +20,18 @@ namespace velmo::platform::linux {
 // as the end of `<X>.app` even though the process is gone by then. Nothing
 // polls while nothing happens. Needs root; where the connector can't be
 // opened, one warning and a scan of /proc every 2 s take its place.
-// Lives on the main executor.
+// A filter in the kernel (classic BPF on the socket) lets through only execs
+// and the exits of the applications being watched, so the exits of every
+// other process on the machine never wake the agent. Lives on the main
+// executor.
 class ProcessConnectorTerminations final : public ApplicationTerminations {
  public:
   static constexpr Duration kScanPeriod = std::chrono::seconds(2);
   static constexpr Duration kProbeWait = std::chrono::seconds(1);
+  // Applications watched by their process ids in the kernel's filter: two
+  // instructions each, within the filter's 4,096. Beyond that every exit of
+  // a process passes, and the map below tells.
+  static constexpr std::size_t kMaxFilteredApplications = 1000;
 
   ProcessConnectorTerminations(core::Executor mainExecutor, Clock& clock);
   ~ProcessConnectorTerminations() override;
@@ -46,6 +53,9 @@ class ProcessConnectorTerminations final : public ApplicationTerminations {
   void scheduleScan();
   void noteExec(pid_t pid);
   void noteExit(pid_t pid);
+  // Lets through the exits of the applications watched now. A new one that
+  // ended before the filter knew it is told at once.
+  void updateFilter();
   void emit(const std::filesystem::path& bundle);
 
   core::Executor mainExecutor_;
@@ -53,7 +63,8 @@ class ProcessConnectorTerminations final : public ApplicationTerminations {
   core::CustomLogger logger_{"ProcessConnectorTerminations"};
   std::unique_ptr<asio::posix::stream_descriptor> descriptor_;
   std::unique_ptr<Timer> scanTimer_;
-  bool heard_ = false;  // An event arrived through the connector.
+  bool heard_ = false;         // An event arrived through the connector.
+  bool filterWanted_ = false;  // The watched applications changed since the filter was set.
   // Application processes alive now, by process id.
   std::map<pid_t, std::filesystem::path> applications_;
   std::uint64_t nextToken_ = 1;

@@ -72,7 +72,8 @@ seconds_between() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", b - a }'; }
 within() { awk -v x="$1" -v lo="$2" -v hi="$3" 'BEGIN { exit !(x >= lo && x <= hi) }'; }
 
 finish() {
-  kill -0 "$agent_pid" 2>/dev/null || fail "the agent died"
+  # A scenario that stops the agent itself clears $agent_pid.
+  [ -z "$agent_pid" ] || kill -0 "$agent_pid" 2>/dev/null || fail "the agent died"
   if [ "$failures" -ne 0 ]; then
     echo "--- agent output"; cat "$workdir/agent.log"
     echo "--- unified log"; cat "$workdir/unified.log" 2>/dev/null

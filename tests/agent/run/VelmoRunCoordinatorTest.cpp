@@ -232,6 +232,63 @@ INSTANTIATE_TEST_SUITE_P(Events, WakeOrCancelledPowerOff,
                          ::testing::Values(WorkspaceEvent::didWake,
                                            WorkspaceEvent::powerOffCancelled));
 
+// The timer counts elapsed time; a step of the wall clock beyond a minute
+// replans it, so that the run comes when the wall clock reads its date.
+struct ClockStepCase {
+  const char* name;
+  platform::Duration step;
+  // After the step: when the plan says, and whether the run has come by the
+  // time the wall clock reads the first plan's date.
+  bool planUnchanged;
+  std::size_t launchesByThen;
+};
+
+class ClockStep : public VelmoRunCoordinatorTest,
+                  public ::testing::WithParamInterface<ClockStepCase> {};
+
+TEST_P(ClockStep, ReplansOnlyBeyondAMinute) {
+  const ClockStepCase& c = GetParam();
+  start();
+  clock_.advance(seconds(1));
+  const auto planned = *coordinator_->nextRunDate();
+  ASSERT_EQ(planned, kStart + seconds(1) + hours(4));
+  clock_.stepWallClock(c.step);
+  clock_.runUntilIdle();
+  if (c.planUnchanged) {
+    EXPECT_EQ(coordinator_->nextRunDate(), planned);
+  } else {
+    // Set back: the last run lies ahead of the clock, so the plan starts now.
+    EXPECT_EQ(coordinator_->nextRunDate(), clock_.now() + hours(4));
+  }
+  EXPECT_EQ(clock_.pendingTimers(), 1u);
+  clock_.advance(std::max(planned - clock_.now(), platform::Duration::zero()) + milliseconds(1));
+  EXPECT_EQ(launchedArguments().size(), c.launchesByThen);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Steps, ClockStep,
+    ::testing::Values(ClockStepCase{"TwoHoursAhead", hours(2), true, 2},
+                      ClockStepCase{"ThirtySecondsAheadIsNoStep", seconds(30), true, 1},
+                      ClockStepCase{"TwoHoursBack", -hours(2), false, 2}),
+    [](const ::testing::TestParamInfo<ClockStepCase>& info) { return info.param.name; });
+
+TEST_F(VelmoRunCoordinatorTest, AStoppingAgentClearsTheTimerAndStartsNoRun) {
+  core::AgentLifecycle lifecycle;
+  auto withLifecycle = collaborators();
+  withLifecycle.lifecycle = &lifecycle;
+  coordinator_ = VelmoRunCoordinator::make(withLifecycle);
+  clock_.advance(seconds(1));
+  ASSERT_TRUE(coordinator_->nextRunDate().has_value());
+  lifecycle.advance(core::LifePhase::draining);
+  int served = 0;
+  requestRun(true, served);
+  clock_.advance(hours(10));
+  EXPECT_EQ(served, 1);
+  EXPECT_EQ(coordinator_->nextRunDate(), std::nullopt);
+  EXPECT_EQ(launchedArguments().size(), 1u);
+  EXPECT_EQ(clock_.pendingTimers(), 0u) << "not even the gate's watchdog";
+}
+
 TEST_F(VelmoRunCoordinatorTest, AWakeWithinTheIntervalArmsTheRestOfIt) {
   start();
   clock_.advance(seconds(1));

@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <algorithm>
+#include <functional>
+
 #include <asio/co_spawn.hpp>
 #include <asio/detached.hpp>
 #include <asio/io_context.hpp>
@@ -14,6 +17,7 @@
 namespace velmo::agent::run {
 namespace {
 
+using platform::Duration;
 using std::chrono::seconds;
 
 class VelmoRunnerTest : public ::testing::Test {
@@ -36,7 +40,8 @@ class VelmoRunnerTest : public ::testing::Test {
   platform::fake::VirtualClock clock_{context_};
   testing::LogCapture capture_{&clock_};
   platform::fake::FakeProcessLauncher launcher_{clock_};
-  VelmoRunner runner_{launcher_, clock_, "/tool/velmo"};
+  core::AgentLifecycle lifecycle_;
+  VelmoRunner runner_{launcher_, clock_, "/tool/velmo", &lifecycle_};
 };
 
 // A tool that ignores SIGTERM gets SIGKILL after the grace, and the run is a time-out.
@@ -56,6 +61,79 @@ TEST_F(VelmoRunnerTest, ATermIgnoringToolIsKilledAfterTheGrace) {
             (std::vector<std::string>{
                 "Velmo process (pid: 1000) timed out after 1 seconds; sending SIGTERM.",
                 "Velmo process (pid: 1000) did not exit after SIGTERM; sending SIGKILL."}));
+}
+
+// What happens to a 6 s tool run under a 60 s limit when, 3 s in, the wall
+// clock is set or the agent starts or ends its stop.
+struct DuringRunCase {
+  const char* name;
+  std::function<void(platform::fake::VirtualClock&, core::AgentLifecycle&)> event;
+  int result;
+  std::vector<int> signals;
+  Duration took;
+};
+
+class DuringRun : public VelmoRunnerTest, public ::testing::WithParamInterface<DuringRunCase> {};
+
+TEST_P(DuringRun, OnlyElapsedTimeAndTheStopsEndEndARun) {
+  const DuringRunCase& c = GetParam();
+  launcher_.enqueue({.exitAfter = seconds(6), .exitAfterTerminate = seconds(1)});
+  std::optional<int> result;
+  platform::TimePoint finished;
+  const auto begin = clock_.elapsed();
+  start(result, core::TimeInterval(60.0));
+  clock_.advance(seconds(3));
+  c.event(clock_, lifecycle_);
+  std::optional<Duration> took;
+  while (!result && clock_.elapsed() - begin < std::chrono::minutes(5)) {
+    clock_.advance(std::chrono::milliseconds(500));
+    if (result && !took) took = clock_.elapsed() - begin;
+  }
+  EXPECT_EQ(result, c.result);
+  EXPECT_EQ(took, c.took);
+  EXPECT_EQ(launcher_.launches()[0].signals, c.signals);
+}
+
+const auto stepBy = [](Duration step) {
+  return [step](platform::fake::VirtualClock& clock, core::AgentLifecycle&) {
+    clock.stepWallClock(step);
+  };
+};
+const auto stopUntil = [](core::LifePhase phase) {
+  return [phase](platform::fake::VirtualClock&, core::AgentLifecycle& lifecycle) {
+    lifecycle.advance(core::LifePhase::draining);
+    lifecycle.advance(phase);
+  };
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    Events, DuringRun,
+    ::testing::Values(
+        DuringRunCase{"WallClockTwoHoursAhead", stepBy(std::chrono::hours(2)), 0, {}, seconds(6)},
+        DuringRunCase{"WallClockTwoHoursBack", stepBy(-std::chrono::hours(2)), 0, {}, seconds(6)},
+        DuringRunCase{"AStopDrains", stopUntil(core::LifePhase::draining), 0, {}, seconds(6)},
+        DuringRunCase{"TheStopsEndEndsIt",
+                      stopUntil(core::LifePhase::ending),
+                      VelmoRunner::kTimedOut,
+                      {SIGTERM, SIGKILL},
+                      seconds(4)}),
+    [](const ::testing::TestParamInfo<DuringRunCase>& info) { return info.param.name; });
+
+TEST_F(VelmoRunnerTest, AStoppingAgentStartsNoToolAndSaysSoOnce) {
+  lifecycle_.advance(core::LifePhase::draining);
+  std::optional<int> first, second;
+  start(first, std::nullopt);
+  start(second, core::TimeInterval(60.0));
+  clock_.advance(seconds(1));
+  EXPECT_EQ(first, VelmoRunner::kLaunchFailed);
+  EXPECT_EQ(second, VelmoRunner::kLaunchFailed);
+  EXPECT_TRUE(launcher_.launches().empty());
+  const auto infos = capture_.unified().messages(platform::UnifiedLogType::info);
+  EXPECT_EQ(std::count_if(infos.begin(), infos.end(),
+                          [](const std::string& line) {
+                            return line.starts_with("The agent is stopping: Velmo update-all");
+                          }),
+            1);
 }
 
 }  // namespace
