@@ -10,6 +10,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <system_error>
@@ -17,11 +19,20 @@
 namespace velmo::platform::linux {
 namespace {
 
-std::optional<std::filesystem::path> executableOf(pid_t pid) {
-  std::error_code error;
-  auto path = std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/exe", error);
-  if (error) return std::nullopt;
-  return path;
+// The executable of `pid`; nothing once it has exited. This runs for every
+// exec on the machine: one system call into a buffer on the stack, and a
+// program outside any `.app` is told apart without building a path.
+std::optional<std::filesystem::path> executableOf(pid_t pid, bool applicationsOnly = false) {
+  char link[32];
+  std::snprintf(link, sizeof link, "/proc/%d/exe", static_cast<int>(pid));
+  char target[PATH_MAX];
+  const ssize_t length = ::readlink(link, target, sizeof target);
+  if (length <= 0 || static_cast<std::size_t>(length) >= sizeof target) return std::nullopt;
+  const std::string_view text(target, static_cast<std::size_t>(length));
+  if (applicationsOnly && text.find(".app/Contents/MacOS/") == std::string_view::npos) {
+    return std::filesystem::path();
+  }
+  return std::filesystem::path(text);
 }
 
 // Every process with an application's executable, by process id.
@@ -206,7 +217,7 @@ void ProcessConnectorTerminations::handleMessage(const nlmsghdr* header) {
 }
 
 void ProcessConnectorTerminations::noteExec(pid_t pid) {
-  const auto executable = executableOf(pid);
+  const auto executable = executableOf(pid, true);
   auto bundle = executable ? bundleOfExecutable(*executable) : std::nullopt;
   if (bundle) {
     applications_[pid] = std::move(*bundle);

@@ -13,7 +13,7 @@ bus_post="$3"
 prefs="$root/Library/Preferences"
 mounts=()
 unmount_all() {
-  kill $agent_pid 2>/dev/null
+  kill -KILL $agent_pid 2>/dev/null
   wait "$agent_pid" 2>/dev/null
   for m in "${mounts[@]}"; do umount "$m" 2>/dev/null; done
   cleanup

@@ -19,8 +19,11 @@ FAIL: $*"
 }
 
 cleanup() {
+  # SIGKILL: a stop would wait for a tool run still going.
   # shellcheck disable=SC2086
-  kill $agent_pid $extra_pids $bus_pid 2>/dev/null
+  kill -KILL $agent_pid 2>/dev/null
+  # shellcheck disable=SC2086
+  kill $extra_pids $bus_pid 2>/dev/null
   wait 2>/dev/null
   rm -rf "$workdir"
 }

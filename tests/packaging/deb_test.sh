@@ -50,9 +50,17 @@ unit=$(find "$root"/lib/systemd/system "$root"/usr/lib/systemd/system -name velm
 exec=$(sed -n 's/^ExecStart=\([^ ]*\) start$/\1/p' "$unit")
 [ "$exec" = /usr/bin/velmo-agent ] || fail "ExecStart '$exec' is not /usr/bin/velmo-agent"
 [ -x "$root/usr/bin/velmo-agent" ] || fail "no executable agent in /usr/bin"
-for line in User=root Restart=on-failure "StandardOutput=append:/var/log/marvenith-velmo.log"; do
+for line in User=root Restart=on-failure "StandardOutput=append:/var/log/marvenith-velmo.log" \
+  Type=notify KillMode=mixed TimeoutStopSec=31min; do
   grep -qxF "$line" "$unit" || fail "unit lacks $line"
 done
+# systemd's own check, with the agent where the unit names it.
+if command -v systemd-analyze >/dev/null; then
+  sed "s|^ExecStart=/usr/bin/velmo-agent|ExecStart=$root/usr/bin/velmo-agent|" "$unit" \
+    >"$work/velmo-agent.service"
+  verify=$(systemd-analyze verify "$work/velmo-agent.service" 2>&1) || fail "systemd-analyze verify: $verify"
+  [ -z "$verify" ] || fail "systemd-analyze verify says: $verify"
+fi
 [ -f "$root/usr/share/dbus-1/system.d/com.marvenith.velmo.conf" ] || fail "no bus policy"
 
 # Each script once with helpers that succeed and once with helpers that fail,

@@ -29,6 +29,7 @@ struct StopCase {
   Duration over;
   std::optional<Duration> ends;  // Absent: what ran was never cut short.
 };
+void PrintTo(const StopCase& c, std::ostream* os) { *os << c.name; }
 
 class AgentStopTest : public ::testing::TestWithParam<StopCase> {
  protected:

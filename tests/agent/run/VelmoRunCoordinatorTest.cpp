@@ -242,6 +242,7 @@ struct ClockStepCase {
   bool planUnchanged;
   std::size_t launchesByThen;
 };
+void PrintTo(const ClockStepCase& c, std::ostream* os) { *os << c.name; }
 
 class ClockStep : public VelmoRunCoordinatorTest,
                   public ::testing::WithParamInterface<ClockStepCase> {};

@@ -72,6 +72,7 @@ struct DuringRunCase {
   std::vector<int> signals;
   Duration took;
 };
+void PrintTo(const DuringRunCase& c, std::ostream* os) { *os << c.name; }
 
 class DuringRun : public VelmoRunnerTest, public ::testing::WithParamInterface<DuringRunCase> {};
 
