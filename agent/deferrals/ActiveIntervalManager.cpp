@@ -175,7 +175,7 @@ asio::awaitable<void> ActiveIntervalManager::activeIntervalUpdate(std::string id
   std::vector<std::string> arguments = updateCommand(identifier);
   const std::optional<core::TimeInterval> noLimit;
   const int status = co_await collaborators_.runner.run(std::move(arguments), noLimit);
-  if (!*alive) co_return;
+  if (!*alive || status == run::VelmoRunner::kNotStarted) co_return;
   logger_.info("Processing Active Interval update for: " + identifier);
   if (status != 0) {
     logger_.error("Failed to process Active Interval update for " + identifier +

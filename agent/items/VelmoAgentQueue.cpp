@@ -160,7 +160,7 @@ asio::awaitable<void> VelmoAgentQueue::process(core::UpdateItem item) {
   const std::optional<core::TimeInterval> noLimit;
   const int status = co_await collaborators_.runner.run(arguments(item), noLimit);
   if (!*alive) co_return;
-  if (status != 0) {
+  if (status != 0 && status != run::VelmoRunner::kNotStarted) {
     logger_.error("Failed to process queued update item: " + item.id +
                   " with exit code: " + std::to_string(status));
   }

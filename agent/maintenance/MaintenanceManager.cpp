@@ -126,7 +126,7 @@ asio::awaitable<void> MaintenanceManager::submitReport() {
   const int code = co_await collaborators_.runner.run(std::move(arguments), kReportTimeLimit);
   if (code == 0) {
     logger_.info("Velmo Report submitted successfully.");
-  } else {
+  } else if (code != run::VelmoRunner::kNotStarted) {
     logger_.error("Failed to submit Velmo Report with exit code: " + std::to_string(code));
   }
 }

@@ -60,7 +60,7 @@ asio::awaitable<void> NotificationCenterIconObserver::apply(std::string icon) {
       "notifier",    "set-icon", "--icon", std::move(icon), "--restart-velmo-notifier",
       "--restart-nc"};
   const int result = co_await collaborators_.runner.run(std::move(arguments), std::nullopt);
-  if (result != 0) {
+  if (result != 0 && result != run::VelmoRunner::kNotStarted) {
     logger_.error("Failed to set Velmo app icon with exit code: " + std::to_string(result));
   }
 }

@@ -486,6 +486,8 @@ void VelmoRunCoordinator::handleCompareResult(const std::string& id, int exitCod
     case VelmoRunner::kTimedOut:
       logger_.warning("Velmo compare timed out for " + id + "; leaving item in list.");
       return;
+    case VelmoRunner::kNotStarted:
+      return;
     default:
       logger_.error("Velmo compare failed for " + id + " with exit code " +
                     std::to_string(exitCode) + ".");
@@ -586,7 +588,7 @@ asio::awaitable<void> VelmoRunCoordinator::runNewItems(std::vector<std::string> 
   }
   const std::optional<core::TimeInterval> noLimit;
   const int result = co_await collaborators_.runner.run(std::move(arguments), noLimit);
-  if (result != 0) {
+  if (result != 0 && result != VelmoRunner::kNotStarted) {
     logger_.error("Failed to process new update items: " + ids +
                   " with exit code: " + std::to_string(result));
   }

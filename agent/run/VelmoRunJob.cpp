@@ -82,7 +82,9 @@ asio::awaitable<void> VelmoRunJob::run() {
     const std::string text = joined(command);
     logger_.debug("Executing Velmo Run command: " + text);
     const int result = co_await collaborators_.runner.run(command, timeLimit(command));
-    if (result != 0) {
+    if (result == VelmoRunner::kNotStarted) {
+      logger_.debug("Velmo Run command not started, the agent is stopping: " + text);
+    } else if (result != 0) {
       logger_.error("Velmo Run failed with exit code: " + std::to_string(result));
       logger_.debug("Velmo Run failed with exit code " + std::to_string(result) +
                     " for command: " + text);

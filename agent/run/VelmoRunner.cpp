@@ -21,7 +21,7 @@ asio::awaitable<int> VelmoRunner::run(std::vector<std::string> arguments,
       logger_.info("The agent is stopping: Velmo " + text +
                    " was not started, and no tool run starts until the agent is back.");
     }
-    co_return kLaunchFailed;
+    co_return kNotStarted;
   }
   logger_.debug([&] { return "Running Velmo with arguments: " + text; });
 

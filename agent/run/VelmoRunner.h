@@ -27,6 +27,9 @@ class VelmoRunner {
   static constexpr int kTimedOut = 124;
   // The tool could not be started. No exit status or signal number is negative.
   static constexpr int kLaunchFailed = -1;
+  // The agent is stopping: nothing was started, and the runner has said so
+  // once for the whole stop, so callers log nothing more.
+  static constexpr int kNotStarted = -2;
 
   VelmoRunner(platform::ProcessLauncher& launcher, platform::Clock& clock,
               std::filesystem::path toolPath, core::AgentLifecycle* lifecycle = nullptr);
@@ -35,7 +38,7 @@ class VelmoRunner {
   // waits as long as the tool runs; with one (elapsed time), an overdue tool
   // gets SIGTERM, then SIGKILL 5 s later, and the result is kTimedOut. Never
   // blocks the executor it runs on. While the agent stops: kLaunchFailed at
-  // once, with one line for the whole stop.
+  // kNotStarted at once, with one line for the whole stop.
   asio::awaitable<int> run(std::vector<std::string> arguments,
                            std::optional<core::TimeInterval> timeout) const;
 

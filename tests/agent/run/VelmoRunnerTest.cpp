@@ -126,8 +126,8 @@ TEST_F(VelmoRunnerTest, AStoppingAgentStartsNoToolAndSaysSoOnce) {
   start(first, std::nullopt);
   start(second, core::TimeInterval(60.0));
   clock_.advance(seconds(1));
-  EXPECT_EQ(first, VelmoRunner::kLaunchFailed);
-  EXPECT_EQ(second, VelmoRunner::kLaunchFailed);
+  EXPECT_EQ(first, VelmoRunner::kNotStarted);
+  EXPECT_EQ(second, VelmoRunner::kNotStarted);
   EXPECT_TRUE(launcher_.launches().empty());
   const auto infos = capture_.unified().messages(platform::UnifiedLogType::info);
   EXPECT_EQ(std::count_if(infos.begin(), infos.end(),
