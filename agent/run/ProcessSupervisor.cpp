@@ -4,8 +4,9 @@
 
 #include <memory>
 
-#include <asio/async_result.hpp>
 #include <asio/post.hpp>
+#include <asio/redirect_error.hpp>
+#include <asio/steady_timer.hpp>
 #include <asio/this_coro.hpp>
 #include <asio/use_awaitable.hpp>
 
@@ -15,33 +16,41 @@ asio::awaitable<ProcessSupervisor::Ending> ProcessSupervisor::waitFor(
     platform::ChildProcess& process, platform::Clock& clock,
     std::optional<platform::Duration> limit, core::AgentLifecycle* lifecycle) {
   auto executor = co_await asio::this_coro::executor;
-  // Each source may finish the wait; the first one does, and the others are
-  // cancelled when these handles go at the end of this scope.
-  std::unique_ptr<platform::Timer> exitWatch;
+  // The wait parks on a timer that never expires, and the first source to
+  // finish cancels it. The parked wait belongs to the event loop, not to the
+  // sources, so a loop torn down with the child still running frees it all.
+  struct Wait {
+    explicit Wait(const asio::any_io_executor& executor)
+        : wake(executor, asio::steady_timer::time_point::max()) {}
+    std::optional<Ending> ending;
+    asio::steady_timer wake;
+  };
+  const auto wait = std::make_shared<Wait>(executor);
+  const auto finish = [weak = std::weak_ptr<Wait>(wait)](Ending why) {
+    const auto waiting = weak.lock();
+    if (!waiting || waiting->ending) return;
+    waiting->ending = why;
+    waiting->wake.cancel();
+  };
+  // Each source is cancelled when its handle goes, at the end of this scope.
+  const auto exitWatch = process.onExit(executor, [finish] { finish(Ending::exited); });
   std::unique_ptr<platform::Timer> deadline;
+  if (limit)
+    deadline = clock.scheduleAfter(*limit, executor, [finish] { finish(Ending::timedOut); });
   core::Subscription stop;
-  const Ending ending = co_await asio::async_initiate<decltype(asio::use_awaitable), void(Ending)>(
-      [&](auto handler) {
-        using Handler = decltype(handler);
-        auto pending = std::make_shared<std::unique_ptr<Handler>>(
-            std::make_unique<Handler>(std::move(handler)));
-        const auto finish = [pending](Ending why) {
-          if (auto finished = std::exchange(*pending, nullptr)) std::move (*finished)(why);
-        };
-        exitWatch = process.onExit(executor, [finish] { finish(Ending::exited); });
-        if (limit)
-          deadline = clock.scheduleAfter(*limit, executor, [finish] { finish(Ending::timedOut); });
-        if (lifecycle) {
-          stop = lifecycle->subscribe([finish, executor](core::LifePhase phase) {
-            // Not from inside the subscription: the wait's end cancels it.
-            if (phase == core::LifePhase::ending) {
-              asio::post(executor, [finish] { finish(Ending::stopped); });
-            }
-          });
-        }
-      },
-      asio::use_awaitable);
-  co_return ending;
+  if (lifecycle) {
+    stop = lifecycle->subscribe([finish, executor](core::LifePhase phase) {
+      // Not from inside the subscription: the wait's end cancels it.
+      if (phase == core::LifePhase::ending) {
+        asio::post(executor, [finish] { finish(Ending::stopped); });
+      }
+    });
+  }
+  while (!wait->ending) {
+    std::error_code cancelled;
+    co_await wait->wake.async_wait(asio::redirect_error(asio::use_awaitable, cancelled));
+  }
+  co_return *wait->ending;
 }
 
 asio::awaitable<std::optional<int>> ProcessSupervisor::supervise(

@@ -17,9 +17,9 @@ std::string oneLine(std::string text) {
 
 }  // namespace
 
-// The environment stays: the tool the agent starts doesn't inherit the socket
-// (the launcher closes inherited descriptors), and the variable alone names
-// nothing it can use.
+// NOTIFY_SOCKET stays in the environment, so every call can use it; the tool
+// inherits it, but systemd takes notifications from the main process only
+// (NotifyAccess=main, the default for Type=notify).
 void SdNotifyServiceManager::ready() { (void)sd_notify(0, "READY=1"); }
 
 void SdNotifyServiceManager::status(const std::string& line) {

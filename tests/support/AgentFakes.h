@@ -28,6 +28,16 @@ namespace velmo::testing {
 // Test fixtures inherit it next to ::testing::Test.
 class AgentFakes {
  protected:
+  // Work still parked on the loop (a run waiting for a child that never
+  // ends, say) goes first, while the fakes it refers to still stand.
+  ~AgentFakes() { context_.shutdown(); }
+
+  // A loop whose pending work can be dropped before it is destroyed.
+  class EventLoop : public asio::io_context {
+   public:
+    using asio::io_context::shutdown;
+  };
+
   using Calls = std::vector<std::vector<std::string>>;
 
   std::unique_ptr<mdm::ManagedPrefs> makePrefs() {
@@ -56,7 +66,7 @@ class AgentFakes {
         [&](const std::string& line) { return line.find(text) != std::string::npos; }));
   }
 
-  asio::io_context context_;
+  EventLoop context_;
   platform::fake::VirtualClock clock_{context_};
   LogCapture capture_{&clock_};
   platform::Paths paths_{"/sandbox"};

@@ -80,7 +80,6 @@ TEST_P(DuringRun, OnlyElapsedTimeAndTheStopsEndEndARun) {
   const DuringRunCase& c = GetParam();
   launcher_.enqueue({.exitAfter = seconds(6), .exitAfterTerminate = seconds(1)});
   std::optional<int> result;
-  platform::TimePoint finished;
   const auto begin = clock_.elapsed();
   start(result, core::TimeInterval(60.0));
   clock_.advance(seconds(3));
