@@ -12,6 +12,9 @@ namespace velmo::platform {
 
 struct LaunchFailure {
   std::string description;
+  // The program is no place for root to start (owned or writable by another
+  // account); the launcher has said so once for the episode.
+  bool refused = false;
 };
 
 using LaunchResult = std::variant<std::unique_ptr<ChildProcess>, LaunchFailure>;
@@ -23,7 +26,8 @@ enum class StandardError {
 
 // Spawns programs directly, without a shell. The child inherits the
 // environment, working directory and standard input; its standard output goes
-// to /dev/null, and its standard error too unless it is captured.
+// to /dev/null, and its standard error too unless it is captured. Only a
+// program that no account but root can change is started.
 class ProcessLauncher {
  public:
   virtual ~ProcessLauncher() = default;

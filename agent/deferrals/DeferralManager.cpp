@@ -64,12 +64,13 @@ void DeferralManager::processUpdateDialogResponse(
   }
   logger_.debug("Received deferral dialog response: " + response->response.description() + " for " +
                 response->appId);
-  recordDeferral(response->appId, response->targetVersion, response->response.reasonText());
+  recordDeferral(response->appId, response->targetVersion, response->response.reasonText(),
+                 notification.senderUid);
 }
 
 void DeferralManager::recordDeferral(const std::string& appId, const std::string& targetVersion,
-                                     const std::string& reason) {
-  submit({false, appId, targetVersion, {{collaborators_.clock.now(), reason}}});
+                                     const std::string& reason, std::uint32_t account) {
+  submit({false, appId, targetVersion, {{collaborators_.clock.now(), reason}}, 0, {account}});
 }
 
 void DeferralManager::processInstallation(const platform::DistributedNotification& notification) {
@@ -102,6 +103,10 @@ void DeferralManager::submit(Change change) {
              found != waitingRecords_.end()) {
     Change& waiting = waiting_[found->second];
     waiting.details.push_back(std::move(change.details.front()));
+    for (const std::uint32_t account : change.accounts) {
+      const auto at = std::lower_bound(waiting.accounts.begin(), waiting.accounts.end(), account);
+      if (at == waiting.accounts.end() || *at != account) waiting.accounts.insert(at, account);
+    }
     if (waiting.details.size() > DeferralStorageManager::kMaxDetails) {
       waiting.details.erase(waiting.details.begin());
       ++waiting.foldedAway;
@@ -215,7 +220,7 @@ void DeferralManager::FileWork::count(core::DeferralMap& map, const Change& chan
     logger.debug("Appended deferral detail: " + detail.description());
   }
   recency[key] = ++changes;
-  DeferralStorageManager::store(map, std::move(record), key, recency);
+  DeferralStorageManager::store(map, std::move(record), key, recency, change.accounts);
   logger.debug("Saved deferral for key: " + key);
 }
 

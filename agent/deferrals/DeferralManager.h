@@ -60,7 +60,7 @@ class DeferralManager {
   void handleRemoveDeferralsForItem(const std::any& object);
   // Counts one more deferral of `appId` at `targetVersion`, now.
   void recordDeferral(const std::string& appId, const std::string& targetVersion,
-                      const std::string& reason);
+                      const std::string& reason, std::uint32_t account = 0);
   // Writes now what waits, a retry's too, and completes once that write and
   // one in flight have ended: the agent's last step before it exits. Main
   // executor.
@@ -76,6 +76,8 @@ class DeferralManager {
     std::string targetVersion;
     std::vector<core::DeferralDetail> details;
     std::int64_t foldedAway = 0;
+    // The accounts whose deferrals this change counts, ascending.
+    std::vector<std::uint32_t> accounts{};
   };
   // What the file thread works with; it outlives the manager while a write runs.
   struct FileWork {

@@ -41,23 +41,54 @@ platform::FileResult<> DeferralStorageManager::write(const core::DeferralMap& re
 }
 
 void DeferralStorageManager::store(core::DeferralMap& records, core::Deferral record,
-                                   const std::string& key, const Recency& recency) {
+                                   const std::string& key, const Recency& recency,
+                                   const std::vector<std::uint32_t>& accounts) {
   if (record.deferrals && record.deferrals->size() > kMaxDetails) {
     auto& details = *record.deferrals;
     details.erase(details.begin(), details.end() - static_cast<std::ptrdiff_t>(kMaxDetails));
   }
-  records.insert_or_assign(key, std::move(record));
   const auto age = [&](const core::DeferralMap::value_type& entry) {
     const auto known = recency.find(entry.first);
     return std::pair(lastDeferred(entry.second), known == recency.end() ? 0 : known->second);
   };
-  while (records.size() > kMaxRecords) {
-    auto oldest = records.end();
+  // The oldest record but `key` that `keep` accepts; end() when none.
+  const auto oldest = [&](const auto& keep) {
+    auto found = records.end();
     for (auto entry = records.begin(); entry != records.end(); ++entry) {
-      if (entry->first == key) continue;
-      if (oldest == records.end() || age(*entry) < age(*oldest)) oldest = entry;
+      if (entry->first == key || !keep(entry->second)) continue;
+      if (found == records.end() || age(*entry) < age(*found)) found = entry;
     }
-    records.erase(oldest);
+    return found;
+  };
+  for (const std::uint32_t account : accounts) {
+    if (record.deferredByAccount(account)) continue;
+    // Root's own programs are bounded by the file's bound alone.
+    if (account == kRoot) {
+      auto& listed = record.deferredBy ? *record.deferredBy : record.deferredBy.emplace();
+      listed.insert(listed.begin(), account);
+      continue;
+    }
+    const auto own = [account](const core::Deferral& other) {
+      return other.deferredByAccount(account);
+    };
+    while (
+        static_cast<std::size_t>(std::count_if(records.begin(), records.end(), [&](const auto& e) {
+          return e.first != key && own(e.second);
+        })) >= kMaxRecordsPerAccount) {
+      const auto given = oldest(own);
+      auto& listed = *given->second.deferredBy;
+      if (listed.size() == 1) {
+        records.erase(given);
+      } else {
+        listed.erase(std::find(listed.begin(), listed.end(), account));
+      }
+    }
+    auto& listed = record.deferredBy ? *record.deferredBy : record.deferredBy.emplace();
+    listed.insert(std::upper_bound(listed.begin(), listed.end(), account), account);
+  }
+  records.insert_or_assign(key, std::move(record));
+  while (records.size() > kMaxRecords) {
+    records.erase(oldest([](const core::Deferral&) { return true; }));
   }
 }
 

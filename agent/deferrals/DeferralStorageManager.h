@@ -22,6 +22,12 @@ class DeferralStorageManager {
   // records and each record's newest details. The count goes on counting.
   static constexpr std::size_t kMaxRecords = 1000;
   static constexpr std::size_t kMaxDetails = 100;
+  // Per account: a user defers a few dozen updates at most. An account at
+  // this bound replaces its own oldest record, never another account's, so
+  // no account can push others' records out; the bound above is then only
+  // reached by ten accounts at theirs.
+  static constexpr std::size_t kMaxRecordsPerAccount = 100;
+  static constexpr std::uint32_t kRoot = 0;
 
   DeferralStorageManager(platform::FileManager& files, std::filesystem::path preferenceDirectory,
                          std::string preferenceFile);
@@ -37,11 +43,14 @@ class DeferralStorageManager {
   // lowest: the file keeps whole seconds, and a burst fills many in one.
   using Recency = std::map<std::string, std::uint64_t>;
 
-  // Stores `record` under `key`, replacing an older one, and keeps the bounds:
-  // the record keeps its newest details, and beyond the most records the one
-  // deferred longest ago goes (by its last detail, then by `recency`).
+  // Stores `record` under `key`, replacing an older one, as deferred (also)
+  // by `accounts`, and keeps the bounds: the record keeps its newest details;
+  // an account but root with the most records of its own gives up its own oldest (the
+  // record goes when no other account deferred it, else it just no longer
+  // lists this one); beyond the most records overall the one deferred
+  // longest ago goes. Oldest: by last detail, then by `recency`.
   static void store(core::DeferralMap& records, core::Deferral record, const std::string& key,
-                    const Recency& recency);
+                    const Recency& recency, const std::vector<std::uint32_t>& accounts = {});
   // Drops every record whose own app id is `appId`, of any target version.
   static void remove(core::DeferralMap& records, const std::string& appId);
 

@@ -136,7 +136,9 @@ int main(int argc, char** argv) {
                                   notificationCenter, workspaceEvents});
   mdm::ManagedPrefs::setShared(&managedPrefs);
 
-  platform::linux::PosixProcessLauncher launcher;
+  // Root starts only programs that no other account can change, checked
+  // from the root prefix down.
+  platform::linux::PosixProcessLauncher launcher(paths.root());
   agent::run::VelmoRunner runner(launcher, clock, paths.toolExecutable(), &lifecycle);
   agent::run::InventoryUpdater inventory(launcher, clock, paths.inventoryTool(), &lifecycle);
   // File work of the update state file runs on a thread of its own, so a slow

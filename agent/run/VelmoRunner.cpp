@@ -27,7 +27,12 @@ asio::awaitable<int> VelmoRunner::run(std::vector<std::string> arguments,
 
   platform::LaunchResult launched = launcher_.launch(toolPath_, arguments);
   if (auto* failure = std::get_if<platform::LaunchFailure>(&launched)) {
-    logger_.error("Failed to start Velmo process: " + failure->description);
+    // A refused tool was said once for the episode, by the launcher.
+    if (failure->refused) {
+      logger_.debug("Failed to start Velmo process: " + failure->description);
+    } else {
+      logger_.error("Failed to start Velmo process: " + failure->description);
+    }
     logFinished(text, start);
     co_return kLaunchFailed;
   }

@@ -1,5 +1,6 @@
 #include "core/deferrals/Deferral.h"
 
+#include <algorithm>
 #include <chrono>
 #include <ctime>
 #include <utility>
@@ -44,7 +45,9 @@ Deferral decodeDeferral(const Json& json) {
   requireObject(json);
   Deferral deferral{requiredString(json, "identifier").get<std::string>(),
                     requiredString(json, "appId").get<std::string>(),
-                    requiredString(json, "targetVersion").get<std::string>(), std::nullopt,
+                    requiredString(json, "targetVersion").get<std::string>(),
+                    std::nullopt,
+                    std::nullopt,
                     std::nullopt};
   if (const Json* count = optionalMember(json, "deferralCount")) {
     deferral.deferralCount = decodeInteger(*count);
@@ -54,6 +57,18 @@ Deferral decodeDeferral(const Json& json) {
     auto& decoded = deferral.deferrals.emplace();
     decoded.reserve(details->size());
     for (const auto& detail : *details) decoded.push_back(decodeDetail(detail));
+  }
+  if (const Json* accounts = optionalMember(json, "deferredBy")) {
+    if (!accounts->is_array()) throw Json::type_error::create(302, "not an array", accounts);
+    auto& decoded = deferral.deferredBy.emplace();
+    for (const auto& uid : *accounts) {
+      if (!uid.is_number_unsigned() || uid.get<std::uint64_t>() > UINT32_MAX) {
+        throw Json::type_error::create(302, "not a uid", &uid);
+      }
+      decoded.push_back(uid.get<std::uint32_t>());
+    }
+    std::sort(decoded.begin(), decoded.end());
+    decoded.erase(std::unique(decoded.begin(), decoded.end()), decoded.end());
   }
   return deferral;
 }
@@ -72,6 +87,7 @@ Json encodeDeferral(const Deferral& deferral) {
     }
     json["deferrals"] = std::move(details);
   }
+  if (deferral.deferredBy) json["deferredBy"] = *deferral.deferredBy;
   return json;
 }
 
@@ -89,8 +105,12 @@ std::string DeferralDetail::description() const {
 
 Deferral Deferral::make(std::string appId, std::string targetVersion) {
   std::string identifier = appId + "_" + targetVersion;
-  return Deferral{std::move(identifier), std::move(appId), std::move(targetVersion), std::nullopt,
-                  std::nullopt};
+  return Deferral{std::move(identifier), std::move(appId), std::move(targetVersion),
+                  std::nullopt,          std::nullopt,     std::nullopt};
+}
+
+bool Deferral::deferredByAccount(std::uint32_t uid) const {
+  return deferredBy && std::binary_search(deferredBy->begin(), deferredBy->end(), uid);
 }
 
 std::optional<DeferralMap> decodeDeferralMap(std::string_view text) {

@@ -34,6 +34,11 @@ struct Deferral {
   std::string targetVersion;
   std::optional<std::int64_t> deferralCount;
   std::optional<std::vector<DeferralDetail>> deferrals;
+  // The accounts (uids, ascending) that deferred it: "deferredBy", which the
+  // siblings' decoders ignore. Absent in records of older files.
+  std::optional<std::vector<std::uint32_t>> deferredBy;
+
+  bool deferredByAccount(std::uint32_t uid) const;
 
   static Deferral make(std::string appId, std::string targetVersion);
 
@@ -46,7 +51,8 @@ using DeferralMap = std::map<std::string, Deferral>;
 // None when the text isn't a JSON object of Deferral objects: one bad member
 // fails the whole map. Required are "identifier", "appId" and "targetVersion"
 // (strings); "deferralCount" is a whole number and "deferrals" an array of
-// {"timestamp", "reason"}, each may be missing or null. Timestamps are strict
+// {"timestamp", "reason"}, and "deferredBy" an array of uids, each may be
+// missing or null. Timestamps are strict
 // ISO 8601 (Iso8601DateFormatter) within the years 1678 to 2261, the span a
 // TimePoint holds. Unknown keys are ignored.
 std::optional<DeferralMap> decodeDeferralMap(std::string_view text);

@@ -19,6 +19,8 @@
 #include <asio/post.hpp>
 #include <asio/steady_timer.hpp>
 
+#include "platform/linux/TrustedExecutable.h"
+
 extern char** environ;
 
 namespace velmo::platform::linux {
@@ -181,9 +183,11 @@ class PosixChildProcess final : public ChildProcess {
 class SpawnSetup {
  public:
   // `errorFile` below 0: standard error goes where standard output goes.
-  explicit SpawnSetup(int errorFile) {
+  // `programFile` is kept open in the child (its close-on-exec cleared).
+  SpawnSetup(int errorFile, int programFile) {
     ::posix_spawn_file_actions_init(&actions_);
     ::posix_spawnattr_init(&attributes_);
+    ::posix_spawn_file_actions_adddup2(&actions_, programFile, programFile);
     ::posix_spawn_file_actions_addopen(&actions_, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
     if (errorFile >= 0) {
       ::posix_spawn_file_actions_adddup2(&actions_, errorFile, STDERR_FILENO);
@@ -220,31 +224,58 @@ class SpawnSetup {
 
 }  // namespace
 
-PosixProcessLauncher::PosixProcessLauncher() { markInheritedCloseOnExec(); }
+PosixProcessLauncher::PosixProcessLauncher(std::filesystem::path trustedRoot)
+    : trustedRoot_(std::move(trustedRoot)) {
+  markInheritedCloseOnExec();
+}
 
 LaunchResult PosixProcessLauncher::launch(const std::filesystem::path& executable,
                                           const std::vector<std::string>& arguments,
                                           StandardError standardError) {
+  const std::string program = executable.string();
+  auto opened = TrustedExecutable::open(executable, trustedRoot_);
+  if (auto* failure = std::get_if<TrustedExecutable::Failure>(&opened)) {
+    if (!failure->refused) {
+      return LaunchFailure{"The file \"" + program + "\" couldn't be run: " + failure->reason};
+    }
+    const std::string line = "Refused to start " + program + ": " + failure->reason + ".";
+    std::lock_guard lock(mutex_);
+    if (auto& said = refusals_[program]; said != failure->reason) {
+      said = failure->reason;
+      logger_.error(line);
+    }
+    return LaunchFailure{line, true};
+  }
+  const int programFile = std::get<TrustedExecutable::Opened>(opened).descriptor;
+  {
+    std::lock_guard lock(mutex_);
+    refusals_.erase(program);
+  }
   int errorFile = -1;
   if (standardError == StandardError::capture) {
     errorFile = ::memfd_create("velmo-stderr", MFD_CLOEXEC);
     if (errorFile < 0) {
+      ::close(programFile);
       return LaunchFailure{std::string("Cannot make a buffer for standard error: ") +
                            std::strerror(errno)};
     }
   }
   std::vector<char*> argv;
   argv.reserve(arguments.size() + 2);
-  std::string program = executable.string();
-  argv.push_back(program.data());
+  std::string name = program;
+  argv.push_back(name.data());
   std::vector<std::string> copies(arguments);
   for (auto& argument : copies) argv.push_back(argument.data());
   argv.push_back(nullptr);
 
-  SpawnSetup setup(errorFile);
+  // The checked file itself, through its descriptor, which stays open across
+  // the exec so that an interpreter can read a script through it too.
+  SpawnSetup setup(errorFile, programFile);
+  const std::string started = "/proc/self/fd/" + std::to_string(programFile);
   pid_t pid = 0;
-  int error = ::posix_spawn(&pid, program.c_str(), setup.actions(), setup.attributes(), argv.data(),
+  int error = ::posix_spawn(&pid, started.c_str(), setup.actions(), setup.attributes(), argv.data(),
                             environ);
+  ::close(programFile);
   if (error != 0) {
     if (errorFile >= 0) ::close(errorFile);
     return LaunchFailure{"The file \"" + program + "\" couldn't be run: " + std::strerror(error)};

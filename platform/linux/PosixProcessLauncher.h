@@ -1,5 +1,10 @@
 #pragma once
 
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "core/logging/CustomLogger.h"
 #include "platform/ProcessLauncher.h"
 
 namespace velmo::platform::linux {
@@ -13,13 +18,24 @@ namespace velmo::platform::linux {
 // whatever it started too, and only what it was given reaches it: the
 // launcher marks every descriptor the agent inherited close-on-exec when it
 // is made.
+//
+// Only root's programs start: the program and every folder above it, from
+// `trustedRoot` down, must be root's alone (see TrustedExecutable); a refused
+// program is logged once per episode, with the reason.
 class PosixProcessLauncher final : public ProcessLauncher {
  public:
-  PosixProcessLauncher();
+  explicit PosixProcessLauncher(std::filesystem::path trustedRoot);
 
   LaunchResult launch(const std::filesystem::path& executable,
                       const std::vector<std::string>& arguments,
                       StandardError standardError = StandardError::discard) override;
+
+ private:
+  std::filesystem::path trustedRoot_;
+  core::CustomLogger logger_{"ProcessLauncher"};
+  std::mutex mutex_;
+  // The refusal last said for each program, until it starts again.
+  std::map<std::string, std::string> refusals_;
 };
 
 }  // namespace velmo::platform::linux

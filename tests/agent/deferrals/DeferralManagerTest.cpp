@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "agent/run/AgentNotificationNames.h"
 #include "core/deferrals/DialogResponse.h"
 #include "core/notifications/NotificationNames.h"
@@ -136,6 +138,39 @@ TEST(DeferralStorageManager, WithinOneSecondTheLeastRecentlyChangedGoes) {
   EXPECT_EQ(records.size(), DeferralStorageManager::kMaxRecords);
   EXPECT_EQ(records.count("a0_1"), 1u);
   EXPECT_EQ(records.count("a1_1"), 0u);
+}
+
+// Another account's records survive an account at its bound: it gives up its
+// own oldest, and a record it shares only stops listing it.
+TEST(DeferralStorageManager, AnAccountAtItsBoundReplacesOnlyItsOwn) {
+  constexpr std::uint32_t kUser = 501, kNobody = 65534;
+  core::DeferralMap records;
+  DeferralStorageManager::Recency recency;
+  std::uint64_t changes = 0;
+  const auto defer = [&](const std::string& id, std::uint32_t account) {
+    auto record = records.count(id + "_1") ? records.at(id + "_1") : core::Deferral::make(id, "1");
+    record.deferralCount = record.deferralCount.value_or(0) + 1;
+    record.deferrals =
+        std::vector{core::DeferralDetail{platform::fake::VirtualClock::kDefaultStart, "r"}};
+    recency[id + "_1"] = ++changes;
+    DeferralStorageManager::store(records, record, id + "_1", recency, {account});
+  };
+  defer("teams", kUser);
+  defer("shared", kNobody);
+  defer("shared", kUser);
+  for (int i = 0; i < 1000; ++i) defer("junk" + std::to_string(i), kNobody);
+  const auto listed = [&](std::uint32_t account) {
+    return std::count_if(records.begin(), records.end(), [&](const auto& entry) {
+      return entry.second.deferredByAccount(account);
+    });
+  };
+  EXPECT_EQ(listed(kNobody), static_cast<long>(DeferralStorageManager::kMaxRecordsPerAccount));
+  ASSERT_EQ(records.count("teams_1"), 1u);
+  EXPECT_EQ(records.at("teams_1").deferralCount, 1);
+  ASSERT_EQ(records.count("shared_1"), 1u) << "kept for the account that still defers it";
+  EXPECT_EQ(records.at("shared_1").deferredBy, std::vector<std::uint32_t>{kUser});
+  EXPECT_EQ(records.count("junk899_1"), 0u);
+  EXPECT_EQ(records.count("junk999_1"), 1u);
 }
 
 }  // namespace

@@ -22,7 +22,10 @@ class InventoryUpdaterTest : public ::testing::Test {
   // by it, and `options` tell it what to do.
   InventoryUpdater::Result run(const std::filesystem::path& program, double timeout,
                                std::vector<std::string> options = {}) {
-    std::string wrapper = "/tmp/velmo-recon-" + std::to_string(::getpid());
+    // A folder of root's alone: root starts no program from /tmp itself.
+    char folder[] = "/tmp/velmo-recon-XXXXXX";
+    if (!::mkdtemp(folder)) return {-999, "mkdtemp"};
+    const std::string wrapper = std::string(folder) + "/jamf";
     {
       std::ofstream script(wrapper);
       script << "#!/bin/sh\nexec " << program.string();
@@ -30,19 +33,19 @@ class InventoryUpdaterTest : public ::testing::Test {
       script << "\n";
     }
     std::filesystem::permissions(wrapper, std::filesystem::perms::owner_all);
-    InventoryUpdater updater(launcher_, clock_,
-                             options.empty() ? program : std::filesystem::path(wrapper));
+    const bool wrapped = !options.empty();
+    platform::linux::PosixProcessLauncher launcher(wrapped ? folder : program.parent_path());
+    InventoryUpdater updater(launcher, clock_, wrapped ? std::filesystem::path(wrapper) : program);
     asio::io_context context;
     std::optional<InventoryUpdater::Result> result;
     asio::co_spawn(context, updater.runRecon(core::TimeInterval(timeout)),
                    [&](std::exception_ptr, InventoryUpdater::Result value) { result = value; });
     context.run_for(std::chrono::seconds(30));
-    std::filesystem::remove(wrapper);
+    std::filesystem::remove_all(folder);
     EXPECT_TRUE(result.has_value());
     return result.value_or(InventoryUpdater::Result{-999, ""});
   }
 
-  platform::linux::PosixProcessLauncher launcher_;
   platform::linux::SystemClock clock_;
 };
 

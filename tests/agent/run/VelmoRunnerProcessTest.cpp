@@ -61,7 +61,7 @@ class VelmoRunnerProcessTest : public ::testing::Test {
     return {result.value_or(-999), steady_clock::now() - start, ticks};
   }
 
-  platform::linux::PosixProcessLauncher launcher_;
+  platform::linux::PosixProcessLauncher launcher_{testing::testProgram("").parent_path()};
   platform::linux::SystemClock clock_;
   VelmoRunner runner_{launcher_, clock_, testing::testProgram("velmo-test-tool")};
 };

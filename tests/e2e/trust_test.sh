@@ -1,0 +1,66 @@
+#!/usr/bin/env bash
+# What another account (uid 65534) can no longer make root do:
+#   a program planted in a folder that account owns (an inventory command in
+#   <root>/usr/local/bin, ReconAfterInstall true) never runs, and the refusal
+#   is logged once however many runs ask for it; once root owns the folder
+#   the same program runs;
+#   10,000 deferrals for made-up IDs leave another account's records whole,
+#   their counts unmoved.
+# Usage: trust_test.sh <velmo-agent> <stand-in tool> <velmo-bus-post>
+source "$(dirname "$0")/lib.sh"
+e2e_setup "$1" "$2"
+bus_post="$3"
+command -v setpriv >/dev/null || { echo "note: no setpriv; skipped"; exit 0; }
+command -v python3 >/dev/null || { echo "note: no python3; skipped"; exit 0; }
+v=com.marvenith.velmo
+chmod 755 "$workdir"  # The bus socket lies there; the users must reach it.
+as_uid() { local uid="$1"; shift; setpriv --reuid="$uid" --regid="$uid" --clear-groups "$@"; }
+bin="$root/usr/local/bin"
+mkdir -p "$bin"
+printf '#!/bin/sh\ntouch "%s/recon-ran"\n' "$workdir" >"$bin/jamf"
+chmod 755 "$bin/jamf"
+chown -R 65534:65534 "$bin"
+manage '<key>ReconAfterInstall</key><true/>'
+start_agent
+wait_for 15 has_line "Scheduled Velmo Run #1 finished" "$workdir/agent.log" || fail "first run"
+
+# 1. A planted inventory command, asked for by two user-initiated runs.
+for run in 2 3; do
+  as_uid 65534 gdbus emit --system -o /com/marvenith/velmo -s $v.Notifications.Post \
+    "'$v.userInitiatedUpdateCheck'" "@as []" "@a{sv} {}" >/dev/null || fail "user post"
+  wait_for 15 has_line "User-Initiated Velmo Run #$run finished" "$workdir/agent.log" || fail "run $run"
+done
+[ -e "$workdir/recon-ran" ] && fail "root ran a program the user planted"
+refusals=$(grep -c "Refused to start $bin/jamf: $bin is owned by uid 65534, not root." "$workdir/unified.log")
+echo "planted program: not run after 2 runs; refusal logged $refusals time(s)"
+[ "$refusals" -eq 1 ] || fail "the refusal was logged $refusals times, not once"
+chown -R 0:0 "$bin"
+post userInitiatedUpdateCheck
+wait_for 15 has_line "User-Initiated Velmo Run #4 finished" "$workdir/agent.log" || fail "run 4"
+wait_for 5 test -e "$workdir/recon-ran" || fail "root's own inventory command didn't run"
+
+# 2. Another account's deferrals against a flood of made-up ones.
+deferrals="$root/Library/Preferences/$v.deferrals.json"
+teams='{"identifier":"teamsapp","appId":"teamsapp","targetVersion":"2.0","url":"file:///Applications/Teams.app","response":{"deferral":{}}}'
+for _ in 1 2 3; do
+  as_uid 1000 gdbus emit --system -o /com/marvenith/velmo -s $v.Notifications.Post \
+    "'$v.dialogResponse'" "@as ['$teams']" "@a{sv} {}" >/dev/null || fail "uid 1000 post"
+done
+count() {
+  python3 -c 'import json, sys; r = json.load(open(sys.argv[1])).get("teamsapp_2.0", {}); print(r.get("deferralCount", 0))' \
+    "$deferrals" 2>/dev/null
+}
+wait_for 10 '[ "$(count)" = 3 ]' || fail "uid 1000's three deferrals not recorded"
+response='","url":"file:///Applications/junk.app","response":{"deferral":{}}}'
+as_uid 65534 "$bus_post" $v.dialogResponse 10000 \
+  '{"identifier":"junk","targetVersion":"2.0","appId":"junk' "$response" || fail "junk flood"
+wait_for 60 'grep -q "\"junk9999_2.0\"" "$deferrals"' || fail "the last junk deferral not recorded"
+settle
+read -r records junk <<<"$(python3 -c '
+import json, sys
+records = json.load(open(sys.argv[1]))
+print(len(records), sum(1 for r in records.values() if 65534 in r.get("deferredBy", [])))' "$deferrals")"
+echo "after 10,000 junk deferrals from uid 65534: $records records, $junk of them uid 65534's; teamsapp_2.0 count $(count)"
+[ "$(count)" = 3 ] || fail "uid 1000's record changed: count $(count)"
+[ "$junk" -le 100 ] || fail "uid 65534 holds $junk records"
+finish
