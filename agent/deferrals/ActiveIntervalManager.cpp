@@ -1,5 +1,7 @@
 #include "agent/deferrals/ActiveIntervalManager.h"
 
+#include <algorithm>
+
 #include <asio/post.hpp>
 
 #include "core/URL.h"
@@ -59,9 +61,28 @@ void ActiveIntervalManager::handleDialogResponse(
     logger_.debug("Dialog response was not a deferral.");
     return;
   }
+  const auto kept = remembered(*response, notification);
+  if (!kept) return;
   logger_.debug("Adding " + response->appId + " to recently deferred apps to monitor.");
   // The first response of an identifier stays; a later one changes nothing.
-  insertBounded(recentlyDeferredApps_, *response);
+  insertBounded(recentlyDeferredApps_, *kept);
+}
+
+std::optional<core::DialogResponse> ActiveIntervalManager::remembered(
+    const core::DialogResponse& response, const platform::DistributedNotification& post) const {
+  if (post.isFromRoot()) return response;
+  const auto& items = uiController_->updateItems();
+  const auto listed = std::find_if(items.begin(), items.end(), [&](const core::UpdateItem& item) {
+    return item.id == response.appId;
+  });
+  if (listed == items.end()) {
+    logger_.debug("Not watching " + response.appId + " for quits: uid " +
+                  std::to_string(post.senderUid) + " deferred an item that isn't listed.");
+    return std::nullopt;
+  }
+  auto kept = core::DialogResponse::fromItem(*listed, response.response);
+  kept.identifier = response.identifier;
+  return kept;
 }
 
 // Keeps the first element of each identity; the oldest goes when the set is full.
@@ -163,23 +184,26 @@ void ActiveIntervalManager::handleTerminationNotification(
          std::string identifier) -> asio::awaitable<void> {
         platform::Clock& clock = manager.collaborators_.clock;
         co_await clock.sleep(core::toDuration(kSettleDelay));
-        if (!*alive) co_return;
-        co_await manager.activeIntervalUpdate(identifier);
-        if (*alive) manager.inWork_.erase(identifier);
+        if (*alive) manager.activeIntervalUpdate(identifier);
       }(*this, lifetime_.token(), *identifier),
       logger_);
 }
 
-asio::awaitable<void> ActiveIntervalManager::activeIntervalUpdate(std::string identifier) {
-  const auto alive = lifetime_.token();
-  std::vector<std::string> arguments = updateCommand(identifier);
-  const std::optional<core::TimeInterval> noLimit;
-  const int status = co_await collaborators_.runner.run(std::move(arguments), noLimit);
-  if (!*alive || status == run::VelmoRunner::kNotStarted) co_return;
-  logger_.info("Processing Active Interval update for: " + identifier);
-  if (status != 0) {
-    logger_.error("Failed to process Active Interval update for " + identifier +
-                  " with exit code " + std::to_string(status));
+void ActiveIntervalManager::activeIntervalUpdate(const std::string& identifier) {
+  const auto done = [this, alive = lifetime_.token(), identifier](int status) {
+    if (!*alive) return;
+    inWork_.erase(identifier);
+    if (status == run::VelmoRunner::kNotStarted) return;
+    logger_.info("Processing Active Interval update for: " + identifier);
+    if (status != 0) {
+      logger_.error("Failed to process Active Interval update for " + identifier +
+                    " with exit code " + std::to_string(status));
+    }
+  };
+  // Merged into an install of the same id, or beyond the queue's bound.
+  if (!collaborators_.agentQueue.enqueueRun(identifier, updateCommand(identifier), kUpdateLimit,
+                                            done)) {
+    inWork_.erase(identifier);
   }
 }
 

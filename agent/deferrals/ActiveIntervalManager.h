@@ -25,7 +25,10 @@ namespace velmo::agent::deferrals {
 
 // Updates an application the moment its user quits it, when it has an update
 // listed or recently deferred, unless it is being installed right now. Both
-// sets live in memory only. Lives on the main executor.
+// sets live in memory only. A deferral from another account than root counts
+// only for a listed item, and at that item's path (the list is root's
+// record), so no account chooses what root installs. The updates run on the
+// agent queue's concurrent side, sharing its bound. Lives on the main executor.
 class ActiveIntervalManager {
  public:
   static constexpr core::TimeInterval kSettleDelay{1.0};
@@ -33,6 +36,8 @@ class ActiveIntervalManager {
   // being installed: a few dozen on one Mac. Any account can post deferrals,
   // so beyond this the oldest entry goes.
   static constexpr std::size_t kMaxEntries = 1000;
+  // An update of an app is an install: the tool's install limit.
+  static constexpr core::TimeInterval kUpdateLimit{5400.0};
 
   struct Collaborators {
     core::Executor mainExecutor;
@@ -41,6 +46,7 @@ class ActiveIntervalManager {
     platform::ApplicationTerminations& terminations;
     run::VelmoRunner& runner;
     core::MalformedPostLog& malformedPosts;
+    items::VelmoAgentQueue& agentQueue;
   };
 
   ActiveIntervalManager(const Collaborators& collaborators,
@@ -66,7 +72,11 @@ class ActiveIntervalManager {
   static std::vector<std::string> updateCommand(const std::string& identifier);
 
  private:
-  asio::awaitable<void> activeIntervalUpdate(std::string identifier);
+  void activeIntervalUpdate(const std::string& identifier);
+  // A deferral as it is remembered: from root as posted; from another
+  // account only for a listed item, with that item's path. None: not kept.
+  std::optional<core::DialogResponse> remembered(
+      const core::DialogResponse& response, const platform::DistributedNotification& post) const;
   // The item of a notification's object; none, with the error line, when it doesn't decode.
   template <typename T>
   static void insertBounded(std::vector<T>& set, const T& element);

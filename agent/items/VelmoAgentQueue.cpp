@@ -92,8 +92,26 @@ void VelmoAgentQueue::enqueue(const core::UpdateItem& item) {
   inWork_.insert(item.id);
   insert(_concurrentQueueItems, item);
   logger_.debug("Adding concurrent-ready update item to concurrent queue: " + item.id);
-  concurrentQueue_.push_back(item);
+  concurrentQueue_.push_back({item});
   startConcurrentRuns();
+}
+
+bool VelmoAgentQueue::enqueueRun(const std::string& id, std::vector<std::string> arguments,
+                                 core::TimeInterval limit, std::function<void(int)> done) {
+  if (inWork_.count(id)) {
+    logger_.debug("Merged request for " + id + " into the one already in the queue.");
+    return false;
+  }
+  core::UpdateItem item(id, id, "", std::nullopt, "", false, false);
+  if (concurrentQueue_.size() >= kMaxConcurrentWaiting) {
+    dropped(item, "concurrent", kMaxConcurrentWaiting);
+    return false;
+  }
+  inWork_.insert(id);
+  insert(_concurrentQueueItems, item);
+  concurrentQueue_.push_back({std::move(item), std::move(arguments), limit, std::move(done)});
+  startConcurrentRuns();
+  return true;
 }
 
 void VelmoAgentQueue::dropped(const core::UpdateItem& item, const char* side, std::size_t waiting) {
@@ -106,18 +124,19 @@ void VelmoAgentQueue::dropped(const core::UpdateItem& item, const char* side, st
 void VelmoAgentQueue::startConcurrentRuns() {
   while (concurrentRuns_ < kMaxConcurrentRuns && !concurrentQueue_.empty()) {
     ++concurrentRuns_;
-    core::UpdateItem item = std::move(concurrentQueue_.front());
+    Work work = std::move(concurrentQueue_.front());
     concurrentQueue_.pop_front();
     core::startTask(
         collaborators_.mainExecutor,
         [](VelmoAgentQueue& queue, std::shared_ptr<const bool> alive,
-           core::UpdateItem item) -> asio::awaitable<void> {
-          co_await queue.process(item);
+           Work work) -> asio::awaitable<void> {
+          const core::UpdateItem item = work.item;
+          co_await queue.process(std::move(work));
           if (!*alive) co_return;
           --queue.concurrentRuns_;
           queue.finish(queue._concurrentQueueItems, item);
           queue.startConcurrentRuns();
-        }(*this, lifetime_.token(), std::move(item)),
+        }(*this, lifetime_.token(), std::move(work)),
         logger_);
   }
 }
@@ -133,7 +152,9 @@ void VelmoAgentQueue::finish(core::Published<std::vector<core::UpdateItem>>& set
 asio::awaitable<void> VelmoAgentQueue::runSerialSide(core::UpdateItem item) {
   const auto alive = lifetime_.token();
   for (;;) {
-    co_await process(item);
+    // A named variable: GCC 12 destroys braced temporaries inside co_await twice.
+    Work work{item};
+    co_await process(std::move(work));
     if (!*alive) co_return;
     finish(_serialQueueItems, item);
     if (serialQueue_.empty()) break;
@@ -152,7 +173,13 @@ std::vector<std::string> VelmoAgentQueue::arguments(const core::UpdateItem& item
   return words;
 }
 
-asio::awaitable<void> VelmoAgentQueue::process(core::UpdateItem item) {
+asio::awaitable<void> VelmoAgentQueue::process(Work work) {
+  if (!work.arguments.empty()) {
+    const int status = co_await collaborators_.runner.run(std::move(work.arguments), work.limit);
+    if (work.done) work.done(status);
+    co_return;
+  }
+  const core::UpdateItem item = std::move(work.item);
   const auto alive = lifetime_.token();
   const platform::ElapsedPoint start = collaborators_.clock.elapsed();
   logger_.debug("Started processing queued update item: " + item.id + " at " +

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <deque>
+#include <functional>
+#include <optional>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -52,6 +54,13 @@ class VelmoAgentQueue {
 
   // Returns at once; the tool runs later. Call on the main executor.
   void enqueue(const core::UpdateItem& item);
+  // A tool run of the concurrent side that isn't an item's install (an
+  // active-interval update): it shares the side's bound and its merging by
+  // id, with its own command line and time limit. `done` hears the exit
+  // status once it ran. False, and nothing runs, when `id` is in work already
+  // or too many wait.
+  bool enqueueRun(const std::string& id, std::vector<std::string> arguments,
+                  core::TimeInterval limit, std::function<void(int status)> done);
 
   // Items in work, one per id, in order of arrival.
   const std::vector<core::UpdateItem>& serialQueueItems() const {
@@ -65,7 +74,15 @@ class VelmoAgentQueue {
   std::vector<std::string> arguments(const core::UpdateItem& item) const;
 
  private:
-  asio::awaitable<void> process(core::UpdateItem item);
+  // One run of the concurrent side: an item's install, or a command of its own.
+  struct Work {
+    core::UpdateItem item;
+    std::vector<std::string> arguments{};  // Empty: the item's install.
+    std::optional<core::TimeInterval> limit{};
+    std::function<void(int)> done{};
+  };
+
+  asio::awaitable<void> process(Work work);
   // Runs `item`, then the waiting items of the serial side until none waits.
   asio::awaitable<void> runSerialSide(core::UpdateItem item);
   // Starts waiting items of the concurrent side while fewer than the most run.
@@ -84,7 +101,7 @@ class VelmoAgentQueue {
   std::deque<core::UpdateItem> serialQueue_;
   bool serialBusy_ = false;
   // Items of the concurrent side not yet started, and how many run.
-  std::deque<core::UpdateItem> concurrentQueue_;
+  std::deque<Work> concurrentQueue_;
   std::size_t concurrentRuns_ = 0;
   // Ids waiting or running on either side.
   std::unordered_set<std::string> inWork_;

@@ -81,7 +81,7 @@ void StartCommand::build(bool activeIntervals,
     activeIntervalManager_ = std::make_unique<deferrals::ActiveIntervalManager>(
         deferrals::ActiveIntervalManager::Collaborators{c.mainExecutor, c.clock,
                                                         c.distributedCenter, c.terminations,
-                                                        c.runner, c.malformedPosts},
+                                                        c.runner, c.malformedPosts, c.agentQueue},
         uiController_);
   }
   iconObserver_ =

@@ -28,7 +28,7 @@ class ActiveIntervalManagerTest : public ::testing::Test, protected testing::Age
     clock_.runUntilIdle();
     manager_ = std::make_unique<ActiveIntervalManager>(
         ActiveIntervalManager::Collaborators{context_.get_executor(), clock_, distributed_,
-                                             terminations_, runner_, malformedPosts_},
+                                             terminations_, runner_, malformedPosts_, queue_},
         controller_);
   }
   void list(const std::vector<core::UpdateItem>& items) {
@@ -102,6 +102,35 @@ TEST_F(ActiveIntervalManagerTest, FloodsStayBounded) {
   EXPECT_EQ(manager_->recentlyDeferredApps().front().appId, "app1");
   EXPECT_EQ(manager_->ignoredApps().size(), ActiveIntervalManager::kMaxEntries);
   EXPECT_EQ(manager_->ignoredApps().front().id, "busy1");
+}
+
+// Another account's deferral counts only for a listed item, at the item's own
+// path; whatever it names, the update runs with root's list, at most four
+// at once beside the agent queue's installs, each under the install limit.
+TEST_F(ActiveIntervalManagerTest, AnotherAccountsDeferralsNameOnlyListedItemsAtTheirPaths) {
+  const auto userDeferral = [&](const std::string& id, const std::string& path) {
+    auto text = core::DialogResponse::fromItem(item(id, path), {Kind::deferral, ""}).jsonText();
+    distributed_.deliver({std::string(Name::dialogResponse), std::move(text), std::nullopt, 65534});
+    clock_.runUntilIdle();
+  };
+  std::vector<core::UpdateItem> listed;
+  for (int i = 0; i < 6; ++i) {
+    listed.push_back(
+        item("app" + std::to_string(i), "/Applications/App" + std::to_string(i) + ".app"));
+  }
+  list(listed);
+  userDeferral("pinnedapp", "/home/u/A.app");   // Not listed: not watched at all.
+  userDeferral("app0", "/home/u/Planted.app");  // Listed: watched at root's path only.
+  EXPECT_EQ(quitAndWait("/home/u/A.app"), Calls{});
+  EXPECT_EQ(quitAndWait("/home/u/Planted.app"), Calls{});
+  for (int i = 0; i < 6; ++i) launcher_.enqueue({.exitAfter = seconds(60)});
+  for (int i = 0; i < 6; ++i)
+    terminations_.terminate("/Applications/App" + std::to_string(i) + ".app");
+  clock_.advance(seconds(2));
+  EXPECT_EQ(launchedArguments().size(), items::VelmoAgentQueue::kMaxConcurrentRuns);
+  EXPECT_EQ(launchedArguments().front(), update("app0"));
+  clock_.advance(seconds(60));
+  EXPECT_EQ(launchedArguments().size(), 6u) << "the rest waited their turn";
 }
 
 }  // namespace
