@@ -19,6 +19,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/linux/Descriptor.h"
+
 namespace velmo::platform::linux {
 namespace {
 
@@ -26,26 +28,6 @@ FileError posixError(const char* what, const std::filesystem::path& path, int er
   return {std::string(what) + " " + path.string() + ": " + std::strerror(error),
           "NSPOSIXErrorDomain", error};
 }
-
-// A descriptor closed when it goes out of scope.
-class Descriptor {
- public:
-  explicit Descriptor(int fd = -1) : fd_(fd) {}
-  ~Descriptor() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  Descriptor& operator=(Descriptor&& other) noexcept {
-    std::swap(fd_, other.fd_);
-    return *this;
-  }
-  int get() const { return fd_; }
-  bool valid() const { return fd_ >= 0; }
-  int release() { return std::exchange(fd_, -1); }
-
- private:
-  int fd_;
-};
 
 // The kernel's own bound on links in one lookup: a loop of trusted links
 // fails here instead of going round forever.

@@ -12,32 +12,13 @@
 #include <utility>
 #include <vector>
 
+#include "platform/linux/Descriptor.h"
+
 namespace velmo::platform::linux {
 namespace {
 
 // The kernel's own bound on links in one lookup.
 constexpr int kLinkLimit = 40;
-
-class Descriptor {
- public:
-  explicit Descriptor(int fd = -1) : fd_(fd) {}
-  ~Descriptor() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  Descriptor& operator=(Descriptor&& other) noexcept {
-    if (this != &other) {
-      if (fd_ >= 0) ::close(fd_);
-      fd_ = std::exchange(other.fd_, -1);
-    }
-    return *this;
-  }
-  int get() const { return fd_; }
-  int release() { return std::exchange(fd_, -1); }
-
- private:
-  int fd_;
-};
 
 std::deque<std::string> componentsOf(const std::filesystem::path& path) {
   std::deque<std::string> names;

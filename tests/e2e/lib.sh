@@ -106,8 +106,18 @@ post_times() {
 }
 
 # post <short name> [object] [user info as GVariant text]
+# Through velmo-bus-post when the scenario has it ($VELMO_BUS_POST) and the user
+# info is strings alone: it stays connected long enough for the agent to learn
+# that root posted, which a gdbus that exits at once doesn't always allow.
 post() {
   local object="@as []" info="@a{sv} {}"
+  local strings="^([{](['][a-zA-Z]+[']: <['][^']*[']>(, )?)*[}])?\$"
+  if [ -n "${VELMO_BUS_POST:-}" ] && [[ "${3:-}" =~ $strings ]]; then
+    local pairs=()
+    [ -n "${3:-}" ] && read -r -a pairs <<<"$(sed -E "s/[{}]//g; s/'([^']*)': <'([^']*)'>/\1=\2/g; s/,//g" <<<"$3")"
+    "$VELMO_BUS_POST" --exact "com.marvenith.velmo.$1" "${2:-}" "${pairs[@]}"
+    return
+  fi
   [ -n "${2:-}" ] && object="@as ['$2']"
   [ -n "${3:-}" ] && info="$3"
   gdbus emit --system -o /com/marvenith/velmo -s com.marvenith.velmo.Notifications.Post \

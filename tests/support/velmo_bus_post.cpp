@@ -4,10 +4,16 @@
 // where n is i, or i modulo CYCLE when one is given, and
 // the user info {"index": i, "text": "grüße", "flags": [true, 2.5],
 // "names": ["a", "b"], "nested": {"data": <bytes 0 1 255>}}.
+//   velmo-bus-post --exact NAME [OBJECT [KEY=VALUE...]]
+// One post with exactly that object (none when it is empty) and string values,
+// as the end-to-end scenarios' root posts: unlike a poster that exits at once,
+// it stays connected long enough for the agent to learn its account.
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <iostream>
+#include <optional>
+#include <string>
 #include <thread>
 
 #include <asio/io_context.hpp>
@@ -18,7 +24,12 @@
 
 int main(int argc, char** argv) {
   using namespace velmo;
-  if (argc < 3) {
+  const bool exact = argc > 1 && std::string(argv[1]) == "--exact";
+  if (exact && argc < 3) {
+    std::cerr << "usage: velmo-bus-post --exact NAME [OBJECT [KEY=VALUE...]]\n";
+    return 64;
+  }
+  if (!exact && argc < 3) {
     std::cerr << "usage: velmo-bus-post NAME COUNT [OBJECT-PREFIX [OBJECT-SUFFIX [CYCLE]]]\n";
     return 64;
   }
@@ -34,6 +45,23 @@ int main(int argc, char** argv) {
   connection.start();
   if (!connection.isConnected()) return 69;
   platform::linux::SdBusNotificationCenter center(connection);
+  if (exact) {
+    std::optional<std::string> object;
+    if (argc > 3 && *argv[3]) object = argv[3];
+    std::optional<core::PlistDictionary> info;
+    for (int i = 4; i < argc; ++i) {
+      const std::string pair = argv[i];
+      const auto equals = pair.find('=');
+      if (equals == std::string::npos) return 64;
+      if (!info) info.emplace();
+      info->emplace(pair.substr(0, equals), core::PlistValue(pair.substr(equals + 1)));
+    }
+    center.post(argv[2], object, info);
+    context.poll();
+    connection.flush();
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    return 0;
+  }
   for (long i = 0; i < count; ++i) {
     core::PlistDictionary info{
         {"index", core::PlistValue(std::int64_t{i})},

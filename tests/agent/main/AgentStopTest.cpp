@@ -31,7 +31,7 @@ struct StopCase {
 };
 void PrintTo(const StopCase& c, std::ostream* os) { *os << c.name; }
 
-class AgentStopTest : public ::testing::TestWithParam<StopCase> {
+class AgentStopFixture : public ::testing::Test {
  protected:
   asio::io_context context_;
   platform::fake::VirtualClock clock_{context_};
@@ -40,6 +40,8 @@ class AgentStopTest : public ::testing::TestWithParam<StopCase> {
   platform::fake::RecordingServiceManager manager_;
   AgentStop stop_{{context_.get_executor(), clock_, lifecycle_, manager_}};
 };
+
+class AgentStopTest : public AgentStopFixture, public ::testing::WithParamInterface<StopCase> {};
 
 TEST_P(AgentStopTest, DrainsThenEndsWithinItsBounds) {
   const StopCase& c = GetParam();
@@ -88,26 +90,20 @@ INSTANTIATE_TEST_SUITE_P(
                  minutes(30) + AgentStop::kEndBound, minutes(30)}),
     [](const ::testing::TestParamInfo<StopCase>& info) { return info.param.name; });
 
-TEST(AgentStopStatus, SaysWhatTheStopWaitsFor) {
-  asio::io_context context;
-  platform::fake::VirtualClock clock{context};
-  testing::LogCapture capture{&clock};
-  core::AgentLifecycle lifecycle;
-  platform::fake::RecordingServiceManager manager;
-  AgentStop stop{{context.get_executor(), clock, lifecycle, manager}};
-  stop.setBusy("1 tool run");
-  EXPECT_TRUE(manager.messages.empty()) << "only a stop says its own lines";
-  stop.request("SIGINT");
-  EXPECT_EQ(manager.messages.back(), "STATUS=Stopping: waiting for 1 tool run.");
-  const auto infos = capture.unified().messages(platform::UnifiedLogType::info);
+TEST_F(AgentStopFixture, SaysWhatTheStopWaitsFor) {
+  stop_.setBusy("1 tool run");
+  EXPECT_TRUE(manager_.messages.empty()) << "only a stop says its own lines";
+  stop_.request("SIGINT");
+  EXPECT_EQ(manager_.messages.back(), "STATUS=Stopping: waiting for 1 tool run.");
+  const auto infos = capture_.unified().messages(platform::UnifiedLogType::info);
   EXPECT_NE(std::find(infos.begin(), infos.end(),
                       "Received SIGINT; stopping once what runs has ended (1 tool run), for at "
                       "most 30 minutes. Nothing new starts meanwhile."),
             infos.end());
-  stop.request("SIGINT");
-  EXPECT_EQ(manager.messages.back(), "STATUS=Stopping: ending 1 tool run.");
-  stop.setBusy("");
-  EXPECT_EQ(manager.messages.back(), "STATUS=Stopping.");
+  stop_.request("SIGINT");
+  EXPECT_EQ(manager_.messages.back(), "STATUS=Stopping: ending 1 tool run.");
+  stop_.setBusy("");
+  EXPECT_EQ(manager_.messages.back(), "STATUS=Stopping.");
 }
 
 }  // namespace
