@@ -62,19 +62,15 @@ void DeferralStorageManager::store(core::DeferralMap& records, core::Deferral re
   };
   for (const std::uint32_t account : accounts) {
     if (record.deferredByAccount(account)) continue;
-    // Root's own programs are bounded by the file's bound alone.
-    if (account == kRoot) {
-      auto& listed = record.deferredBy ? *record.deferredBy : record.deferredBy.emplace();
-      listed.insert(listed.begin(), account);
-      continue;
-    }
     const auto own = [account](const core::Deferral& other) {
       return other.deferredByAccount(account);
     };
-    while (
-        static_cast<std::size_t>(std::count_if(records.begin(), records.end(), [&](const auto& e) {
+    // Root's own programs are bounded by the file's bound alone.
+    auto held =
+        account == kRoot ? 0 : std::count_if(records.begin(), records.end(), [&](const auto& e) {
           return e.first != key && own(e.second);
-        })) >= kMaxRecordsPerAccount) {
+        });
+    for (; static_cast<std::size_t>(held) >= kMaxRecordsPerAccount; --held) {
       const auto given = oldest(own);
       auto& listed = *given->second.deferredBy;
       if (listed.size() == 1) {

@@ -77,8 +77,8 @@ std::string ServiceStatus::busy(const run::RunActivity& runs,
 }
 
 void ServiceStatus::update() {
-  if (busy_.value() != busy(runs_, maintenance_, toolRuns_)) {
-    busy_.set(busy(runs_, maintenance_, toolRuns_));
+  if (std::string now = busy(runs_, maintenance_, toolRuns_); now != busy_.value()) {
+    busy_.set(std::move(now));
   }
   if (lifecycle_.stopping()) return;
   std::string fresh = line(runs_, maintenance_, items_);

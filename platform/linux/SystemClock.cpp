@@ -68,10 +68,10 @@ class WallClockStepWatch final : public Timer {
         : descriptor(std::move(executor)), action(std::move(action)) {}
     // Far ahead, so it only ever wakes for a step: ten years on.
     static bool arm(int fd) {
-      itimerspec spec{};
-      spec.it_value.tv_sec = ::time(nullptr) + 10 * 365 * 86'400;
-      return ::timerfd_settime(fd, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &spec, nullptr) ==
-             0;
+      itimerspec farAhead{};
+      farAhead.it_value.tv_sec = ::time(nullptr) + 10 * 365 * 86'400;
+      return ::timerfd_settime(fd, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &farAhead,
+                               nullptr) == 0;
     }
     static void wait(const std::shared_ptr<State>& state) {
       state->descriptor.async_wait(asio::posix::descriptor_base::wait_read,

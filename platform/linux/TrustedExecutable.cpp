@@ -56,10 +56,8 @@ std::variant<TrustedExecutable::Opened, Failure> TrustedExecutable::open(
   if (!program.is_absolute() || relative.empty() || *relative.begin() == "..") {
     return Failure{program.string() + " lies outside " + top.string(), true};
   }
-  const auto failed = [&](const std::string& what) {
-    (void)what;
-    return Failure{std::strerror(errno), false};
-  };
+  // A plain failure: the system's reason, read from errno.
+  const auto failed = [] { return Failure{std::strerror(errno), false}; };
   // Checks the folder or file just opened; `shown` names it in a refusal.
   const auto check = [](int fd, const std::string& shown) -> std::string {
     struct stat status {};
@@ -73,7 +71,7 @@ std::variant<TrustedExecutable::Opened, Failure> TrustedExecutable::open(
     trail.emplace_back(std::move(folder), std::move(shown));
   };
   enter(Descriptor(::open(top.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)), top);
-  if (trail.back().first.get() < 0) return failed(top.string());
+  if (trail.back().first.get() < 0) return failed();
   if (auto no = check(trail.back().first.get(), top.string()); !no.empty()) {
     return Failure{no, true};
   }
@@ -93,7 +91,7 @@ std::variant<TrustedExecutable::Opened, Failure> TrustedExecutable::open(
     }
     struct stat status {};
     if (::fstatat(current, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-      return failed((shown / name).string());
+      return failed();
     }
     if (S_ISLNK(status.st_mode)) {
       // The folder holding it is root's alone, so only root placed the link;
@@ -103,12 +101,12 @@ std::variant<TrustedExecutable::Opened, Failure> TrustedExecutable::open(
       }
       if (++links > kLinkLimit) {
         errno = ELOOP;
-        return failed(program.string());
+        return failed();
       }
       char target[PATH_MAX];
       const ssize_t length = ::readlinkat(current, name.c_str(), target, sizeof target);
       if (length < 0 || static_cast<std::size_t>(length) >= sizeof target) {
-        return failed((shown / name).string());
+        return failed();
       }
       const std::filesystem::path destination(
           std::string(target, static_cast<std::size_t>(length)));
@@ -123,15 +121,15 @@ std::variant<TrustedExecutable::Opened, Failure> TrustedExecutable::open(
     }
     Descriptor next(::openat(current, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     const std::filesystem::path nextShown = shown / name;
-    if (next.get() < 0) return failed(nextShown.string());
+    if (next.get() < 0) return failed();
     // On what was opened, not on what was looked at before.
     struct stat opened {};
-    if (::fstat(next.get(), &opened) != 0) return failed(nextShown.string());
+    if (::fstat(next.get(), &opened) != 0) return failed();
     if (auto no = objection(opened, nextShown.string()); !no.empty()) return Failure{no, true};
     const bool last = pending.empty();
     if (!last && !S_ISDIR(opened.st_mode)) {
       errno = ENOTDIR;
-      return failed(nextShown.string());
+      return failed();
     }
     if (last && !S_ISREG(opened.st_mode)) {
       return Failure{nextShown.string() + " is not a regular file", true};

@@ -67,43 +67,36 @@ TEST_P(TrustedExecutableTest, OpensOnlyWhatNoOtherAccountCanChange) {
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, TrustedExecutableTest,
-    ::testing::Values(
-        TrustCase{"RootsAlone", nullptr, ""},
-        TrustCase{"AFolderOfAnotherAccount",
-                  [](const fs::path& r) { ::chown((r / "bin").c_str(), kNobody, 0); },
-                  "/bin is owned by uid 65534, not root"},
-        TrustCase{"AGroupWritableFolder",
-                  [](const fs::path& r) { ::chmod((r / "bin/tools").c_str(), 0775); },
-                  "/bin/tools is writable by its group or others (mode 0775)"},
-        TrustCase{"TheFileOfAnotherAccount",
-                  [](const fs::path& r) { ::chown((r / "bin/tools/velmo").c_str(), kNobody, 0); },
-                  "/bin/tools/velmo is owned by uid 65534"},
-        TrustCase{"AWorldWritableFile",
-                  [](const fs::path& r) { ::chmod((r / "bin/tools/velmo").c_str(), 0777); },
-                  "(mode 0777)"},
-        TrustCase{"RootsLinkToRootsFile",
-                  [](const fs::path& r) {
-                    fs::rename(r / "bin/tools/velmo", r / "bin/velmo-real");
-                    fs::create_symlink("../velmo-real", r / "bin/tools/velmo");
-                  },
-                  ""},
-        TrustCase{"RootsLinkIntoAUsersFolder",
-                  [](const fs::path& r) {
-                    writeProgram(r / "home/velmo", "a user's program");
-                    ::chown((r / "home").c_str(), kNobody, 0);
-                    fs::remove(r / "bin/tools/velmo");
-                    fs::create_symlink("../../home/velmo", r / "bin/tools/velmo");
-                  },
-                  "/home is owned by uid 65534"},
-        TrustCase{"ALinkOfAnotherAccount",
-                  [](const fs::path& r) {
-                    fs::rename(r / "bin/tools/velmo", r / "bin/velmo-real");
-                    fs::create_symlink("../velmo-real", r / "bin/tools/velmo");
-                    ::lchown((r / "bin/tools/velmo").c_str(), kNobody, 0);
-                  },
-                  "the link"},
-        TrustCase{"AMissingProgram", [](const fs::path& r) { fs::remove(r / "bin/tools/velmo"); },
-                  "-"}),
+    ::testing::Values(TrustCase{"RootsAlone", nullptr, ""},
+                      TrustCase{"AFolderOfAnotherAccount",
+                                [](const fs::path& r) { ::chown((r / "bin").c_str(), kNobody, 0); },
+                                "/bin is owned by uid 65534, not root"},
+                      TrustCase{"AGroupWritableFolder",
+                                [](const fs::path& r) { ::chmod((r / "bin/tools").c_str(), 0775); },
+                                "/bin/tools is writable by its group or others (mode 0775)"},
+                      TrustCase{"RootsLinkToRootsFile",
+                                [](const fs::path& r) {
+                                  fs::rename(r / "bin/tools/velmo", r / "bin/velmo-real");
+                                  fs::create_symlink("../velmo-real", r / "bin/tools/velmo");
+                                },
+                                ""},
+                      TrustCase{"RootsLinkIntoAUsersFolder",
+                                [](const fs::path& r) {
+                                  writeProgram(r / "home/velmo", "a user's program");
+                                  ::chown((r / "home").c_str(), kNobody, 0);
+                                  fs::remove(r / "bin/tools/velmo");
+                                  fs::create_symlink("../../home/velmo", r / "bin/tools/velmo");
+                                },
+                                "/home is owned by uid 65534"},
+                      TrustCase{"ALinkOfAnotherAccount",
+                                [](const fs::path& r) {
+                                  fs::rename(r / "bin/tools/velmo", r / "bin/velmo-real");
+                                  fs::create_symlink("../velmo-real", r / "bin/tools/velmo");
+                                  ::lchown((r / "bin/tools/velmo").c_str(), kNobody, 0);
+                                },
+                                "the link"},
+                      TrustCase{"AMissingProgram",
+                                [](const fs::path& r) { fs::remove(r / "bin/tools/velmo"); }, "-"}),
     [](const ::testing::TestParamInfo<TrustCase>& info) { return info.param.name; });
 
 // What is started is what was checked: a folder swapped afterwards changes
