@@ -53,17 +53,19 @@ void ActiveIntervalManager::handleDialogResponse(
   const auto response =
       notification.object ? core::DialogResponse::fromJSONText(*notification.object) : std::nullopt;
   if (!response) {
-    collaborators_.malformedPosts.error(logger_, notification.name, notification.postNumber,
-                                        "Failed to decode notification object to DialogResponse.");
+    collaborators_.postLog.malformed(logger_, notification,
+                                     "Failed to decode notification object to DialogResponse.");
     return;
   }
   if (!response->response.isDeferral()) {
-    logger_.debug("Dialog response was not a deferral.");
+    collaborators_.postLog.debug(logger_, notification, "Dialog response was not a deferral.");
     return;
   }
   const auto kept = remembered(*response, notification);
   if (!kept) return;
-  logger_.debug("Adding " + response->appId + " to recently deferred apps to monitor.");
+  collaborators_.postLog.debug(
+      logger_, notification,
+      "Adding " + response->appId + " to recently deferred apps to monitor.");
   // The first response of an identifier stays; a later one changes nothing.
   insertBounded(recentlyDeferredApps_, *kept);
 }
@@ -76,8 +78,10 @@ std::optional<core::DialogResponse> ActiveIntervalManager::remembered(
     return item.id == response.appId;
   });
   if (listed == items.end()) {
-    logger_.debug("Not watching " + response.appId + " for quits: uid " +
-                  std::to_string(post.senderUid) + " deferred an item that isn't listed.");
+    collaborators_.postLog.debug(logger_, post,
+                                 "Not watching " + response.appId + " for quits: uid " +
+                                     std::to_string(post.senderUid) +
+                                     " deferred an item that isn't listed.");
     return std::nullopt;
   }
   auto kept = core::DialogResponse::fromItem(*listed, response.response);
@@ -98,8 +102,8 @@ std::optional<core::UpdateItem> ActiveIntervalManager::decodedItem(
   auto item =
       notification.object ? core::UpdateItem::fromJSONText(*notification.object) : std::nullopt;
   if (!item) {
-    collaborators_.malformedPosts.error(logger_, notification.name, notification.postNumber,
-                                        "Failed to decode item from notification.");
+    collaborators_.postLog.malformed(logger_, notification,
+                                     "Failed to decode item from notification.");
   }
   return item;
 }

@@ -16,7 +16,7 @@
 #include "core/deferrals/DialogResponse.h"
 #include "core/items/UpdateItem.h"
 #include "core/logging/CustomLogger.h"
-#include "core/logging/MalformedPostLog.h"
+#include "core/logging/PostLog.h"
 #include "platform/ApplicationTerminations.h"
 #include "platform/Clock.h"
 #include "platform/DistributedNotificationCenter.h"
@@ -45,7 +45,7 @@ class ActiveIntervalManager {
     platform::DistributedNotificationCenter& distributedCenter;
     platform::ApplicationTerminations& terminations;
     run::VelmoRunner& runner;
-    core::MalformedPostLog& malformedPosts;
+    core::PostLog& postLog;
     items::VelmoAgentQueue& agentQueue;
   };
 

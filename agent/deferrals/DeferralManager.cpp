@@ -54,16 +54,19 @@ void DeferralManager::processUpdateDialogResponse(
   const auto response =
       notification.object ? core::DialogResponse::fromJSONText(*notification.object) : std::nullopt;
   if (!response) {
-    collaborators_.malformedPosts.error(logger_, notification.name, notification.postNumber,
-                                        "Failed to decode dialog response notification.");
+    collaborators_.postLog.malformed(logger_, notification,
+                                     "Failed to decode dialog response notification.");
     return;
   }
   if (!response->response.isDeferral()) {
-    logger_.debug("Received non-deferral dialog response: " + response->response.description());
+    collaborators_.postLog.debug(
+        logger_, notification,
+        "Received non-deferral dialog response: " + response->response.description());
     return;
   }
-  logger_.debug("Received deferral dialog response: " + response->response.description() + " for " +
-                response->appId);
+  collaborators_.postLog.debug(logger_, notification,
+                               "Received deferral dialog response: " +
+                                   response->response.description() + " for " + response->appId);
   recordDeferral(response->appId, response->targetVersion, response->response.reasonText(),
                  notification.senderUid);
 }
@@ -77,8 +80,8 @@ void DeferralManager::processInstallation(const platform::DistributedNotificatio
   const auto item =
       notification.object ? core::UpdateItem::fromJSONText(*notification.object) : std::nullopt;
   if (!item) {
-    collaborators_.malformedPosts.error(logger_, notification.name, notification.postNumber,
-                                        "Failed to decode item from notification.");
+    collaborators_.postLog.malformed(logger_, notification,
+                                     "Failed to decode item from notification.");
     return;
   }
   logger_.debug("[" + item->id + "] Received successful installation notice.");

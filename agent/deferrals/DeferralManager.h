@@ -16,7 +16,7 @@
 #include "core/files/WriteRetry.h"
 #include "core/logging/CustomLogger.h"
 #include "core/logging/LogBudget.h"
-#include "core/logging/MalformedPostLog.h"
+#include "core/logging/PostLog.h"
 #include "core/notifications/NotificationCenter.h"
 #include "platform/Clock.h"
 #include "platform/DistributedNotificationCenter.h"
@@ -46,7 +46,7 @@ class DeferralManager {
     const platform::Paths& paths;
     platform::DistributedNotificationCenter& distributedCenter;
     core::NotificationCenter& notificationCenter;
-    core::MalformedPostLog& malformedPosts;
+    core::PostLog& postLog;
   };
 
   explicit DeferralManager(const Collaborators& collaborators);

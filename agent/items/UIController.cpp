@@ -81,8 +81,8 @@ void UIController::handleAddItems(const platform::DistributedNotification& notif
   const std::string* object = objectString(notification);
   const auto items = object ? core::UpdateItem::arrayFromJSONText(*object) : std::nullopt;
   if (!items) {
-    collaborators_.malformedPosts.error(logger_, notification.name, notification.postNumber,
-                                        "Failed to decode items from notification.");
+    collaborators_.postLog.malformed(logger_, notification,
+                                     "Failed to decode items from notification.");
     return;
   }
   std::set<std::string> added;
@@ -181,23 +181,28 @@ void UIController::handleEnqueue(const platform::DistributedNotification& notifi
   const std::string* object = objectString(notification);
   const auto item = object ? core::UpdateItem::fromJSONText(*object) : std::nullopt;
   if (!item) {
-    collaborators_.malformedPosts.error(logger_, notification.name, notification.postNumber,
-                                        "Failed to decode item from notification.");
+    collaborators_.postLog.malformed(logger_, notification,
+                                     "Failed to decode item from notification.");
     return;
   }
   const bool listed = indexOf(item->id).has_value();
   if (listed) {
-    logger_.debug("Item with ID " + item->id + " already exists in the updateItems array.");
+    collaborators_.postLog.debug(
+        logger_, notification,
+        "Item with ID " + item->id + " already exists in the updateItems array.");
   } else if (!notification.isFromRoot()) {
     // The companion offers only listed items; any other account could ask
     // root to install any catalogue entry.
-    refusals_.error("unlisted", "requests to install unlisted items", [&] {
-      return "Ignored a request from uid " + std::to_string(notification.senderUid) +
-             " to install " + item->id + ": it is not in the update items list.";
-    });
+    const std::string account = "uid " + std::to_string(notification.senderUid);
+    refusals_.error(
+        "unlisted " + account, "requests to install unlisted items from " + account, [&] {
+          return "Ignored a request from uid " + std::to_string(notification.senderUid) +
+                 " to install " + item->id + ": it is not in the update items list.";
+        });
     return;
   }
-  logger_.debug("Received notification to enqueue item with ID: " + item->id);
+  collaborators_.postLog.debug(logger_, notification,
+                               "Received notification to enqueue item with ID: " + item->id);
   collaborators_.agentQueue.enqueue(*item);
 }
 
@@ -212,8 +217,7 @@ void UIController::handleStateChange(const platform::DistributedNotification& no
   const std::string* raw = text("state");
   const auto state = raw ? core::installStateFromRawValue(*raw) : std::nullopt;
   if (!info || info->empty() || !id || !state) {
-    collaborators_.malformedPosts.error(logger_, notification.name, notification.postNumber,
-                                        "Invalid state change notification.");
+    collaborators_.postLog.malformed(logger_, notification, "Invalid state change notification.");
     return;
   }
   const auto found = indexOf(*id);

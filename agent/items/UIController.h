@@ -21,7 +21,7 @@
 #include "core/items/UpdateItem.h"
 #include "core/logging/CustomLogger.h"
 #include "core/logging/LogBudget.h"
-#include "core/logging/MalformedPostLog.h"
+#include "core/logging/PostLog.h"
 #include "core/notifications/NotificationCenter.h"
 #include "core/time/TimeInterval.h"
 #include "platform/Clock.h"
@@ -65,7 +65,7 @@ class UIController final : public run::ListedItems,
     platform::DistributedNotificationCenter& distributedCenter;
     core::NotificationCenter& notificationCenter;
     VelmoAgentQueue& agentQueue;
-    core::MalformedPostLog& malformedPosts;
+    core::PostLog& postLog;
   };
 
   // Starts the load of the state file and registers the observers; does not

@@ -56,7 +56,7 @@ void StartCommand::build(bool activeIntervals,
                                              .distributedCenter = c.distributedCenter,
                                              .notificationCenter = c.notificationCenter,
                                              .agentQueue = c.agentQueue,
-                                             .malformedPosts = c.malformedPosts},
+                                             .postLog = c.postLog},
                                             coordinator);
   deferralManager_ = std::make_unique<deferrals::DeferralManager>(
       deferrals::DeferralManager::Collaborators{.mainExecutor = c.mainExecutor,
@@ -66,7 +66,7 @@ void StartCommand::build(bool activeIntervals,
                                                 .paths = c.paths,
                                                 .distributedCenter = c.distributedCenter,
                                                 .notificationCenter = c.notificationCenter,
-                                                .malformedPosts = c.malformedPosts});
+                                                .postLog = c.postLog});
   maintenanceManager_ = maintenance::MaintenanceManager::make({.mainExecutor = c.mainExecutor,
                                                                .clock = c.clock,
                                                                .files = c.files,
@@ -81,7 +81,7 @@ void StartCommand::build(bool activeIntervals,
     activeIntervalManager_ = std::make_unique<deferrals::ActiveIntervalManager>(
         deferrals::ActiveIntervalManager::Collaborators{c.mainExecutor, c.clock,
                                                         c.distributedCenter, c.terminations,
-                                                        c.runner, c.malformedPosts, c.agentQueue},
+                                                        c.runner, c.postLog, c.agentQueue},
         uiController_);
   }
   iconObserver_ =

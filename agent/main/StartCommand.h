@@ -17,7 +17,7 @@
 #include "core/Debouncer.h"
 #include "core/Executors.h"
 #include "core/logging/CustomLogger.h"
-#include "core/logging/MalformedPostLog.h"
+#include "core/logging/PostLog.h"
 #include "core/notifications/NotificationCenter.h"
 #include "mdm/ManagedPrefs.h"
 #include "platform/Clock.h"
@@ -61,7 +61,7 @@ class StartCommand {
     items::VelmoAgentQueue& agentQueue;
     platform::ApplicationTerminations& terminations;
     const platform::Host& host;
-    core::MalformedPostLog& malformedPosts;
+    core::PostLog& postLog;
     platform::AgentStatusPublisher& statusPublisher;
     core::AgentLifecycle& lifecycle;
     AgentStop& stop;

@@ -1,6 +1,7 @@
 // The composition root: builds the platform services, installs the logging
 // sinks, checks the command line, and hands the main thread to the event loop.
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -23,7 +24,7 @@
 #include "core/Bundle.h"
 #include "core/Executors.h"
 #include "core/logging/LogSinks.h"
-#include "core/logging/MalformedPostLog.h"
+#include "core/logging/PostLog.h"
 #include "core/notifications/InternalMessenger.h"
 #include "core/notifications/NotificationCenter.h"
 #include "core/notifications/NotificationNames.h"
@@ -43,6 +44,7 @@
 #include "platform/linux/SdBusAgentStatusReader.h"
 #include "platform/linux/SdBusConnection.h"
 #include "platform/linux/SdBusNotificationCenter.h"
+#include "platform/linux/SdBusThread.h"
 #include "platform/linux/SdNotifyServiceManager.h"
 #include "platform/linux/SystemClock.h"
 
@@ -75,6 +77,19 @@ int console(const agent::run::AgentCommand::Invocation& invocation, const platfo
 
 // SIGTERM (the service manager's stop) and SIGINT start the agent's stop; a
 // second one ends its drain.
+// Root's list of items for the companion: up to 1,000 items of a few hundred bytes.
+constexpr std::size_t kLargestItemList = 1024 * 1024;
+
+// Each open file counts against the soft limit, which is 1,024 by default;
+// many senders at once (and their questions) must not use it up.
+void raiseDescriptorLimit() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+    limit.rlim_cur = limit.rlim_max;
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+  }
+}
+
 void awaitStopSignals(asio::signal_set& signals, velmo::agent::AgentStop& stop) {
   signals.async_wait([&signals, &stop](const std::error_code& error, int signal) {
     if (error) return;
@@ -104,6 +119,7 @@ int main(int argc, char** argv) {
   const agent::run::AgentCommand::Environment environment{paths, files, host, std::cout, std::cerr};
   if (auto status = agent::run::AgentCommand::validate(environment)) return *status;
 
+  raiseDescriptorLimit();
   platform::linux::SystemClock clock;
   const auto unifiedLog = makeUnifiedLog(clock);
   core::LogSinks::install({stdout, unifiedLog.get(), &clock});
@@ -118,11 +134,23 @@ int main(int argc, char** argv) {
   awaitStopSignals(stopSignals, stop);
 
   // The bus is opened now; if it can't be, it is retried while everything
-  // else goes on.
+  // else goes on. Posts, the Post method and the agent's status have a
+  // connection and a thread of their own, which reads whatever other
+  // accounts send however busy the main executor is.
   platform::linux::SdBusConnection bus(mainExecutor, clock);
   bus.start();
+  platform::linux::SdBusThread agentBus(clock);
   platform::linux::SdBusNotificationCenter distributedCenter(
-      bus, {core::NotificationName::rootOnly.begin(), core::NotificationName::rootOnly.end()});
+      agentBus.connection(),
+      {.rootOnlyNames = {core::NotificationName::rootOnly.begin(),
+                         core::NotificationName::rootOnly.end()},
+       .sizeLimits = {{std::string(core::NotificationName::addItemsToUIControllerQueue),
+                       kLargestItemList}},
+       .observerExecutor = mainExecutor,
+       .servePost = true});
+  // Every local user may read what the agent is doing; nobody can change it this way.
+  platform::linux::SdBusAgentObject statusObject(agentBus.connection());
+  agentBus.start();
   platform::linux::LogindWorkspaceEvents workspaceEvents(bus);
   core::NotificationCenter notificationCenter;
   core::InternalMessenger::setDefaultCenter(&distributedCenter);
@@ -147,13 +175,11 @@ int main(int argc, char** argv) {
   // The deferrals file has its own, so that a flood of deferrals can't hold
   // up the update state file either.
   asio::thread_pool deferralsFileThread(1);
-  core::MalformedPostLog malformedPosts(clock, mainExecutor);
+  core::PostLog postLog(clock, mainExecutor);
   agent::items::VelmoAgentQueue agentQueue({mainExecutor, clock, userDefaults, runner});
   agent::items::VelmoAgentQueue::setShared(&agentQueue);
   platform::linux::ProcessConnectorTerminations terminations(mainExecutor, clock);
   terminations.start();
-  // Every local user may read what the agent is doing; nobody can change it this way.
-  platform::linux::SdBusAgentObject statusObject(bus);
   agent::StartCommand start({.mainExecutor = mainExecutor,
                              .clock = clock,
                              .paths = paths,
@@ -170,7 +196,7 @@ int main(int argc, char** argv) {
                              .agentQueue = agentQueue,
                              .terminations = terminations,
                              .host = host,
-                             .malformedPosts = malformedPosts,
+                             .postLog = postLog,
                              .statusPublisher = statusObject,
                              .lifecycle = lifecycle,
                              .stop = stop,
@@ -184,6 +210,8 @@ int main(int argc, char** argv) {
       }(start, mainContext),
       core::CustomLogger("StartCommand"));
   mainContext.run();
+  // What the agent posted last goes out before it exits.
+  agentBus.flush(std::chrono::seconds(2));
   // The stop is over and what waited is saved; the objects above are left to
   // the exit, which no thread still in them would survive.
   std::exit(0);

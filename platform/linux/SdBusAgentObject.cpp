@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include <asio/dispatch.hpp>
+
 #include "platform/linux/SdBusAgentStatusCodec.h"
 
 namespace velmo::platform::linux {
@@ -63,6 +65,13 @@ SdBusAgentObject::~SdBusAgentObject() {
 }
 
 void SdBusAgentObject::publish(const AgentStatus& status) {
+  // Served on the connection's executor, which may be a thread of its own.
+  asio::dispatch(connection_.executor(), [this, alive = alive_, status] {
+    if (*alive) apply(status);
+  });
+}
+
+void SdBusAgentObject::apply(const AgentStatus& status) {
   const std::vector<std::string> changed = Codec::changed(status_, status);
   status_ = status;
   sd_bus* bus = connection_.bus();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -16,7 +17,8 @@ namespace velmo::platform::linux {
 // daemon's queue and this is logged once, as a warning. A publish that changes
 // wire values emits one PropertiesChanged naming just those, with their new
 // values; any other publish, or one while disconnected, emits nothing.
-// Every member runs on the main executor.
+// Built before the connection's own thread (if any) starts; publish() may be
+// called from any thread, everything else runs on the connection's executor.
 class SdBusAgentObject final : public AgentStatusPublisher {
  public:
   explicit SdBusAgentObject(SdBusConnection& connection);
@@ -26,10 +28,11 @@ class SdBusAgentObject final : public AgentStatusPublisher {
 
   // Kept while disconnected too, and served again on the next connection.
   void publish(const AgentStatus& status) override;
-  // What the properties show now.
+  // What the properties show now. The connection's executor only.
   const AgentStatus& status() const { return status_; }
 
  private:
+  void apply(const AgentStatus& status);
   void requestName();
   void nameAnswered(sd_bus_message* reply);
   void nameRefused(const std::string& reason);
@@ -41,7 +44,7 @@ class SdBusAgentObject final : public AgentStatusPublisher {
   // Set by the first failure to own the name, cleared once it is owned, so
   // that retries on every reconnection log nothing new.
   bool warned_ = false;
-  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  std::shared_ptr<std::atomic<bool>> alive_ = std::make_shared<std::atomic<bool>>(true);
 };
 
 }  // namespace velmo::platform::linux

@@ -4,6 +4,7 @@
 #include <systemd/sd-bus.h>
 #include <time.h>
 
+#include <cstdlib>
 #include <cstring>
 
 #include <asio/post.hpp>
@@ -15,6 +16,25 @@ constexpr Duration kFirstBackoff = std::chrono::seconds(1);
 constexpr Duration kLongestBackoff = std::chrono::seconds(30);
 
 std::string describe(int negativeErrno) { return std::strerror(-negativeErrno); }
+
+// The system bus (DBUS_SYSTEM_BUS_ADDRESS when set), refusing file
+// descriptors: any account could otherwise send enough of them to use up this
+// process's table, and nothing here needs one.
+int open(sd_bus** opened) {
+  sd_bus* bus = nullptr;
+  int result = sd_bus_new(&bus);
+  if (result < 0) return result;
+  const char* address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+  if ((result = sd_bus_set_address(
+           bus, address && *address ? address : "unix:path=/run/dbus/system_bus_socket")) < 0 ||
+      (result = sd_bus_set_bus_client(bus, 1)) < 0 || (result = sd_bus_negotiate_fds(bus, 0)) < 0 ||
+      (result = sd_bus_start(bus)) < 0) {
+    sd_bus_unref(bus);
+    return result;
+  }
+  *opened = bus;
+  return 0;
+}
 
 }  // namespace
 
@@ -57,7 +77,7 @@ void SdBusConnection::start() { connect(); }
 void SdBusConnection::connect() {
   reconnectTimer_.reset();
   sd_bus* bus = nullptr;
-  int result = sd_bus_open_system(&bus);
+  int result = open(&bus);
   if (result < 0) {
     logger_.error(
         "Cannot connect to the system bus: " + describe(result) + "; retrying in " +

@@ -86,14 +86,36 @@ void writeValue(sd_bus_message* m, const PlistValue& value, int depth) {
 
 // --- reading ---
 
-PlistValue readValue(sd_bus_message* m, char type, const char* contents, int depth);
+// What a post may still take up as it is read: each value counts its bytes
+// and a word, so that neither one huge string nor a million tiny values get
+// through. Counted before the copy is made.
+class Allowance {
+ public:
+  explicit Allowance(std::size_t bytes) : left_(bytes), limit_(bytes) {}
+  void spend(std::size_t bytes) {
+    bytes += sizeof(void*);
+    if (bytes > left_) {
+      throw Failure{"larger than the " + std::to_string(limit_) + " bytes allowed for it"};
+    }
+    left_ -= bytes;
+  }
+  std::size_t spent() const { return limit_ - left_; }
+
+ private:
+  std::size_t left_;
+  std::size_t limit_;
+};
+
+PlistValue readValue(sd_bus_message* m, char type, const char* contents, int depth,
+                     Allowance& allowance);
 
 // Reads the elements of an array whose element signature is `element`.
-PlistValue readArray(sd_bus_message* m, const char* element, int depth) {
+PlistValue readArray(sd_bus_message* m, const char* element, int depth, Allowance& allowance) {
   if (!std::strcmp(element, "y")) {
     const void* bytes = nullptr;
     size_t size = 0;
     check(sd_bus_message_read_array(m, 'y', &bytes, &size), "data");
+    allowance.spend(size);
     const auto* begin = static_cast<const std::uint8_t*>(bytes);
     return core::PlistData(begin, begin + size);
   }
@@ -107,10 +129,11 @@ PlistValue readArray(sd_bus_message* m, const char* element, int depth) {
       if (more == 0) break;
       const char* key = nullptr;
       check(sd_bus_message_read_basic(m, 's', &key), "key");
+      allowance.spend(std::strlen(key));
       char type = 0;
       const char* contents = nullptr;
       check(sd_bus_message_peek_type(m, &type, &contents), "entry value");
-      dictionary.insert_or_assign(key, readValue(m, type, contents, depth + 1));
+      dictionary.insert_or_assign(key, readValue(m, type, contents, depth + 1, allowance));
       check(sd_bus_message_exit_container(m), "exit entry");
     }
     check(sd_bus_message_exit_container(m), "exit dictionary");
@@ -122,7 +145,7 @@ PlistValue readArray(sd_bus_message* m, const char* element, int depth) {
     const char* contents = nullptr;
     const int more = check(sd_bus_message_peek_type(m, &type, &contents), "array element");
     if (more == 0) break;
-    array.push_back(readValue(m, type, contents, depth + 1));
+    array.push_back(readValue(m, type, contents, depth + 1, allowance));
   }
   check(sd_bus_message_exit_container(m), "exit array");
   return array;
@@ -135,13 +158,17 @@ T readBasic(sd_bus_message* m, char type) {
   return value;
 }
 
-PlistValue readValue(sd_bus_message* m, char type, const char* contents, int depth) {
+PlistValue readValue(sd_bus_message* m, char type, const char* contents, int depth,
+                     Allowance& allowance) {
   if (depth > kDeepestNesting) throw Failure{"value nested too deeply"};
+  if (type != 's') allowance.spend(0);
   switch (type) {
     case 's': {
       const char* text = nullptr;
       check(sd_bus_message_read_basic(m, 's', &text), "string");
-      return std::string(text);
+      const std::size_t length = std::strlen(text);
+      allowance.spend(length);
+      return std::string(text, length);
     }
     case 'b':
       return readBasic<int>(m, 'b') != 0;
@@ -169,12 +196,12 @@ PlistValue readValue(sd_bus_message* m, char type, const char* contents, int dep
       char inner = 0;
       const char* innerContents = nullptr;
       check(sd_bus_message_peek_type(m, &inner, &innerContents), "variant value");
-      PlistValue value = readValue(m, inner, innerContents, depth + 1);
+      PlistValue value = readValue(m, inner, innerContents, depth + 1, allowance);
       check(sd_bus_message_exit_container(m), "exit variant");
       return value;
     }
     case 'a':
-      return readArray(m, contents, depth);
+      return readArray(m, contents, depth, allowance);
     default:
       throw Failure{std::string("a value of type '") + type + "' has no property-list form"};
   }
@@ -199,13 +226,14 @@ std::optional<std::string> SdBusNotificationCodec::write(
 }
 
 std::variant<DistributedNotification, std::string> SdBusNotificationCodec::read(
-    sd_bus_message* message) {
+    sd_bus_message* message, std::size_t limit, std::size_t* size) {
   const bool variants = sd_bus_message_has_signature(message, "sasa{sv}") > 0;
   if (!variants && sd_bus_message_has_signature(message, "sasa{ss}") <= 0) {
     const char* signature = sd_bus_message_get_signature(message, 1);
     return std::string("unexpected signature '") + (signature ? signature : "") + "'";
   }
   try {
+    Allowance allowance(limit);
     DistributedNotification notification;
     const char* name = nullptr;
     check(sd_bus_message_read_basic(message, 's', &name), "name");
@@ -216,13 +244,16 @@ std::variant<DistributedNotification, std::string> SdBusNotificationCodec::read(
     const char* object = nullptr;
     while (check(sd_bus_message_read_basic(message, 's', &object), "object") > 0) {
       if (notification.object) return std::string("more than one object");
-      notification.object = object;
+      const std::size_t length = std::strlen(object);
+      allowance.spend(length);
+      notification.object.emplace(object, length);
     }
     check(sd_bus_message_exit_container(message), "object");
 
-    PlistValue userInfo = readArray(message, variants ? "{sv}" : "{ss}", 0);
+    PlistValue userInfo = readArray(message, variants ? "{sv}" : "{ss}", 0, allowance);
     auto& dictionary = *userInfo.getIf<PlistDictionary>();
     if (!dictionary.empty()) notification.userInfo = std::move(dictionary);
+    if (size) *size = allowance.spent() + notification.name.size();
     return notification;
   } catch (const Failure& failure) {
     return failure.reason;

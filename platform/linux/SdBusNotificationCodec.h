@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <variant>
@@ -22,8 +24,13 @@ class SdBusNotificationCodec {
   static std::optional<std::string> write(sd_bus_message* message,
                                           const DistributedNotification& notification);
 
-  // Reads a received signal's body, or says why it can't be used.
-  static std::variant<DistributedNotification, std::string> read(sd_bus_message* message);
+  // Reads a received post's body, or says why it can't be used: among others,
+  // an object and user info that take up more than `limit` bytes, which is
+  // found before anything large is copied. `size`, when given, gets about
+  // what the result takes up in memory.
+  static std::variant<DistributedNotification, std::string> read(sd_bus_message* message,
+                                                                 std::size_t limit = SIZE_MAX,
+                                                                 std::size_t* size = nullptr);
 };
 
 }  // namespace velmo::platform::linux

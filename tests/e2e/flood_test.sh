@@ -125,7 +125,7 @@ unified_growth=$(($(stat -c %s "$workdir/unified.log") - unified_before))
 say "200,000 malformed posts: taken in ${took} s; log +${growth} bytes (all levels: +${unified_growth} bytes)"
 [ "$growth" -le 102400 ] || fail "log grew by $growth bytes"
 # Beyond ten a minute, the held-back lines are counted in one line.
-wait_for 70 'agent_output | grep -qE "Suppressed [0-9]+ malformed $v.enqueueUpdateItem notifications in the last minute."' ||
+wait_for 70 'agent_output | grep -qE "Suppressed [0-9]+ malformed $v.enqueueUpdateItem notifications from uid 65534 in the last minute."' ||
   fail "no count of the held-back malformed lines"
 
 # 5. Adds: 100,000 distinct items from root, whose posts alone may list items.

@@ -47,6 +47,9 @@ for name in $names; do
   send "string:$name" int32:7 "array:string:$huge"
   emit "$name" "42" "@a{sv} {}"
   wrong=$((wrong + 4))
+  # The two huge bodies (120 KB and more) are refused unread, but for root's
+  # list of items, which may take 1 MB.
+  [ "$name" = "$v.addItemsToUIControllerQueue" ] || wrong=$((wrong + 2))
 done
 send int32:1 string:x
 marker m1

@@ -106,9 +106,10 @@ post_times() {
 }
 
 # post <short name> [object] [user info as GVariant text]
-# Through velmo-bus-post when the scenario has it ($VELMO_BUS_POST) and the user
-# info is strings alone: it stays connected long enough for the agent to learn
-# that root posted, which a gdbus that exits at once doesn't always allow.
+# As root's programs post: a call of the agent's Post method, which the agent
+# answers once it has taken the post (through velmo-bus-post when the scenario
+# has it, $VELMO_BUS_POST, and the user info is strings alone; else gdbus).
+# With no agent to answer, the signal.
 post() {
   local object="@as []" info="@a{sv} {}"
   local strings="^([{](['][a-zA-Z]+[']: <['][^']*[']>(, )?)*[}])?\$"
@@ -120,8 +121,11 @@ post() {
   fi
   [ -n "${2:-}" ] && object="@as ['$2']"
   [ -n "${3:-}" ] && info="$3"
-  gdbus emit --system -o /com/marvenith/velmo -s com.marvenith.velmo.Notifications.Post \
-    "'com.marvenith.velmo.$1'" "$object" "$info" >/dev/null
+  gdbus call --system -d com.marvenith.velmo.Agent -o /com/marvenith/velmo \
+    -m com.marvenith.velmo.Notifications.Post "'com.marvenith.velmo.$1'" "$object" "$info" \
+    >/dev/null 2>&1 ||
+    gdbus emit --system -o /com/marvenith/velmo -s com.marvenith.velmo.Notifications.Post \
+      "'com.marvenith.velmo.$1'" "$object" "$info" >/dev/null
 }
 
 # item_json <id> [serialInstallRequired]

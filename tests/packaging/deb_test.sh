@@ -51,7 +51,7 @@ exec=$(sed -n 's/^ExecStart=\([^ ]*\) start$/\1/p' "$unit")
 [ "$exec" = /usr/bin/velmo-agent ] || fail "ExecStart '$exec' is not /usr/bin/velmo-agent"
 [ -x "$root/usr/bin/velmo-agent" ] || fail "no executable agent in /usr/bin"
 for line in User=root Restart=on-failure "StandardOutput=append:/var/log/marvenith-velmo.log" \
-  Type=notify KillMode=mixed TimeoutStopSec=31min; do
+  Type=notify KillMode=mixed TimeoutStopSec=31min LimitNOFILE=65536; do
   grep -qxF "$line" "$unit" || fail "unit lacks $line"
 done
 # systemd's own check, with the agent where the unit names it.

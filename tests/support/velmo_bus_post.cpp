@@ -6,8 +6,11 @@
 // "names": ["a", "b"], "nested": {"data": <bytes 0 1 255>}}.
 //   velmo-bus-post --exact NAME [OBJECT [KEY=VALUE...]]
 // One post with exactly that object (none when it is empty) and string values,
-// as the end-to-end scenarios' root posts: unlike a poster that exits at once,
-// it stays connected long enough for the agent to learn its account.
+// as the end-to-end scenarios' root posts: a call of the agent's Post method,
+// which the agent answers once it has taken the post; an error answer is
+// printed and the exit status is 1. With no agent on the bus, the signal.
+//   velmo-bus-post --call NAME COUNT ...
+// As the first form, each post a call of the Post method, one after another.
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
@@ -18,13 +21,56 @@
 
 #include <asio/io_context.hpp>
 
+#include <systemd/sd-bus.h>
+
+#include "platform/linux/SdBusAgentStatusCodec.h"
 #include "platform/linux/SdBusConnection.h"
 #include "platform/linux/SdBusNotificationCenter.h"
+#include "platform/linux/SdBusNotificationCodec.h"
 #include "platform/linux/SystemClock.h"
+
+namespace {
+
+using namespace velmo::platform::linux;
+
+enum class Called { taken, refused, noAgent };
+
+// Posts through the agent's Post method and waits for its answer.
+Called callPost(sd_bus* bus, const velmo::platform::DistributedNotification& notification) {
+  sd_bus_message* call = nullptr;
+  sd_bus_message* reply = nullptr;
+  sd_bus_error error = SD_BUS_ERROR_NULL;
+  Called result = Called::refused;
+  if (sd_bus_message_new_method_call(
+          bus, &call, SdBusAgentStatusCodec::kBusName, SdBusNotificationCenter::kObjectPath,
+          SdBusNotificationCenter::kInterface, SdBusNotificationCenter::kMember) >= 0 &&
+      !SdBusNotificationCodec::write(call, notification)) {
+    if (sd_bus_call(bus, call, 0, &error, &reply) >= 0) {
+      result = Called::taken;
+    } else if (sd_bus_error_has_name(&error, SD_BUS_ERROR_SERVICE_UNKNOWN) ||
+               sd_bus_error_has_name(&error, SD_BUS_ERROR_NAME_HAS_NO_OWNER)) {
+      result = Called::noAgent;
+    } else {
+      std::cerr << (error.name ? error.name : "error") << ": "
+                << (error.message ? error.message : "") << "\n";
+    }
+  }
+  sd_bus_error_free(&error);
+  sd_bus_message_unref(reply);
+  sd_bus_message_unref(call);
+  return result;
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
   using namespace velmo;
   const bool exact = argc > 1 && std::string(argv[1]) == "--exact";
+  const bool calls = argc > 1 && std::string(argv[1]) == "--call";
+  if (calls) {
+    --argc;
+    ++argv;
+  }
   if (exact && argc < 3) {
     std::cerr << "usage: velmo-bus-post --exact NAME [OBJECT [KEY=VALUE...]]\n";
     return 64;
@@ -56,6 +102,9 @@ int main(int argc, char** argv) {
       if (!info) info.emplace();
       info->emplace(pair.substr(0, equals), core::PlistValue(pair.substr(equals + 1)));
     }
+    const platform::DistributedNotification notification{argv[2], object, info};
+    const Called called = callPost(connection.bus(), notification);
+    if (called != Called::noAgent) return called == Called::taken ? 0 : 1;
     center.post(argv[2], object, info);
     context.poll();
     connection.flush();
@@ -72,7 +121,11 @@ int main(int argc, char** argv) {
                        {"data", core::PlistValue(core::PlistData{0, 1, 255})}})}};
     std::optional<std::string> object;
     if (prefix) object = prefix + std::to_string(cycle ? i % cycle : i) + suffix;
-    center.post(name, object, info);
+    if (!calls) {
+      center.post(name, object, info);
+    } else if (callPost(connection.bus(), {name, object, info}) != Called::taken) {
+      return 1;
+    }
   }
   context.poll();
   connection.flush();

@@ -23,12 +23,12 @@ class ActiveIntervalManagerTest : public ::testing::Test, protected testing::Age
   void SetUp() override {
     controller_ =
         items::UIController::make({context_.get_executor(), context_.get_executor(), clock_, files_,
-                                   paths_, distributed_, notifications_, queue_, malformedPosts_},
+                                   paths_, distributed_, notifications_, queue_, postLog_},
                                   nullptr);
     clock_.runUntilIdle();
     manager_ = std::make_unique<ActiveIntervalManager>(
         ActiveIntervalManager::Collaborators{context_.get_executor(), clock_, distributed_,
-                                             terminations_, runner_, malformedPosts_, queue_},
+                                             terminations_, runner_, postLog_, queue_},
         controller_);
   }
   void list(const std::vector<core::UpdateItem>& items) {

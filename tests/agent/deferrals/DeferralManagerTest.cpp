@@ -36,7 +36,7 @@ class DeferralManagerTest : public ::testing::Test, protected testing::AgentFake
   }
 
   DeferralManager manager_{{context_.get_executor(), context_.get_executor(), clock_, files_,
-                            paths_, distributed_, notifications_, malformedPosts_}};
+                            paths_, distributed_, notifications_, postLog_}};
 };
 
 TEST_F(DeferralManagerTest, DeferralsCountPerAppAndVersionAndAnInstallClearsThemAll) {

@@ -86,12 +86,11 @@ class StateFileFaultTest : public ::testing::Test, protected testing::AgentFakes
   }
 
   deferrals::DeferralManager deferrals_{{context_.get_executor(), context_.get_executor(), clock_,
-                                         files_, paths_, distributed_, notifications_,
-                                         malformedPosts_}};
+                                         files_, paths_, distributed_, notifications_, postLog_}};
   items::VelmoAgentQueue queue_{{context_.get_executor(), clock_, defaults_, runner_}};
   std::shared_ptr<items::UIController> controller_ =
       items::UIController::make({context_.get_executor(), context_.get_executor(), clock_, files_,
-                                 paths_, distributed_, notifications_, queue_, malformedPosts_},
+                                 paths_, distributed_, notifications_, queue_, postLog_},
                                 nullptr);
   run::PlistManager runState_{files_, paths_.agentStateFile(),
                               run::PlistManager::Retries{clock_, context_.get_executor()}};

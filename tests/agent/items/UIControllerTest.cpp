@@ -35,7 +35,7 @@ class UIControllerTest : public ::testing::Test, protected testing::AgentFakes {
                                       .distributedCenter = distributed_,
                                       .notificationCenter = notifications_,
                                       .agentQueue = queue_,
-                                      .malformedPosts = malformedPosts_},
+                                      .postLog = postLog_},
                                      nullptr);
     if (finishLoad) settle();
   }

@@ -10,7 +10,10 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <future>
 
+#include "platform/linux/SdBusAgentObject.h"
 #include "platform/linux/SystemClock.h"
 #include "tests/support/BusTesting.h"
 #include "tests/support/LogCapture.h"
@@ -88,23 +91,28 @@ TEST_F(SdBusNotificationCenterTest, PostsReachTheirOwnProcessIntact) {
   EXPECT_EQ(received_[1].userInfo, std::nullopt);
 }
 
-// Each post carries its sender's account; root-only names from others reach nobody.
-TEST_F(SdBusNotificationCenterTest, PostsCarryTheSendersAccountAndRootOnlyNamesNeedRoot) {
-  if (::geteuid() != 0 || std::system("command -v setpriv >/dev/null") != 0) {
-    GTEST_SKIP() << "needs root and setpriv";
-  }
-  // The bus socket's folder must let the other account through.
+// Whether another account can be posted as; lets it reach the bus socket.
+bool canPostAsAnotherAccount() {
+  if (::geteuid() != 0 || std::system("command -v setpriv >/dev/null") != 0) return false;
   const std::string address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
   const std::filesystem::path socket = address.substr(address.find('=') + 1);
   std::filesystem::permissions(socket.parent_path(), std::filesystem::perms::others_exec,
                                std::filesystem::perm_options::add);
-  SdBusNotificationCenter guarded(connection_, {"com.example.rootOnly"});
+  return true;
+}
+
+const std::string kAsUser = "setpriv --reuid=65534 --regid=65534 --clear-groups ";
+
+// Each post carries its sender's account; root-only names from others reach nobody.
+TEST_F(SdBusNotificationCenterTest, PostsCarryTheSendersAccountAndRootOnlyNamesNeedRoot) {
+  if (!canPostAsAnotherAccount()) GTEST_SKIP() << "needs root and setpriv";
+  SdBusNotificationCenter guarded(connection_, {.rootOnlyNames = {"com.example.rootOnly"}});
   std::vector<std::pair<std::string, std::uint32_t>> seen;
   for (const char* name : {"com.example.rootOnly", "com.example.open"}) {
     guarded.addObserver(name, [&](const auto& n) { seen.emplace_back(*n.object, n.senderUid); });
   }
   const std::string post = testing::testProgram("velmo-bus-post").string();
-  const std::string asUser = "setpriv --reuid=65534 --regid=65534 --clear-groups " + post;
+  const std::string asUser = kAsUser + post;
   for (const std::string& command :
        {asUser + " com.example.rootOnly 1 user", asUser + " com.example.open 1 user",
         post + " com.example.rootOnly 1 root"}) {
@@ -118,6 +126,69 @@ TEST_F(SdBusNotificationCenterTest, PostsCarryTheSendersAccountAndRootOnlyNamesN
             std::vector<std::string>{"Ignored com.example.rootOnly from uid 65534: only root may "
                                      "post it."});
 }
+
+// Posts as calls of the Post method, from programs that exit as soon as they
+// are answered: the caller hears whether its post was taken, and root's go on
+// to the other listeners as the signal.
+struct CallCase {
+  const char* name;
+  bool asUser;
+  const char* notification;
+  std::size_t objectSize;
+  const char* refusal;  // Part of the error the caller prints; nullptr when taken.
+};
+
+void PrintTo(const CallCase& c, std::ostream* os) { *os << c.name; }
+
+class PostCalls : public SdBusNotificationCenterTest,
+                  public ::testing::WithParamInterface<CallCase> {};
+
+TEST_P(PostCalls, AnswerTheCaller) {
+  if (!canPostAsAnotherAccount()) GTEST_SKIP() << "needs root and setpriv";
+  const CallCase& c = GetParam();
+  SdBusNotificationCenter served(connection_,
+                                 {.rootOnlyNames = {"com.example.rootOnly"}, .servePost = true});
+  SdBusAgentObject named(connection_);  // Callers address the agent's name.
+  SdBusConnection otherConnection(context_.get_executor(), clock_);
+  otherConnection.start();
+  SdBusNotificationCenter other(otherConnection);
+  std::vector<DistributedNotification> taken, relayed;
+  served.addObserver(c.notification, [&](const auto& n) { taken.push_back(n); });
+  other.addObserver(c.notification, [&](const auto& n) { relayed.push_back(n); });
+  serveFor(std::chrono::milliseconds(100));
+
+  const std::string errors = ::testing::TempDir() + "post-call-errors-" + c.name;
+  const std::string command =
+      (c.asUser ? kAsUser : "") + testing::testProgram("velmo-bus-post").string() + " --exact " +
+      c.notification + " " + std::string(c.objectSize, 'o') + " 2>" + errors;
+  auto status = std::async(std::launch::async, [&] { return std::system(command.c_str()); });
+  ASSERT_TRUE(runUntil(context_, [&] {
+    return status.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+  }));
+  serveFor(std::chrono::milliseconds(200));
+  std::ifstream printed(errors);
+  const std::string error((std::istreambuf_iterator<char>(printed)), {});
+  if (c.refusal) {
+    EXPECT_NE(status.get(), 0);
+    EXPECT_NE(error.find(c.refusal), std::string::npos) << error;
+    EXPECT_TRUE(taken.empty());
+  } else {
+    EXPECT_EQ(status.get(), 0) << error;
+    ASSERT_EQ(taken.size(), 1u);
+    EXPECT_EQ(taken[0].senderUid, c.asUser ? 65534u : 0u);
+  }
+  EXPECT_EQ(relayed.size(), !c.refusal && !c.asUser ? 1u : 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, PostCalls,
+    ::testing::Values(CallCase{"RootsRootOnlyPost", false, "com.example.rootOnly", 8, nullptr},
+                      CallCase{"OthersOpenPost", true, "com.example.open", 8, nullptr},
+                      CallCase{"OthersRootOnlyPost", true, "com.example.rootOnly", 8,
+                               "AccessDenied: Ignored com.example.rootOnly from uid 65534"},
+                      CallCase{"TooLarge", false, "com.example.open",
+                               SdBusNotificationCenter::kDefaultSizeLimit, "InvalidArgs"}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 // Signals that are no post of an observed name: each malformed one names an
 // observed notification in arg0, so it does reach the centre's match and
@@ -139,7 +210,8 @@ TEST_P(UnusableSignals, AreNeverDelivered) {
   observe("");
   sendRaw(GetParam().interface, GetParam().build);
   // A good post after the bad one shows that the bad one has been handled.
-  center_.post(kName, "after");
+  sendRaw(SdBusNotificationCenter::kInterface,
+          [](sd_bus_message* m) { sd_bus_message_append(m, "sasa{sv}", kName, 1, "after", 0); });
   ASSERT_TRUE(runUntil(context_, [&] { return received_.size() == 1; }));
   serveFor(std::chrono::milliseconds(50));
   ASSERT_EQ(received_.size(), 1u);
@@ -180,6 +252,12 @@ INSTANTIATE_TEST_SUITE_P(
                        sd_bus_message_append(m, "sasa{sv}", kName, 0, 1, "k", "a{is}", 1, 7, "x");
                      },
                      "keys must be strings"},
+        UnusableCase{"TooLarge",
+                     [](sd_bus_message* m) {
+                       const std::string object(SdBusNotificationCenter::kDefaultSizeLimit, 'x');
+                       sd_bus_message_append(m, "sasa{sv}", kName, 1, object.c_str(), 0);
+                     },
+                     "larger than the 65536 bytes allowed"},
         UnusableCase{"EmptyName",
                      [](sd_bus_message* m) { sd_bus_message_append(m, "sasa{sv}", "", 0, 0); },
                      "empty notification name"},
