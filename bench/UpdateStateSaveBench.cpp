@@ -46,11 +46,11 @@ void BM_SaveUpdateState(benchmark::State& state) {
   platform::fake::FakeProcessLauncher launcher(clock);
   agent::run::VelmoRunner runner(launcher, clock, "/tool/velmo");
   agent::items::VelmoAgentQueue queue({context.get_executor(), clock, defaults, runner});
-  core::MalformedPostLog malformedPosts(clock, context.get_executor());
-  auto controller = agent::items::UIController::make(
-      {context.get_executor(), context.get_executor(), clock, files, paths, distributed,
-       notifications, queue, malformedPosts},
-      nullptr);
+  core::PostLog postLog(clock, context.get_executor());
+  auto controller =
+      agent::items::UIController::make({context.get_executor(), context.get_executor(), clock,
+                                        files, paths, distributed, notifications, queue, postLog},
+                                       nullptr);
   context.run();  // The load of the items.
   if (controller->updateItems().size() != static_cast<std::size_t>(state.range(0))) {
     state.SkipWithError("load failed");

@@ -8,7 +8,7 @@
 #include <asio/io_context.hpp>
 
 #include "agent/run/VelmoRunner.h"
-#include "core/logging/MalformedPostLog.h"
+#include "core/logging/PostLog.h"
 #include "core/notifications/NotificationCenter.h"
 #include "mdm/ManagedPrefs.h"
 #include "platform/Paths.h"
@@ -78,7 +78,7 @@ class AgentFakes {
   platform::fake::FakeWorkspaceEvents workspace_;
   platform::fake::FakeProcessLauncher launcher_{clock_};
   agent::run::VelmoRunner runner_{launcher_, clock_, "/tool/velmo"};
-  core::MalformedPostLog malformedPosts_{clock_, context_.get_executor()};
+  core::PostLog postLog_{clock_, context_.get_executor()};
 };
 
 }  // namespace velmo::testing
