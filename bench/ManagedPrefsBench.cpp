@@ -44,7 +44,7 @@ void BM_AwaitableBoolGetter(benchmark::State& state) {
   velmo::platform::fake::VirtualClock clock(context);
   velmo::platform::fake::FakePreferenceStores stores;
   stores.setManaged("com.marvenith.velmo-agent", profile());
-  velmo::platform::fake::FakeDistributedNotificationCenter distributed(context.get_executor());
+  velmo::platform::fake::FakeDistributedNotificationCenter distributed(context.get_executor(), 0);
   velmo::core::NotificationCenter notifications;
   velmo::platform::fake::FakeWorkspaceEvents workspace;
   velmo::mdm::ManagedPrefs prefs(

@@ -40,7 +40,7 @@ void BM_SaveUpdateState(benchmark::State& state) {
 
   asio::io_context context;
   platform::fake::VirtualClock clock(context);
-  platform::fake::FakeDistributedNotificationCenter distributed(context.get_executor());
+  platform::fake::FakeDistributedNotificationCenter distributed(context.get_executor(), 0);
   core::NotificationCenter notifications;
   platform::fake::FakeUserDefaults defaults;
   platform::fake::FakeProcessLauncher launcher(clock);

@@ -21,8 +21,9 @@ struct DistributedNotification {
   std::optional<std::string> object;
   std::optional<core::PlistDictionary> userInfo;
   // The account of the process that posted it, as the bus vouches for it.
-  // This process's own posts come from its own account.
-  std::uint32_t senderUid = 0;
+  // This process's own posts come from its own account. Unknown until
+  // something vouches for it, so that a post nobody checked is trusted least.
+  std::uint32_t senderUid = kUnknownSender;
   // The receiving centre's number for this post, from 1 up: every observer
   // of one post sees the same number. 0 where no centre numbered it.
   std::uint64_t postNumber = 0;

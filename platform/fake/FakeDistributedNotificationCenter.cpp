@@ -4,18 +4,36 @@
 
 namespace velmo::platform::fake {
 
-FakeDistributedNotificationCenter::FakeDistributedNotificationCenter(asio::any_io_executor executor)
-    : executor_(std::move(executor)) {}
+FakeDistributedNotificationCenter::FakeDistributedNotificationCenter(
+    asio::any_io_executor executor, std::uint32_t processUid,
+    std::set<std::string, std::less<>> rootOnlyNames)
+    : executor_(std::move(executor)),
+      processUid_(processUid),
+      rootOnlyNames_(std::move(rootOnlyNames)) {}
 
 void FakeDistributedNotificationCenter::post(std::string_view name,
                                              std::optional<std::string> object,
                                              std::optional<core::PlistDictionary> userInfo) {
   DistributedNotification notification{std::string(name), std::move(object), std::move(userInfo)};
+  notification.senderUid = processUid_;
   posts_.push_back(notification);
+  dispatch(std::move(notification));
+}
+
+void FakeDistributedNotificationCenter::deliver(std::uint32_t senderUid, std::string_view name,
+                                                std::optional<std::string> object,
+                                                std::optional<core::PlistDictionary> userInfo) {
+  DistributedNotification notification{std::string(name), std::move(object), std::move(userInfo)};
+  notification.senderUid = senderUid;
   deliver(std::move(notification));
 }
 
 void FakeDistributedNotificationCenter::deliver(DistributedNotification notification) {
+  if (!notification.isFromRoot() && rootOnlyNames_.count(notification.name)) return;
+  dispatch(std::move(notification));
+}
+
+void FakeDistributedNotificationCenter::dispatch(DistributedNotification notification) {
   notification.postNumber = ++deliveredPosts_;
   asio::post(executor_, [this, notification = std::move(notification)] {
     // Observers are looked up at delivery, so one removed meanwhile isn't called.

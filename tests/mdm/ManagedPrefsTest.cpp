@@ -39,7 +39,7 @@ class ManagedPrefsTest : public ::testing::Test {
   asio::io_context context_;
   platform::fake::VirtualClock clock_{context_};
   platform::fake::FakePreferenceStores stores_;
-  platform::fake::FakeDistributedNotificationCenter distributed_{context_.get_executor()};
+  platform::fake::FakeDistributedNotificationCenter distributed_{context_.get_executor(), 0};
   core::NotificationCenter notifications_;
   platform::fake::FakeWorkspaceEvents workspace_;
 };
@@ -63,10 +63,10 @@ TEST_F(ManagedPrefsTest, AStormOfChangesCausesOneReload200msAfterTheLast) {
   for (int i = 0; i < 100; ++i) {
     switch (i % 4) {
       case 0:
-        distributed_.deliver("com.apple.MCX.changedDomains");
+        distributed_.deliver(0, "com.apple.MCX.changedDomains");
         break;
       case 1:
-        distributed_.deliver("com.apple.configurationprofiles.payloadChanged");
+        distributed_.deliver(0, "com.apple.configurationprofiles.payloadChanged");
         break;
       case 2:
         notifications_.post("NSUserDefaultsDidChangeNotification");

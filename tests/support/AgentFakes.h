@@ -10,6 +10,7 @@
 #include "agent/run/VelmoRunner.h"
 #include "core/logging/PostLog.h"
 #include "core/notifications/NotificationCenter.h"
+#include "core/notifications/NotificationNames.h"
 #include "mdm/ManagedPrefs.h"
 #include "platform/Paths.h"
 #include "platform/fake/FakeDistributedNotificationCenter.h"
@@ -73,7 +74,11 @@ class AgentFakes {
   platform::fake::FakeFileManager files_;
   platform::fake::FakeUserDefaults defaults_;
   platform::fake::FakePreferenceStores stores_;
-  platform::fake::FakeDistributedNotificationCenter distributed_{context_.get_executor()};
+  // The agent runs as root; the bus refuses root's names from anyone else.
+  platform::fake::FakeDistributedNotificationCenter distributed_{
+      context_.get_executor(),
+      0,
+      {core::NotificationName::rootOnly.begin(), core::NotificationName::rootOnly.end()}};
   core::NotificationCenter notifications_;
   platform::fake::FakeWorkspaceEvents workspace_;
   platform::fake::FakeProcessLauncher launcher_{clock_};

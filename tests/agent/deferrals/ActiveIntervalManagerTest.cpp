@@ -35,7 +35,7 @@ class ActiveIntervalManagerTest : public ::testing::Test, protected testing::Age
     deliver(Name::addItemsToUIControllerQueue, core::UpdateItem::jsonText(items));
   }
   void deliver(std::string_view name, std::optional<std::string> object) {
-    distributed_.deliver(name, std::move(object));
+    distributed_.deliver(0, name, std::move(object));
     clock_.runUntilIdle();
   }
   void deferred(const core::UpdateItem& forItem, Kind kind = Kind::deferral) {

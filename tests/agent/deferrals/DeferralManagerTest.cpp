@@ -23,7 +23,7 @@ class DeferralManagerTest : public ::testing::Test, protected testing::AgentFake
  protected:
   void respond(const core::UpdateItem& forItem, core::ResponseType response) {
     const auto text = core::DialogResponse::fromItem(forItem, response).jsonText();
-    distributed_.deliver(Name::dialogResponse, text);
+    distributed_.deliver(0, Name::dialogResponse, text);
     clock_.advance(std::chrono::minutes(1));
   }
   core::DeferralMap records() const {
@@ -60,7 +60,7 @@ TEST_F(DeferralManagerTest, DeferralsCountPerAppAndVersionAndAnInstallClearsThem
   EXPECT_EQ(records().at("com.example.app_3.0").deferralCount, 1);
   EXPECT_EQ(changedPosts(), 5u);
 
-  distributed_.deliver(Name::didPerformInstall, item("com.example.app").jsonText());
+  distributed_.deliver(0, Name::didPerformInstall, item("com.example.app").jsonText());
   clock_.runUntilIdle();
   EXPECT_EQ(records().size(), 1u);
   EXPECT_EQ(records().count("other_2.0"), 1u);
@@ -92,7 +92,7 @@ TEST_F(DeferralManagerTest, RemovalGoesByTheRecordsOwnAppIDUnderscoresAndAll) {
 TEST_F(DeferralManagerTest, ABurstIsFoldedAndTheFileKeepsItsBounds) {
   const auto deliver = [&](const std::string& id, Kind kind) {
     const auto text = core::DialogResponse::fromItem(item(id), {kind, ""}).jsonText();
-    distributed_.deliver(Name::dialogResponse, text);
+    distributed_.deliver(0, Name::dialogResponse, text);
   };
   // One record too many: the one deferred longest ago goes, though all of
   // one second look alike in the file.

@@ -47,12 +47,12 @@ class StateFileFaultTest : public ::testing::Test, protected testing::AgentFakes
     switch (file) {
       case StateFile::deferrals:
         distributed_.deliver(
-            Name::dialogResponse,
+            0, Name::dialogResponse,
             core::DialogResponse::fromItem(item(n), {core::ResponseType::Kind::deferral, ""})
                 .jsonText());
         break;
       case StateFile::updateState:
-        distributed_.deliver(Name::addItemsToUIControllerQueue,
+        distributed_.deliver(0, Name::addItemsToUIControllerQueue,
                              core::UpdateItem::jsonText(std::vector{item(n)}));
         break;
       case StateFile::agentState:

@@ -54,9 +54,14 @@ class UIControllerTest : public ::testing::Test, protected testing::AgentFakes {
       settle();
     }
   }
+  // As root's programs post.
   void deliver(std::string_view name, std::optional<std::string> object,
                std::optional<core::PlistDictionary> info = std::nullopt) {
-    distributed_.deliver(name, std::move(object), std::move(info));
+    deliverFrom(0, name, std::move(object), std::move(info));
+  }
+  void deliverFrom(std::uint32_t uid, std::string_view name, std::optional<std::string> object,
+                   std::optional<core::PlistDictionary> info = std::nullopt) {
+    distributed_.deliver(uid, name, std::move(object), std::move(info));
     settle();
   }
   std::vector<std::string> ids() const {
@@ -172,7 +177,7 @@ TEST_F(UIControllerTest, OnlyInstalledRemovesAndOnlyAfterThreeSeconds) {
 TEST_F(UIControllerTest, ItemsThatArriveBeforeTheLoadEndsAreKept) {
   files_.addFile(paths_.updateStateFile(), arrayJSON({"x", "y", "z"}));
   start(/*finishLoad=*/false);
-  distributed_.deliver(Name::addItemsToUIControllerQueue, arrayJSON({"new", "y"}));
+  distributed_.deliver(0, Name::addItemsToUIControllerQueue, arrayJSON({"new", "y"}));
   clock_.runUntilIdle();
   EXPECT_FALSE(controller_->isLoaded());
   settle();
@@ -190,6 +195,42 @@ TEST_F(UIControllerTest, AnEnqueuedItemGoesToTheQueueNotToTheList) {
   EXPECT_EQ(launcher_.launches().size(), 2u);
   EXPECT_EQ(ids(), std::vector<std::string>{"a"});
 }
+
+// Who may do what: root lists items and installs anything; any other
+// account, known or not, installs only what is listed.
+struct SenderCase {
+  const char* name;
+  std::uint32_t uid;
+  bool lists;
+  bool installsUnlisted;
+};
+
+void PrintTo(const SenderCase& c, std::ostream* os) { *os << c.name; }
+
+class UIControllerSenders : public UIControllerTest,
+                            public ::testing::WithParamInterface<SenderCase> {};
+
+TEST_P(UIControllerSenders, DecideWhatIsListedAndInstalled) {
+  const SenderCase& c = GetParam();
+  start();
+  deliver(Name::addItemsToUIControllerQueue, arrayJSON({"listed"}));
+  deliverFrom(c.uid, Name::addItemsToUIControllerQueue, arrayJSON({"added"}));
+  EXPECT_EQ(ids(), c.lists ? (std::vector<std::string>{"listed", "added"})
+                           : std::vector<std::string>{"listed"});
+  deliverFrom(c.uid, Name::enqueueUpdateItem, itemJSON("listed"));
+  deliverFrom(c.uid, Name::enqueueUpdateItem, itemJSON("unlisted"));
+  std::vector<std::string> installed;
+  for (const auto& launch : launcher_.launches()) installed.push_back(launch.arguments.at(1));
+  EXPECT_EQ(installed, c.installsUnlisted ? (std::vector<std::string>{"listed", "unlisted"})
+                                          : std::vector<std::string>{"listed"});
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, UIControllerSenders,
+    ::testing::Values(SenderCase{"Root", 0, true, true}, SenderCase{"User", 501, false, false},
+                      SenderCase{"Unknown", platform::DistributedNotification::kUnknownSender,
+                                 false, false}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 // An add that would take the list beyond its bound is refused whole; one that
 // fills it exactly, overwriting as it goes, is taken.

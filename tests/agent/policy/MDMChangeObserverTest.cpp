@@ -27,7 +27,7 @@ class MDMChangeObserverTest : public ::testing::Test {
   }
 
   void notify(PlistArray domains) {
-    distributed_.deliver("com.apple.MCX._managementStatusChangedForDomains", std::nullopt,
+    distributed_.deliver(0, "com.apple.MCX._managementStatusChangedForDomains", std::nullopt,
                          PlistDictionary{{"com.apple.MCX.changedDomains", std::move(domains)}});
     clock_.runUntilIdle();
   }
@@ -35,7 +35,7 @@ class MDMChangeObserverTest : public ::testing::Test {
   asio::io_context context_;
   platform::fake::VirtualClock clock_{context_};
   testing::LogCapture capture_{&clock_};
-  platform::fake::FakeDistributedNotificationCenter distributed_{context_.get_executor()};
+  platform::fake::FakeDistributedNotificationCenter distributed_{context_.get_executor(), 0};
   platform::fake::FakeUserDefaults defaults_;
   std::unique_ptr<MDMChangeObserver> observer_ = std::make_unique<MDMChangeObserver>(
       MDMChangeObserver::Collaborators{context_.get_executor(), clock_, distributed_, defaults_},

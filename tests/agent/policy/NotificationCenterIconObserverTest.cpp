@@ -39,7 +39,7 @@ class NotificationCenterIconObserverTest : public ::testing::Test, protected tes
   void notify(const std::string& domain) {
     for (const char* name :
          {"com.apple.MCX._managementStatusChangedForDomains", "com.apple.MCX.changedDomains"}) {
-      distributed_.deliver(name, std::nullopt,
+      distributed_.deliver(0, name, std::nullopt,
                            core::PlistDictionary{{"com.apple.MCX.changedDomains",
                                                   core::PlistArray{core::PlistValue(domain)}}});
     }

@@ -52,7 +52,7 @@ TEST_F(VelmoRunJobTest, EachCommandGetsTheTimeLimitOfItsVerb) {
   launcher_.enqueue({.exitAfterTerminate = seconds(0)});  // install: never ends by itself
   launcher_.enqueue({.exitAfterTerminate = seconds(0)});  // update-all: the same
   const auto install = clock_.scheduleAfter(hours(1), context_.get_executor(), [this] {
-    distributed_.deliver(core::NotificationName::didPerformInstall);
+    distributed_.deliver(0, core::NotificationName::didPerformInstall);
   });
   EXPECT_EQ(runJob(), hours(2) + std::chrono::minutes(90));
   EXPECT_EQ(capture_.errors().size(), 4u);  // Two time-out lines, two exit-code lines.

@@ -66,7 +66,7 @@ class ManagedPreferencesWatcherTest : public ::testing::Test {
   Paths paths_{makeRoot()};
   asio::io_context context_;
   fake::VirtualClock clock_{context_};
-  fake::FakeDistributedNotificationCenter distributed_{context_.get_executor()};
+  fake::FakeDistributedNotificationCenter distributed_{context_.get_executor(), 0};
   core::NotificationCenter inProcess_;
   int userDefaultsChanges_ = 0;
   std::unique_ptr<ManagedPreferencesWatcher> watcher_;
