@@ -7,8 +7,6 @@
 namespace velmo::mdm {
 namespace {
 
-ManagedPrefs* sharedInstance = nullptr;
-
 // Profile and managed-preference changes, as the platform announces them.
 constexpr std::array<std::string_view, 4> kChangeNotifications{
     "com.apple.configurationprofiles.profileListChanged",
@@ -47,12 +45,7 @@ ManagedPrefs::~ManagedPrefs() {
   collaborators_.workspaceEvents.removeObserver(wakeToken_);
   for (auto token : distributedTokens_) collaborators_.distributedCenter.removeObserver(token);
   collaborators_.notificationCenter.removeObserver(defaultsToken_);
-  if (sharedInstance == this) sharedInstance = nullptr;
 }
-
-ManagedPrefs& ManagedPrefs::shared() { return *sharedInstance; }
-
-void ManagedPrefs::setShared(ManagedPrefs* instance) { sharedInstance = instance; }
 
 void ManagedPrefs::load() {
   cache_ = std::make_shared<const PreferenceSnapshot>(

@@ -51,10 +51,6 @@ class ManagedPrefs {
   ManagedPrefs(const ManagedPrefs&) = delete;
   ManagedPrefs& operator=(const ManagedPrefs&) = delete;
 
-  // The instance the composition root installed; tests make their own.
-  static ManagedPrefs& shared();
-  static void setShared(ManagedPrefs* instance);
-
   asio::awaitable<std::string> string(std::string key, ManagedDomain domain, std::string fallback);
   asio::awaitable<bool> boolValue(std::string key, ManagedDomain domain, bool fallback);
   asio::awaitable<std::int64_t> intValue(std::string key, ManagedDomain domain,

@@ -27,6 +27,56 @@ void checkPlist(const ConsoleInputs& inputs, const std::filesystem::path& path,
   readAnything = true;
 }
 
+// Every store of every domain the agent reads.
+void checkPreferenceFiles(const ConsoleInputs& inputs, AgentFacts& facts) {
+  for (const auto domain : mdm::kAllManagedDomains) {
+    const auto name = mdm::rawValue(domain);
+    for (const auto& path :
+         {inputs.paths.managedPreferencesFile(name), inputs.paths.rootPreferencesFile(name),
+          inputs.paths.machinePreferencesFile(name)}) {
+      checkPlist(inputs, path, facts.problems, facts.readAnything);
+    }
+  }
+}
+
+// The counts and dates runs and housekeeping leave in the agent's state file.
+void readState(const ConsoleInputs& inputs, AgentFacts& facts) {
+  const run::PlistManager state(inputs.files, inputs.paths.agentStateFile());
+  const auto integer = [&](run::PlistKey key) -> std::int64_t {
+    const auto value = state.value(key);
+    const auto* number = value ? value->getIf<std::int64_t>() : nullptr;
+    return number ? *number : 0;
+  };
+  const auto date = [&](run::PlistKey key) -> std::optional<platform::TimePoint> {
+    const auto value = state.value(key);
+    const auto* stamp = value ? value->getIf<core::PlistDate>() : nullptr;
+    if (!stamp) return std::nullopt;
+    return stamp->value;
+  };
+  facts.runCount = integer(run::PlistKey::updateTaskRunCount);
+  facts.lastRun = date(run::PlistKey::lastUpdateTaskRun);
+  facts.maintenanceCount = integer(run::PlistKey::maintenanceTaskRunCount);
+  facts.lastMaintenance = date(run::PlistKey::lastMaintenanceTaskRun);
+}
+
+// A missing file holds nothing; one that is there but doesn't decode is a
+// problem, said in `damaged`, and leaves `target` empty.
+template <typename T, typename Decode>
+void readList(const ConsoleInputs& inputs, const std::filesystem::path& file, Decode decode,
+              const std::string& damaged, std::optional<T>& target, AgentFacts& facts) {
+  if (!inputs.files.fileExists(file)) {
+    target.emplace();
+    return;
+  }
+  const auto bytes = inputs.files.readFile(file);
+  if (bytes.ok()) target = decode(bytes.value());
+  if (target) {
+    facts.readAnything = true;
+  } else {
+    facts.problems.push_back(file.string() + damaged);
+  }
+}
+
 }  // namespace
 
 AgentFacts AgentFacts::gather(const ConsoleInputs& inputs) {
@@ -44,58 +94,12 @@ AgentFacts AgentFacts::gather(const ConsoleInputs& inputs) {
   static const core::CustomLogger logger("Console");
   facts.runPolicy = run::VelmoRunJob::readPolicy(inputs.userDefaults, snapshot, logger);
   facts.policyKeys = PolicyKey::readAll(inputs, snapshot);
-
-  for (const auto domain : mdm::kAllManagedDomains) {
-    const auto name = mdm::rawValue(domain);
-    for (const auto& path :
-         {inputs.paths.managedPreferencesFile(name), inputs.paths.rootPreferencesFile(name),
-          inputs.paths.machinePreferencesFile(name)}) {
-      checkPlist(inputs, path, facts.problems, facts.readAnything);
-    }
-  }
-
-  const run::PlistManager state(inputs.files, inputs.paths.agentStateFile());
-  const auto integer = [&](run::PlistKey key) -> std::int64_t {
-    const auto value = state.value(key);
-    const auto* number = value ? value->getIf<std::int64_t>() : nullptr;
-    return number ? *number : 0;
-  };
-  const auto date = [&](run::PlistKey key) -> std::optional<platform::TimePoint> {
-    const auto value = state.value(key);
-    const auto* stamp = value ? value->getIf<core::PlistDate>() : nullptr;
-    if (!stamp) return std::nullopt;
-    return stamp->value;
-  };
-  facts.runCount = integer(run::PlistKey::updateTaskRunCount);
-  facts.lastRun = date(run::PlistKey::lastUpdateTaskRun);
-  facts.maintenanceCount = integer(run::PlistKey::maintenanceTaskRunCount);
-  facts.lastMaintenance = date(run::PlistKey::lastMaintenanceTaskRun);
-
-  const auto itemsFile = inputs.paths.updateStateFile();
-  if (inputs.files.fileExists(itemsFile)) {
-    const auto bytes = inputs.files.readFile(itemsFile);
-    if (bytes.ok()) facts.items = core::UpdateItem::arrayFromJSONText(bytes.value());
-    if (facts.items) {
-      facts.readAnything = true;
-    } else {
-      facts.problems.push_back(itemsFile.string() + " can't be read as a list of update items.");
-    }
-  } else {
-    facts.items.emplace();
-  }
-  const auto deferralsFile = inputs.paths.deferralsFile();
-  if (inputs.files.fileExists(deferralsFile)) {
-    const auto bytes = inputs.files.readFile(deferralsFile);
-    if (bytes.ok()) facts.deferrals = core::decodeDeferralMap(bytes.value());
-    if (facts.deferrals) {
-      facts.readAnything = true;
-    } else {
-      facts.problems.push_back(deferralsFile.string() +
-                               " can't be read as deferrals; the agent reads it as empty.");
-    }
-  } else {
-    facts.deferrals.emplace();
-  }
+  checkPreferenceFiles(inputs, facts);
+  readState(inputs, facts);
+  readList(inputs, inputs.paths.updateStateFile(), core::UpdateItem::arrayFromJSONText,
+           " can't be read as a list of update items.", facts.items, facts);
+  readList(inputs, inputs.paths.deferralsFile(), core::decodeDeferralMap,
+           " can't be read as deferrals; the agent reads it as empty.", facts.deferrals, facts);
   facts.agent = inputs.agent.read();
   if (facts.agent) facts.readAnything = true;
   return facts;

@@ -129,6 +129,75 @@ std::optional<std::string> defaultsReading(const KeyRule& rule, const core::Plis
   return std::nullopt;
 }
 
+// The reading of an unset or unusable value: what the agent uses instead.
+std::string fallbackReading(const KeyRule& rule) {
+  switch (rule.kind) {
+    case Kind::boolean:
+      return rule.fallback ? "true" : "false";
+    case Kind::interval:
+      return "every " + core::durationDescription(run::RunPlanner::kDefaultInterval);
+    case Kind::splay:
+      return "no spread";
+    case Kind::channel:
+      return "the tool's entry " +
+             std::string(run::RunCommandBuilder::updateChannelLabel(std::nullopt));
+    case Kind::windows:
+      return "none";
+    case Kind::ids:
+      return "0 IDs";
+    case Kind::text:
+      return "unset";
+  }
+  return "";
+}
+
+// Where the key's value comes from: the managed store wins, then root's, then
+// the machine-wide one, which the snapshot road never reads.
+void findSource(const KeyRule& rule, const ConsoleInputs& inputs, PolicyKey& key) {
+  const auto managed = lookUp(inputs.stores.managedValues(key.domain), rule.key);
+  const auto root = lookUp(inputs.stores.copyAllValues(key.domain), rule.key);
+  const auto machine = rule.road == Road::snapshot
+                           ? std::nullopt
+                           : lookUp(inputs.stores.machineValues(key.domain), rule.key);
+  if (managed) {
+    key.source = "managed";
+    key.value = managed;
+  } else if (root) {
+    key.source = "root's store";
+    key.value = root;
+  } else if (machine) {
+    key.source = "machine-wide";
+    key.value = machine;
+  } else {
+    key.source = "default";
+  }
+}
+
+// What the agent takes, by the road it reads the key.
+void takeReading(const KeyRule& rule, const ConsoleInputs& inputs,
+                 const mdm::PreferenceSnapshot& snapshot, PolicyKey& key) {
+  if (rule.road == Road::snapshot) {
+    key.reading =
+        rule.kind == Kind::boolean
+            ? (snapshot.boolValue(rule.key, rule.domain, rule.fallback) ? "true" : "false")
+            : "\"" + snapshot.string(rule.key, rule.domain, "") + "\"";
+  } else if (rule.road == Road::looseDefaults) {
+    key.reading =
+        mdm::PreferenceConversions::boolForKey(inputs.userDefaults, rule.key) ? "true" : "false";
+  } else if (key.value) {
+    if (auto reading = defaultsReading(rule, *key.value, inputs)) {
+      key.reading = std::move(*reading);
+    } else {
+      key.ignored = true;
+    }
+  }
+  if (!key.value || key.ignored) {
+    const std::string fallback = fallbackReading(rule);
+    if (key.reading.empty()) key.reading = fallback;
+    if (key.ignored) key.reading = "unusable, read as " + fallback;
+  }
+}
+
 }  // namespace
 
 std::span<const PolicyKey::Rule> PolicyKey::rules() { return kRules; }
@@ -141,68 +210,8 @@ std::vector<PolicyKey> PolicyKey::readAll(const ConsoleInputs& inputs,
     key.domain = std::string(mdm::rawValue(rule.domain));
     key.key = rule.key;
     key.road = std::string(roadName(rule.road));
-    const auto managed = lookUp(inputs.stores.managedValues(key.domain), rule.key);
-    const auto root = lookUp(inputs.stores.copyAllValues(key.domain), rule.key);
-    const auto machine = rule.road == Road::snapshot
-                             ? std::nullopt
-                             : lookUp(inputs.stores.machineValues(key.domain), rule.key);
-    if (managed) {
-      key.source = "managed";
-      key.value = managed;
-    } else if (root) {
-      key.source = "root's store";
-      key.value = root;
-    } else if (machine) {
-      key.source = "machine-wide";
-      key.value = machine;
-    } else {
-      key.source = "default";
-    }
-
-    if (rule.road == Road::snapshot) {
-      key.reading =
-          rule.kind == Kind::boolean
-              ? (snapshot.boolValue(rule.key, rule.domain, rule.fallback) ? "true" : "false")
-              : "\"" + snapshot.string(rule.key, rule.domain, "") + "\"";
-    } else if (rule.road == Road::looseDefaults) {
-      key.reading =
-          mdm::PreferenceConversions::boolForKey(inputs.userDefaults, rule.key) ? "true" : "false";
-    } else if (key.value) {
-      if (auto reading = defaultsReading(rule, *key.value, inputs)) {
-        key.reading = std::move(*reading);
-      } else {
-        key.ignored = true;
-      }
-    }
-    if (!key.value || key.ignored) {
-      std::string fallback;
-      switch (rule.kind) {
-        case Kind::boolean:
-          fallback = rule.fallback ? "true" : "false";
-          break;
-        case Kind::interval:
-          fallback = "every " + core::durationDescription(run::RunPlanner::kDefaultInterval);
-          break;
-        case Kind::splay:
-          fallback = "no spread";
-          break;
-        case Kind::channel:
-          fallback = "the tool's entry " +
-                     std::string(run::RunCommandBuilder::updateChannelLabel(std::nullopt));
-          break;
-        case Kind::windows:
-          fallback = "none";
-          break;
-        case Kind::ids:
-          fallback = "0 IDs";
-          break;
-        case Kind::text:
-          fallback = "unset";
-          break;
-      }
-      if (key.reading.empty()) key.reading = fallback;
-      if (key.ignored) key.reading = "unusable, read as " + fallback;
-    }
+    findSource(rule, inputs, key);
+    takeReading(rule, inputs, snapshot, key);
     keys.push_back(std::move(key));
   }
   return keys;

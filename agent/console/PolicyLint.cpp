@@ -134,99 +134,105 @@ struct Linter {
   }
 
   void typed(const PolicyKey::Rule& rule, const core::PlistValue& value) {
-    const std::string key = rule.key;
     switch (rule.kind) {
-      case Kind::boolean: {
-        if (value.is<bool>()) return;
-        const auto loose = mdm::PreferenceConversions::boolean(value);
-        if (rule.road == Road::defaults && core::DefaultsValue<bool>::from(value)) return;
-        std::string text = typeName(value) + " where a Boolean belongs: ";
-        if (rule.road == Road::defaults) {
-          text += "runs read it as " + booleanText(rule.fallback) + ", the default";
-          if (key == "UpdateMAS") {
-            text += "; queued items read it as " + booleanText(loose.value_or(false));
-          }
-        } else {
-          text += loose ? "read loosely as " + booleanText(*loose)
-                        : "read as " + booleanText(rule.fallback) + ", the default";
-        }
-        warn(key, text + ".");
-        return;
-      }
-      case Kind::interval: {
-        const auto strict = core::DefaultsValue<double>::from(value);
-        const auto loose = mdm::PreferenceConversions::real(value);
-        const auto fallback = core::durationDescription(run::RunPlanner::kDefaultInterval);
-        if (!loose) {
-          error(key, typeName(value) + " where a number of seconds belongs: runs every " +
-                         fallback + ", the default.");
-          return;
-        }
-        if (!strict) {
-          warn(key, typeName(value) + " where a number belongs: read as " +
-                        mdm::PreferenceConversions::string(*loose).value_or("?") +
-                        " at start, but a policy change reads it as unset (every " + fallback +
-                        ").");
-        }
-        if (!run::RunPlanner::usableInterval(*loose)) {
-          error(key, "must be a number of seconds above 0: the agent warns and runs every " +
-                         fallback + ".");
-        } else if (*loose < kShortestSensibleInterval) {
-          warn(key, "under 15 minutes: runs follow each other almost back to back.");
-        }
-        return;
-      }
-      case Kind::splay: {
-        const auto seconds = core::DefaultsValue<double>::from(value);
-        if (!seconds) {
-          warn(key, typeName(value) + " where a number of seconds belongs: runs are not spread.");
-        } else if (*seconds > run::RunSplay::kMaxSeconds) {
-          warn(key, "over a day: cut to 86400 seconds.");
-        } else if (*seconds < 0 || !std::isfinite(*seconds)) {
-          warn(key, "not a number of seconds from 0 up: runs are not spread.");
-        }
-        return;
-      }
+      case Kind::boolean:
+        return boolean(rule, value);
+      case Kind::interval:
+        return interval(rule.key, value);
+      case Kind::splay:
+        return splay(rule.key, value);
       case Kind::text:
-      case Kind::channel: {
-        const auto text = core::DefaultsValue<std::string>::from(value);
-        if (!text) {
-          warn(key, typeName(value) + " where a string belongs: ignored.");
-          return;
-        }
-        const std::string trimmed(core::trimmedWhiteSpace(*text));
-        if (key == "UpdateChannel") {
-          const auto label = run::RunCommandBuilder::updateChannelLabel(*text);
-          const auto word = lower(trimmed);
-          if (label == run::RunCommandBuilder::updateChannelLabel(std::nullopt) && !word.empty() &&
-              word != "stable") {
-            warn(key, "\"" + core::escapedControls(*text) +
-                          "\" is not a channel (rc, preview, beta, dev): the stable one is used.");
-          }
-        } else if (key == "IntegrityPolicy" && !core::packageIntegrityPolicyFromRawValue(trimmed)) {
-          warn(key, "\"" + core::escapedControls(*text) +
-                        "\" is not all, cachedOnly, downloadOnly or disabled (exact case): no "
-                        "--integrity-policy is passed.");
-        }
-        return;
-      }
-      case Kind::ids: {
-        const auto ids = core::DefaultsValue<std::vector<std::string>>::from(value);
-        if (!ids) {
-          error(key, typeName(value) + " where an array of strings belongs: read as empty.");
-          return;
-        }
-        for (const auto& id : *ids) {
-          if (!core::ToolIdentifier::isValid(id)) {
-            error(key,
-                  "ID \"" + core::escapedControls(id) + "\" is refused: the tool never sees it.");
-          }
-        }
-        return;
-      }
+      case Kind::channel:
+        return textual(rule.key, value);
+      case Kind::ids:
+        return ids(rule.key, value);
       case Kind::windows:
-        windows(key, value);
-        return;
+        return windows(rule.key, value);
+    }
+  }
+
+  void boolean(const PolicyKey::Rule& rule, const core::PlistValue& value) {
+    if (value.is<bool>()) return;
+    const auto loose = mdm::PreferenceConversions::boolean(value);
+    if (rule.road == Road::defaults && core::DefaultsValue<bool>::from(value)) return;
+    std::string text = typeName(value) + " where a Boolean belongs: ";
+    if (rule.road == Road::defaults) {
+      text += "runs read it as " + booleanText(rule.fallback) + ", the default";
+      if (std::string_view(rule.key) == "UpdateMAS") {
+        text += "; queued items read it as " + booleanText(loose.value_or(false));
+      }
+    } else {
+      text += loose ? "read loosely as " + booleanText(*loose)
+                    : "read as " + booleanText(rule.fallback) + ", the default";
+    }
+    warn(rule.key, text + ".");
+  }
+
+  void interval(const std::string& key, const core::PlistValue& value) {
+    const auto strict = core::DefaultsValue<double>::from(value);
+    const auto loose = mdm::PreferenceConversions::real(value);
+    const auto fallback = core::durationDescription(run::RunPlanner::kDefaultInterval);
+    if (!loose) {
+      error(key, typeName(value) + " where a number of seconds belongs: runs every " + fallback +
+                     ", the default.");
+      return;
+    }
+    if (!strict) {
+      warn(key, typeName(value) + " where a number belongs: read as " +
+                    mdm::PreferenceConversions::string(*loose).value_or("?") +
+                    " at start, but a policy change reads it as unset (every " + fallback + ").");
+    }
+    if (!run::RunPlanner::usableInterval(*loose)) {
+      error(key, "must be a number of seconds above 0: the agent warns and runs every " + fallback +
+                     ".");
+    } else if (*loose < kShortestSensibleInterval) {
+      warn(key, "under 15 minutes: runs follow each other almost back to back.");
+    }
+  }
+
+  void splay(const std::string& key, const core::PlistValue& value) {
+    const auto seconds = core::DefaultsValue<double>::from(value);
+    if (!seconds) {
+      warn(key, typeName(value) + " where a number of seconds belongs: runs are not spread.");
+    } else if (*seconds > run::RunSplay::kMaxSeconds) {
+      warn(key, "over a day: cut to 86400 seconds.");
+    } else if (*seconds < 0 || !std::isfinite(*seconds)) {
+      warn(key, "not a number of seconds from 0 up: runs are not spread.");
+    }
+  }
+
+  void textual(const std::string& key, const core::PlistValue& value) {
+    const auto text = core::DefaultsValue<std::string>::from(value);
+    if (!text) {
+      warn(key, typeName(value) + " where a string belongs: ignored.");
+      return;
+    }
+    const std::string trimmed(core::trimmedWhiteSpace(*text));
+    if (key == "UpdateChannel") {
+      const auto label = run::RunCommandBuilder::updateChannelLabel(*text);
+      const auto word = lower(trimmed);
+      if (label == run::RunCommandBuilder::updateChannelLabel(std::nullopt) && !word.empty() &&
+          word != "stable") {
+        warn(key, "\"" + core::escapedControls(*text) +
+                      "\" is not a channel (rc, preview, beta, dev): the stable one is used.");
+      }
+    } else if (key == "IntegrityPolicy" && !core::packageIntegrityPolicyFromRawValue(trimmed)) {
+      warn(key, "\"" + core::escapedControls(*text) +
+                    "\" is not all, cachedOnly, downloadOnly or disabled (exact case): no "
+                    "--integrity-policy is passed.");
+    }
+  }
+
+  void ids(const std::string& key, const core::PlistValue& value) {
+    const auto list = core::DefaultsValue<std::vector<std::string>>::from(value);
+    if (!list) {
+      error(key, typeName(value) + " where an array of strings belongs: read as empty.");
+      return;
+    }
+    for (const auto& id : *list) {
+      if (!core::ToolIdentifier::isValid(id)) {
+        error(key, "ID \"" + core::escapedControls(id) + "\" is refused: the tool never sees it.");
+      }
     }
   }
 

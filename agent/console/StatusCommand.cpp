@@ -1,201 +1,203 @@
 #include "agent/console/StatusCommand.h"
 
-#include <map>
-
+#include "agent/console/StatusView.h"
 #include "core/time/TimeInterval.h"
 
 namespace velmo::agent::console {
 namespace {
 
 using nlohmann::json;
+using Colour = ConsoleText::Colour;
+using Rows = std::vector<std::vector<std::string>>;
 
 json date(const std::optional<platform::TimePoint>& value) {
   return value ? json(ConsoleText::isoDate(*value)) : json(nullptr);
 }
 
-// Whether the windows allow a run now, and if not, why and until when.
-struct WindowsNow {
-  bool allowed = true;
-  std::string reason;
-  std::optional<platform::TimePoint> nextAllowed;
-};
-
-WindowsNow windowsNow(const AgentFacts& facts) {
-  WindowsNow result;
-  const auto& policy = facts.planner.policy();
-  if (!policy || policy->isWithinAllowedWindow(facts.now)) return result;
-  result.allowed = false;
-  const auto stretches = policy->stretches(facts.now, facts.now + std::chrono::minutes(1));
-  if (!stretches.empty()) {
-    result.reason = ConsoleText::reason(
-        stretches.front().verdict, *policy,
-        facts.config.globalAllowWindows.empty() && facts.config.velmoTuesdayOnly);
-  }
-  const auto next = facts.planner.nextAllowedDate(facts.now);
-  if (next != facts.now) result.nextAllowed = next;
-  return result;
+json agentJSON(const std::optional<StatusView::Agent>& agent) {
+  if (!agent) return {{"running", false}};
+  return {{"running", true},
+          {"pid", agent->pid ? json(*agent->pid) : json(nullptr)},
+          {"version", agent->version},
+          {"startedAt", ConsoleText::isoDate(agent->startedAt)},
+          {"uptimeSeconds", agent->up.count()}};
 }
 
-// Deferral counts per app and version, from the records' keys.
-std::map<std::pair<std::string, std::string>, std::int64_t> deferralCounts(
-    const AgentFacts& facts) {
-  std::map<std::pair<std::string, std::string>, std::int64_t> counts;
-  if (!facts.deferrals) return counts;
-  for (const auto& [key, record] : *facts.deferrals) {
-    counts[{record.appId, record.targetVersion}] += record.deferralCount.value_or(0);
-  }
-  return counts;
+json runsJSON(const StatusView::Runs& runs) {
+  return {{"count", runs.count},
+          {"last", date(runs.last)},
+          {"intervalSeconds", runs.interval.count()},
+          {"splayOffsetSeconds", runs.splayOffset.count()},
+          {"inProgress", runs.inProgress},
+          {"startedAt", date(runs.startedAt)},
+          {"pending", runs.pending}};
 }
 
-}  // namespace
-
-std::optional<platform::TimePoint> StatusCommand::nextRun(const AgentFacts& facts) {
-  if (facts.agent) return facts.agent->status.nextRunDate;
-  return facts.planner.fromLastRun(facts.lastRun, facts.now).start;
+json windowsJSON(const StatusView::Windows& windows) {
+  return {{"allowedNow", windows.allowedNow},
+          {"reason", windows.allowedNow ? json(nullptr) : json(windows.reason)},
+          {"nextAllowed", date(windows.nextAllowed)},
+          {"userRunsAnyTime", windows.userRunsAnyTime}};
 }
 
-json StatusCommand::json(const AgentFacts& facts) {
-  nlohmann::json out;
-  out["now"] = ConsoleText::isoDate(facts.now);
-  out["timeZone"] = facts.timeZone;
-  if (facts.agent) {
-    const auto& status = facts.agent->status;
-    out["agent"] = {
-        {"running", true},
-        {"pid", facts.agent->pid ? nlohmann::json(*facts.agent->pid) : nlohmann::json(nullptr)},
-        {"version", status.version},
-        {"startedAt", ConsoleText::isoDate(status.startedAt)},
-        {"uptimeSeconds",
-         std::chrono::duration_cast<std::chrono::seconds>(facts.now - status.startedAt).count()}};
-  } else {
-    out["agent"] = {{"running", false}};
+json maintenanceJSON(const StatusView::Maintenance& maintenance) {
+  return {{"count", maintenance.count},
+          {"last", date(maintenance.last)},
+          {"next", date(maintenance.next)},
+          {"running", maintenance.running}};
+}
+
+json policyJSON(const std::vector<PolicyKey>& keys) {
+  json out = json::array();
+  for (const auto& key : keys) {
+    out.push_back({{"domain", key.domain},
+                   {"key", key.key},
+                   {"road", key.road},
+                   {"source", key.source},
+                   {"value", key.value ? ConsoleText::plistJSON(*key.value) : json(nullptr)},
+                   {"reading", key.reading},
+                   {"ignored", key.ignored}});
   }
-  const auto next = nextRun(facts);
-  out["nextRun"] = date(next);
-  out["nextRunFrom"] = facts.agent ? "agent" : "planned";
-  const bool inProgress = facts.agent && facts.agent->status.runInProgress;
-  out["runs"] = {{"count", facts.agent ? facts.agent->status.runCount : facts.runCount},
-                 {"last", date(facts.agent ? facts.agent->status.lastRunDate : facts.lastRun)},
-                 {"intervalSeconds", facts.planner.interval().count()},
-                 {"splayOffsetSeconds", facts.planner.splay().count()},
-                 {"inProgress", inProgress},
-                 {"startedAt", date(facts.agent ? facts.agent->status.runStartedAt
-                                                : std::optional<platform::TimePoint>())},
-                 {"pending", facts.agent && facts.agent->status.runPending}};
-  const auto windows = windowsNow(facts);
-  out["windows"] = {
-      {"allowedNow", windows.allowed},
-      {"reason", windows.allowed ? nlohmann::json(nullptr) : nlohmann::json(windows.reason)},
-      {"nextAllowed", date(windows.nextAllowed)},
-      {"userRunsAnyTime",
-       !facts.planner.policy() || facts.config.allowUserInitiatedOutsideWindows}};
-  out["maintenance"] = {{"count", facts.maintenanceCount},
-                        {"last", date(facts.lastMaintenance)},
-                        {"next", date(facts.agent ? facts.agent->status.nextMaintenanceDate
-                                                  : std::optional<platform::TimePoint>())},
-                        {"running", facts.agent && facts.agent->status.maintenanceRunning}};
-  out["policy"] = nlohmann::json::array();
-  for (const auto& key : facts.policyKeys) {
-    out["policy"].push_back(
-        {{"domain", key.domain},
-         {"key", key.key},
-         {"road", key.road},
-         {"source", key.source},
-         {"value", key.value ? ConsoleText::plistJSON(*key.value) : nlohmann::json(nullptr)},
-         {"reading", key.reading},
-         {"ignored", key.ignored}});
-  }
-  out["items"] = nlohmann::json::array();
-  for (const auto& item : facts.items.value_or(std::vector<core::UpdateItem>{})) {
-    // Built from the item's own JSON, so the fields keep the state file's names.
-    const auto text = item.jsonText();
-    out["items"].push_back(text ? nlohmann::json::parse(*text, nullptr, false)
-                                : nlohmann::json({{"id", item.id}}));
-  }
-  out["deferrals"] = nlohmann::json::array();
-  for (const auto& [key, count] : deferralCounts(facts)) {
-    out["deferrals"].push_back({{"app", key.first}, {"version", key.second}, {"count", count}});
-  }
-  out["problems"] = facts.problems;
   return out;
 }
 
-void StatusCommand::printText(const AgentFacts& facts, const ConsoleText& text, std::ostream& out) {
-  using Colour = ConsoleText::Colour;
-  const auto when = [&](const std::optional<platform::TimePoint>& date) -> std::string {
-    if (!date) return "none";
-    return ConsoleText::localDate(*date, facts.timeZone) + " (" +
-           ConsoleText::relative(*date, facts.now) + ")";
-  };
-  std::vector<std::vector<std::string>> rows;
-  if (facts.agent) {
-    const auto& status = facts.agent->status;
-    const auto up = std::chrono::duration_cast<std::chrono::seconds>(facts.now - status.startedAt);
-    rows.push_back({"Agent", text.paint("running", Colour::green) + ", version " + status.version +
-                                 (facts.agent->pid ? ", pid " + std::to_string(*facts.agent->pid)
-                                                   : std::string()) +
-                                 ", up " +
-                                 core::durationDescription(core::TimeInterval(
-                                     static_cast<double>(std::max<std::int64_t>(up.count(), 0))))});
-  } else {
-    rows.push_back({"Agent", text.paint("not running", Colour::red) +
-                                 " (no answer on the system bus); times below are planned"});
-  }
-  rows.push_back(
-      {"Now", ConsoleText::localDate(facts.now, facts.timeZone) + " (" + facts.timeZone + ")"});
-  const bool inProgress = facts.agent && facts.agent->status.runInProgress;
-  std::string next = inProgress ? "after the run in progress" : when(nextRun(facts));
-  if (!facts.agent) next += ", once started: a run 1 second after start";
-  rows.push_back({"Next run", next});
-  if (inProgress) {
-    const auto& status = facts.agent->status;
-    rows.push_back({"Run", text.paint("in progress", Colour::yellow) + " since " +
-                               when(status.runStartedAt) +
-                               (status.runPending ? "; one more pass requested" : "")});
-  }
-  const auto windows = windowsNow(facts);
-  if (!facts.planner.policy()) {
-    rows.push_back({"Windows", "none: every moment is allowed"});
-  } else if (windows.allowed) {
-    rows.push_back({"Windows", text.paint("allowed now", Colour::green)});
-  } else {
-    rows.push_back({"Windows", text.paint("blocked now", Colour::red) + ": " + windows.reason +
-                                   "; next allowed " + when(windows.nextAllowed)});
-  }
-  const auto lastRun = facts.agent ? facts.agent->status.lastRunDate : facts.lastRun;
-  const auto count = facts.agent ? facts.agent->status.runCount : facts.runCount;
-  std::string runs = std::to_string(count) + ", last " + when(lastRun) + "; every " +
-                     core::durationDescription(facts.planner.interval());
-  if (facts.planner.splay().count() > 0) {
-    runs += "; this machine's RunSplay offset " + core::durationDescription(facts.planner.splay());
-  }
-  rows.push_back({"Runs", runs});
-  std::string maintenance =
-      std::to_string(facts.maintenanceCount) + ", last " + when(facts.lastMaintenance);
-  if (facts.agent) {
-    maintenance += facts.agent->status.maintenanceRunning
-                       ? "; running now"
-                       : "; next " + when(facts.agent->status.nextMaintenanceDate);
-  }
-  rows.push_back({"Maintenance", maintenance});
-  const auto& items = facts.items.value_or(std::vector<core::UpdateItem>{});
-  std::string listed = std::to_string(items.size()) + " pending";
+json itemsJSON(const std::vector<core::UpdateItem>& items) {
+  json out = json::array();
   for (const auto& item : items) {
-    listed += "\n" + item.friendlyName + " (" + item.id + ") " +
-              item.installedVersion.value_or("not installed") + " \u2192 " + item.targetVersion +
-              ", " + std::string(rawValue(item.state()));
+    // Built from the item's own JSON, so the fields keep the state file's names.
+    const auto text = item.jsonText();
+    out.push_back(text ? json::parse(*text, nullptr, false) : json({{"id", item.id}}));
   }
-  rows.push_back({"Update items", listed});
-  const auto counts = deferralCounts(facts);
-  std::string deferred = counts.empty() ? "none" : "";
-  for (const auto& [key, number] : counts) {
-    if (!deferred.empty()) deferred += "\n";
-    deferred += key.first + " " + key.second + ": " + std::to_string(number);
-  }
-  rows.push_back({"Deferrals", deferred});
+  return out;
+}
 
-  // Multi-line cells continue under their column.
-  std::vector<std::vector<std::string>> lines;
+json deferralsJSON(const std::vector<StatusView::Deferred>& deferrals) {
+  json out = json::array();
+  for (const auto& each : deferrals) {
+    out.push_back({{"app", each.app}, {"version", each.version}, {"count", each.count}});
+  }
+  return out;
+}
+
+json render(const StatusView& view) {
+  json out;
+  out["now"] = ConsoleText::isoDate(view.now);
+  out["timeZone"] = view.timeZone;
+  out["agent"] = agentJSON(view.agent);
+  out["nextRun"] = date(view.nextRun);
+  out["nextRunFrom"] = view.agent ? "agent" : "planned";
+  out["runs"] = runsJSON(view.runs);
+  out["windows"] = windowsJSON(view.windows);
+  out["maintenance"] = maintenanceJSON(view.maintenance);
+  out["policy"] = policyJSON(view.policy);
+  out["items"] = itemsJSON(view.items);
+  out["deferrals"] = deferralsJSON(view.deferrals);
+  out["problems"] = view.problems;
+  return out;
+}
+
+// The rows of the summary, in the view's words, coloured by `text`.
+class TextRows {
+ public:
+  TextRows(const StatusView& view, const ConsoleText& text) : view_(view), text_(text) {}
+
+  Rows rows() const {
+    Rows rows{
+        {"Agent", agent()},
+        {"Now", ConsoleText::localDate(view_.now, view_.timeZone) + " (" + view_.timeZone + ")"},
+        {"Next run", nextRun()}};
+    if (view_.runs.inProgress) rows.push_back({"Run", run()});
+    rows.push_back({"Windows", windows()});
+    rows.push_back({"Runs", runs()});
+    rows.push_back({"Maintenance", maintenance()});
+    rows.push_back({"Update items", items()});
+    rows.push_back({"Deferrals", deferrals()});
+    return rows;
+  }
+
+ private:
+  std::string when(const std::optional<platform::TimePoint>& date) const {
+    if (!date) return "none";
+    return ConsoleText::localDate(*date, view_.timeZone) + " (" +
+           ConsoleText::relative(*date, view_.now) + ")";
+  }
+
+  std::string agent() const {
+    if (!view_.agent) {
+      return text_.paint("not running", Colour::red) +
+             " (no answer on the system bus); times below are planned";
+    }
+    const auto& agent = *view_.agent;
+    return text_.paint("running", Colour::green) + ", version " + agent.version +
+           (agent.pid ? ", pid " + std::to_string(*agent.pid) : std::string()) + ", up " +
+           core::durationDescription(core::TimeInterval(
+               static_cast<double>(std::max<std::int64_t>(agent.up.count(), 0))));
+  }
+
+  std::string nextRun() const {
+    std::string next = view_.runs.inProgress ? "after the run in progress" : when(view_.nextRun);
+    if (!view_.agent) next += ", once started: a run 1 second after start";
+    return next;
+  }
+
+  std::string run() const {
+    return text_.paint("in progress", Colour::yellow) + " since " + when(view_.runs.startedAt) +
+           (view_.runs.pending ? "; one more pass requested" : "");
+  }
+
+  std::string windows() const {
+    const auto& windows = view_.windows;
+    if (!windows.restricted) return "none: every moment is allowed";
+    if (windows.allowedNow) return text_.paint("allowed now", Colour::green);
+    return text_.paint("blocked now", Colour::red) + ": " + windows.reason + "; next allowed " +
+           when(windows.nextAllowed);
+  }
+
+  std::string runs() const {
+    const auto& runs = view_.runs;
+    std::string line = std::to_string(runs.count) + ", last " + when(runs.last) + "; every " +
+                       core::durationDescription(runs.interval);
+    if (runs.splayOffset.count() > 0) {
+      line += "; this machine's RunSplay offset " + core::durationDescription(runs.splayOffset);
+    }
+    return line;
+  }
+
+  std::string maintenance() const {
+    const auto& maintenance = view_.maintenance;
+    std::string line = std::to_string(maintenance.count) + ", last " + when(maintenance.last);
+    if (view_.agent) {
+      line += maintenance.running ? "; running now" : "; next " + when(maintenance.next);
+    }
+    return line;
+  }
+
+  std::string items() const {
+    std::string listed = std::to_string(view_.items.size()) + " pending";
+    for (const auto& item : view_.items) {
+      listed += "\n" + item.friendlyName + " (" + item.id + ") " +
+                item.installedVersion.value_or("not installed") + " \u2192 " + item.targetVersion +
+                ", " + std::string(rawValue(item.state()));
+    }
+    return listed;
+  }
+
+  std::string deferrals() const {
+    std::string deferred = view_.deferrals.empty() ? "none" : "";
+    for (const auto& each : view_.deferrals) {
+      if (!deferred.empty()) deferred += "\n";
+      deferred += each.app + " " + each.version + ": " + std::to_string(each.count);
+    }
+    return deferred;
+  }
+
+  const StatusView& view_;
+  const ConsoleText& text_;
+};
+
+// Multi-line cells continue under their column.
+Rows continued(const Rows& rows, const ConsoleText& text) {
+  Rows lines;
   for (const auto& row : rows) {
     std::size_t start = 0;
     bool first = true;
@@ -210,12 +212,14 @@ void StatusCommand::printText(const AgentFacts& facts, const ConsoleText& text, 
       start = end + 1;
     }
   }
-  out << ConsoleText::aligned(lines, "");
+  return lines;
+}
 
+// The keys set anywhere; those at their default are only counted.
+void printPolicy(const std::vector<PolicyKey>& keys, const ConsoleText& text, std::ostream& out) {
   out << "\n" << text.paint("Policy", Colour::bold) << "\n";
-  std::vector<std::vector<std::string>> policy{
-      {"key", "value", "from", "read by", "the agent takes"}};
-  for (const auto& key : facts.policyKeys) {
+  Rows policy{{"key", "value", "from", "read by", "the agent takes"}};
+  for (const auto& key : keys) {
     if (key.source == "default") continue;
     policy.push_back({key.key, key.value ? ConsoleText::value(*key.value) : "", key.source,
                       key.road,
@@ -227,7 +231,22 @@ void StatusCommand::printText(const AgentFacts& facts, const ConsoleText& text, 
     out << ConsoleText::aligned(policy, "  ");
     out << "  every other key at its default\n";
   }
-  for (const auto& problem : facts.problems) {
+}
+
+}  // namespace
+
+std::optional<platform::TimePoint> StatusCommand::nextRun(const AgentFacts& facts) {
+  if (facts.agent) return facts.agent->status.nextRunDate;
+  return facts.planner.fromLastRun(facts.lastRun, facts.now).start;
+}
+
+json StatusCommand::json(const AgentFacts& facts) { return render(StatusView::from(facts)); }
+
+void StatusCommand::printText(const AgentFacts& facts, const ConsoleText& text, std::ostream& out) {
+  const StatusView view = StatusView::from(facts);
+  out << ConsoleText::aligned(continued(TextRows(view, text).rows(), text), "");
+  printPolicy(view.policy, text, out);
+  for (const auto& problem : view.problems) {
     out << text.paint("Problem: ", Colour::red) << problem << "\n";
   }
 }

@@ -10,8 +10,6 @@
 namespace velmo::agent::items {
 namespace {
 
-VelmoAgentQueue* sharedInstance = nullptr;
-
 // A date as the platform describes it by default: "2026-03-10 14:05:09 +0000".
 std::string defaultDescription(platform::TimePoint date) {
   const std::time_t seconds =
@@ -46,12 +44,7 @@ VelmoAgentQueue::VelmoAgentQueue(const Collaborators& collaborators)
       })));
 }
 
-VelmoAgentQueue::~VelmoAgentQueue() {
-  if (sharedInstance == this) sharedInstance = nullptr;
-}
-
-VelmoAgentQueue& VelmoAgentQueue::shared() { return *sharedInstance; }
-void VelmoAgentQueue::setShared(VelmoAgentQueue* instance) { sharedInstance = instance; }
+VelmoAgentQueue::~VelmoAgentQueue() = default;
 
 void VelmoAgentQueue::insert(core::Published<std::vector<core::UpdateItem>>& set,
                              const core::UpdateItem& item) {

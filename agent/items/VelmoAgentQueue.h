@@ -48,10 +48,6 @@ class VelmoAgentQueue {
   VelmoAgentQueue(const VelmoAgentQueue&) = delete;
   VelmoAgentQueue& operator=(const VelmoAgentQueue&) = delete;
 
-  // The instance the composition root installed; tests make their own.
-  static VelmoAgentQueue& shared();
-  static void setShared(VelmoAgentQueue* instance);
-
   // Returns at once; the tool runs later. Call on the main executor.
   void enqueue(const core::UpdateItem& item);
   // A tool run of the concurrent side that isn't an item's install (an

@@ -1,13 +1,7 @@
 #include "core/notifications/InternalMessenger.h"
 
-#include <atomic>
-#include <memory>
-#include <mutex>
-
 namespace velmo::core {
 namespace {
-
-std::atomic<platform::DistributedNotificationCenter*> defaultCenter{nullptr};
 
 // The object as JSON, or nothing when it is absent or not valid UTF-8 JSON
 // text. The parser rejects ill-formed UTF-8, so no lossy conversion happens.
@@ -22,21 +16,6 @@ std::optional<nlohmann::json> parseObject(const std::optional<std::string>& obje
 
 InternalMessenger::InternalMessenger(platform::DistributedNotificationCenter& center)
     : center_(center) {}
-
-InternalMessenger* InternalMessenger::shared() {
-  static std::once_flag once;
-  static std::unique_ptr<InternalMessenger> instance;
-  std::call_once(once, [] {
-    if (auto* center = defaultCenter.load(std::memory_order_acquire)) {
-      instance = std::make_unique<InternalMessenger>(*center);
-    }
-  });
-  return instance.get();
-}
-
-void InternalMessenger::setDefaultCenter(platform::DistributedNotificationCenter* center) {
-  defaultCenter.store(center, std::memory_order_release);
-}
 
 void InternalMessenger::postText(std::string_view name, std::string text) const {
   center_.post(name, std::move(text), std::nullopt);

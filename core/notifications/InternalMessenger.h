@@ -21,13 +21,6 @@ class InternalMessenger {
  public:
   explicit InternalMessenger(platform::DistributedNotificationCenter& center);
 
-  // The process-wide instance, built on its first use, once, with the
-  // process's default centre; null while the composition root has named none.
-  static InternalMessenger* shared();
-  // The centre the shared instance is built with; it must outlive the process's
-  // use of the instance. Call before the first use of `shared`.
-  static void setDefaultCenter(platform::DistributedNotificationCenter* center);
-
   // Encodes `value` with its to_json. A value that can't be encoded (a
   // string that isn't UTF-8, say) is logged and nothing is posted.
   template <typename T>
