@@ -42,4 +42,14 @@ class Lifetime {
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
+// Hands `work` to `executor` for an object held by a shared pointer: it runs
+// there with the object, if the object still lives, and the object is locked
+// only there, so that its last owner is never work on another thread.
+template <typename T, typename Work>
+void postLocked(Executor executor, std::weak_ptr<T> weak, Work work) {
+  asio::post(executor, [weak = std::move(weak), work = std::move(work)]() mutable {
+    if (auto self = weak.lock()) work(*self);
+  });
+}
+
 }  // namespace velmo::core

@@ -265,17 +265,20 @@ asio::awaitable<void> UIController::removeItem(core::UpdateItem item, core::Time
 // it was submitted, so the load comes before every save started after it.
 
 void UIController::loadState() {
-  asio::post(itemUpdateQueue_, [weak = weak_from_this(), url = updateStateFile_,
-                                &files = collaborators_.files, main = collaborators_.mainExecutor] {
-    const auto text = files.readFile(url);
-    auto items = text.ok() ? core::UpdateItem::arrayFromJSONText(text.value()) : std::nullopt;
-    if (text.ok() && !items) {
-      if (auto self = weak.lock()) self->damaged_.keep(url, text.value(), "update state file");
-    }
-    asio::post(main, [weak, items = std::move(items)]() mutable {
-      if (auto self = weak.lock()) self->finishLoad(std::move(items));
+  asio::post(itemUpdateQueue_, [weak = weak_from_this(), work = fileWork_, url = updateStateFile_,
+                                main = collaborators_.mainExecutor] {
+    core::postLocked(main, weak, [items = work->load(url)](UIController& self) mutable {
+      self.finishLoad(std::move(items));
     });
   });
+}
+
+std::optional<std::vector<core::UpdateItem>> UIController::FileWork::load(
+    const std::filesystem::path& url) {
+  const auto text = files.readFile(url);
+  auto items = text.ok() ? core::UpdateItem::arrayFromJSONText(text.value()) : std::nullopt;
+  if (text.ok() && !items) damaged.keep(url, text.value(), "update state file");
+  return items;
 }
 
 // Observers are registered before the file is read, so items can arrive
@@ -339,11 +342,9 @@ void UIController::saveState(bool force) {
       // Owned by this object, so the action may hold it by `this`.
       delayedSaveWorkItem_ = collaborators_.clock.scheduleAfter(
           core::toDuration(remaining), collaborators_.mainExecutor, [this] {
-            asio::post(collaborators_.mainExecutor, [weak = weak_from_this()] {
-              if (auto self = weak.lock()) {
-                self->delayedSaveWorkItem_.reset();
-                self->saveState(true);
-              }
+            core::postLocked(collaborators_.mainExecutor, weak_from_this(), [](UIController& self) {
+              self.delayedSaveWorkItem_.reset();
+              self.saveState(true);
             });
           });
       fileLogger_.debug(std::string("Skipping immediate save - scheduling delayed save in ") +
@@ -353,24 +354,19 @@ void UIController::saveState(bool force) {
   }
   delayedSaveWorkItem_.reset();
   lastSaveTime_ = now;
-  asio::post(itemUpdateQueue_,
-             [weak = weak_from_this(), items = updateItems_, url = updateStateFile_] {
-               if (auto self = weak.lock()) self->writeState(items, url);
-             });
+  asio::post(itemUpdateQueue_, [weak = weak_from_this(), work = fileWork_, items = updateItems_,
+                                url = updateStateFile_, main = collaborators_.mainExecutor] {
+    core::postLocked(main, weak, [failure = work->write(items, url)](UIController& self) {
+      self.finishSave(failure);
+    });
+  });
 }
 
-void UIController::writeState(const std::vector<core::UpdateItem>& items,
-                              const std::filesystem::path& url) {
-  platform::FileManager& files = collaborators_.files;
-  const auto done = [&](std::optional<std::string> failure) {
-    asio::post(collaborators_.mainExecutor,
-               [weak = weak_from_this(), failure = std::move(failure)] {
-                 if (auto self = weak.lock()) self->finishSave(failure);
-               });
-  };
-  const auto failed = [&](const platform::FileError& error) {
-    done("Failed to save update state file: " + error.description + " (" + error.domain +
-         ", code: " + std::to_string(error.code) + ")");
+std::optional<std::string> UIController::FileWork::write(const std::vector<core::UpdateItem>& items,
+                                                         const std::filesystem::path& url) {
+  const auto failed = [](const platform::FileError& error) {
+    return "Failed to save update state file: " + error.description + " (" + error.domain +
+           ", code: " + std::to_string(error.code) + ")";
   };
   const auto text = core::UpdateItem::prettyJSONText(items);
   if (!text) {
@@ -380,12 +376,12 @@ void UIController::writeState(const std::vector<core::UpdateItem>& items,
   if (const auto created = files.createDirectories(url.parent_path()); created.error()) {
     return failed(*created.error());
   }
-  fileLogger_.debug("Writing update state to " + url.string());
+  logger.debug("Writing update state to " + url.string());
   if (const auto written = files.writeFileAtomically(url, *text); written.error()) {
     return failed(*written.error());
   }
-  fileLogger_.debug("Successfully saved update state to " + url.string());
-  done(std::nullopt);
+  logger.debug("Successfully saved update state to " + url.string());
+  return std::nullopt;
 }
 
 // Main executor. The list stays in memory whatever the write did; after a

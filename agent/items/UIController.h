@@ -103,8 +103,6 @@ class UIController final : public run::ListedItems,
   void start();
   void loadState();
   void finishLoad(std::optional<std::vector<core::UpdateItem>> loaded);
-  // On the file strand; hands the outcome to finishSave.
-  void writeState(const std::vector<core::UpdateItem>& items, const std::filesystem::path& url);
   void finishSave(const std::optional<std::string>& failure);
   void scheduleQueueChangedNotification();
   // `joined` counts the checks that joined this one and complete with it.
@@ -117,6 +115,19 @@ class UIController final : public run::ListedItems,
   void reindex();
   void observe(std::string_view name,
                void (UIController::*handler)(const platform::DistributedNotification&));
+
+  // The file strand's part: it holds no owner of the controller, so the
+  // controller is never locked, or destroyed, off the main executor.
+  struct FileWork {
+    platform::FileManager& files;
+    core::CustomLogger logger{"UIController+Load+Save"};
+    core::DamagedFileKeeper damaged{files, logger};
+    // The items the file holds; none when it is missing or damaged.
+    std::optional<std::vector<core::UpdateItem>> load(const std::filesystem::path& url);
+    // The error line on failure.
+    std::optional<std::string> write(const std::vector<core::UpdateItem>& items,
+                                     const std::filesystem::path& url);
+  };
 
   Collaborators collaborators_;
   core::CustomLogger logger_{"UIController"};
@@ -135,8 +146,7 @@ class UIController final : public run::ListedItems,
   std::unique_ptr<platform::Timer> delayedSaveWorkItem_;
   std::optional<platform::ElapsedPoint> lastSaveTime_;  // None: the distant past.
   core::WriteRetry retry_;
-  // Used on the file strand only.
-  core::DamagedFileKeeper damaged_{collaborators_.files, fileLogger_};
+  std::shared_ptr<FileWork> fileWork_ = std::make_shared<FileWork>(collaborators_.files);
   std::shared_ptr<run::VelmoRunCoordinator> velmoRunCoordinator_;
   std::vector<platform::ObserverToken> observers_;
   core::Lifetime lifetime_;
