@@ -42,14 +42,22 @@ class Lifetime {
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
+// A callable for an object held by a shared pointer, to be called on the
+// object's own executor: it calls `work` with the object and the arguments
+// while the object lives, and does nothing after.
+template <typename T, typename Work>
+auto whileAlive(std::weak_ptr<T> weak, Work work) {
+  return [weak = std::move(weak), work = std::move(work)](auto&&... arguments) mutable {
+    if (auto self = weak.lock()) work(*self, std::forward<decltype(arguments)>(arguments)...);
+  };
+}
+
 // Hands `work` to `executor` for an object held by a shared pointer: it runs
 // there with the object, if the object still lives, and the object is locked
 // only there, so that its last owner is never work on another thread.
 template <typename T, typename Work>
 void postLocked(Executor executor, std::weak_ptr<T> weak, Work work) {
-  asio::post(executor, [weak = std::move(weak), work = std::move(work)]() mutable {
-    if (auto self = weak.lock()) work(*self);
-  });
+  asio::post(executor, whileAlive(std::move(weak), std::move(work)));
 }
 
 }  // namespace velmo::core

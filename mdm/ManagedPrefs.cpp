@@ -19,12 +19,12 @@ ManagedPrefs::ManagedPrefs(const Collaborators& collaborators, std::set<ManagedD
       strand_(core::makeSerialExecutor(collaborators.mainExecutor)),
       domains_(std::move(domains)),
       refresh_(collaborators.mainExecutor, collaborators.clock, kReloadDebounce, [this] {
-        asio::post(strand_, [this, alive = alive_] {
+        asio::post(strand_, [this, alive = lifetime_.token()] {
           if (*alive) load();
         });
       }) {
   load();
-  auto changed = [this, alive = alive_] {
+  auto changed = [this, alive = lifetime_.token()] {
     if (*alive) refresh_.trigger();
   };
   wakeToken_ =
@@ -41,7 +41,6 @@ ManagedPrefs::ManagedPrefs(const Collaborators& collaborators, std::set<ManagedD
 
 ManagedPrefs::~ManagedPrefs() {
   logger_.debug("ManagedPrefs deinitializing, removing observers");
-  *alive_ = false;
   collaborators_.workspaceEvents.removeObserver(wakeToken_);
   for (auto token : distributedTokens_) collaborators_.distributedCenter.removeObserver(token);
   collaborators_.notificationCenter.removeObserver(defaultsToken_);

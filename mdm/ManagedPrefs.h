@@ -11,6 +11,7 @@
 
 #include "core/Debouncer.h"
 #include "core/Executors.h"
+#include "core/Lifetime.h"
 #include "core/logging/CustomLogger.h"
 #include "core/notifications/NotificationCenter.h"
 #include "mdm/ManagedDomain.h"
@@ -82,7 +83,7 @@ class ManagedPrefs {
   platform::ObserverToken wakeToken_;
   std::vector<platform::ObserverToken> distributedTokens_;
   platform::ObserverToken defaultsToken_;
-  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  core::Lifetime lifetime_;
   core::CustomLogger logger_{"ManagedPrefs"};
 };
 

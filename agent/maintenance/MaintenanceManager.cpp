@@ -33,13 +33,11 @@ MaintenanceManager::MaintenanceManager(const Collaborators& collaborators)
 
 std::shared_ptr<MaintenanceManager> MaintenanceManager::make(const Collaborators& collaborators) {
   std::shared_ptr<MaintenanceManager> manager(new MaintenanceManager(collaborators));
-  manager->workspaceToken_ = collaborators.workspaceEvents.addObserver(
-      [weak = manager->weak_from_this()](platform::WorkspaceEvent event) {
-        auto self = weak.lock();
-        if (!self) return;
-        if (event == platform::WorkspaceEvent::willSleep) self->willSleep();
-        if (event == platform::WorkspaceEvent::didWake) self->didWake();
-      });
+  manager->workspaceToken_ = collaborators.workspaceEvents.addObserver(core::whileAlive(
+      manager->weak_from_this(), [](MaintenanceManager& self, platform::WorkspaceEvent event) {
+        if (event == platform::WorkspaceEvent::willSleep) self.willSleep();
+        if (event == platform::WorkspaceEvent::didWake) self.didWake();
+      }));
   if (collaborators.lifecycle) {
     manager->stop_ =
         collaborators.lifecycle->subscribe([raw = manager.get()](core::LifePhase phase) {
@@ -134,14 +132,12 @@ asio::awaitable<void> MaintenanceManager::submitReport() {
 void MaintenanceManager::armTimer(platform::Duration delay) {
   if (collaborators_.lifecycle && collaborators_.lifecycle->stopping()) return;
   timer_ = collaborators_.clock.scheduleAfter(delay, collaborators_.mainExecutor,
-                                              [weak = weak_from_this()] {
-                                                if (auto self = weak.lock()) {
-                                                  // The handle goes when the next is armed.
-                                                  self->timerFireDate_.reset();
-                                                  self->publishActivity();
-                                                  self->startCycle();
-                                                }
-                                              });
+                                              core::whileAlive(weak_from_this(), [](auto& self) {
+                                                // The handle goes when the next is armed.
+                                                self.timerFireDate_.reset();
+                                                self.publishActivity();
+                                                self.startCycle();
+                                              }));
   timerFireDate_ = collaborators_.clock.now() + delay;
   publishActivity();
 }
