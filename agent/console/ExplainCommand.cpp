@@ -44,6 +44,86 @@ bool userRunsAnyTime(const AgentFacts& facts) {
   return !facts.planner.policy() || facts.config.allowUserInitiatedOutsideWindows;
 }
 
+using Colour = ConsoleText::Colour;
+
+// The sections of the text, each under its heading.
+struct ExplainText {
+  const AgentFacts& facts;
+  const ExplainCommand::Explanation& explanation;
+  const ConsoleText& text;
+  std::ostream& out;
+
+  std::string local(platform::TimePoint date) const {
+    return ConsoleText::localDate(date, facts.timeZone);
+  }
+
+  void heading() const {
+    out << text.paint("From ", Colour::bold) << local(explanation.from) << " to "
+        << local(explanation.to) << " (" << facts.timeZone << "), runs every "
+        << core::durationDescription(facts.planner.interval())
+        << (facts.planner.splay().count() > 0
+                ? ", " + core::durationDescription(facts.planner.splay()) +
+                      " after each window's opening (RunSplay)"
+                : std::string())
+        << ", last run " << (facts.lastRun ? local(*facts.lastRun) : std::string("never"))
+        << "\n\n";
+  }
+
+  void scheduledRuns() const {
+    out << text.paint("Scheduled runs", Colour::bold) << "\n";
+    if (explanation.scheduledRuns.empty()) out << "  none in these days\n";
+    for (const auto& run : explanation.scheduledRuns) {
+      out << "  " << local(run.at);
+      if (!run.allowed)
+        out << text.paint("  refused: no allowed moment within the search", Colour::red);
+      out << "\n";
+    }
+    if (explanation.moreRuns) out << "  and more\n";
+  }
+
+  void userRuns() const {
+    out << "\n" << text.paint("A user's run", Colour::bold) << "\n";
+    if (userRunsAnyTime(facts)) {
+      out << "  at any time"
+          << (facts.planner.policy() ? " (AllowUserInitiatedOutsideWindows)" : "") << "\n";
+    } else {
+      out << "  only while the windows allow:\n";
+    }
+  }
+
+  void windows() const {
+    out << "\n" << text.paint("Windows", Colour::bold) << "\n";
+    if (!facts.planner.policy()) {
+      out << "  none: every moment is allowed\n";
+      return;
+    }
+    std::vector<std::vector<std::string>> rows;
+    for (const auto& stretch : explanation.stretches) {
+      const bool allowed = stretch.verdict.kind == Kind::allowed;
+      rows.push_back({local(stretch.start) + " \u2013 " + local(stretch.end),
+                      allowed ? text.paint("allowed", Colour::green)
+                              : text.paint("blocked", Colour::red) + ": " +
+                                    ConsoleText::reason(stretch.verdict, *facts.planner.policy(),
+                                                        tuesdayOnly(facts))});
+    }
+    out << ConsoleText::aligned(rows, "  ");
+  }
+};
+
+void printCommands(const AgentFacts& facts, const std::string& tool, const ConsoleText& text,
+                   std::ostream& out) {
+  const auto lines = commands(facts);
+  out << "\n" << text.paint("Command lines now", Colour::bold) << "\n";
+  out << "  scheduled run:\n";
+  for (const auto& command : lines.scheduled)
+    out << "    " << ConsoleText::shellCommand(tool, command) << "\n";
+  out << "  a user's run:\n";
+  for (const auto& command : lines.user)
+    out << "    " << ConsoleText::shellCommand(tool, command) << "\n";
+  out << "  an app's update when its user quits it:\n";
+  out << "    " << ConsoleText::shellCommand(tool, lines.quit) << "\n";
+}
+
 }  // namespace
 
 ExplainCommand::Explanation ExplainCommand::explain(const AgentFacts& facts,
@@ -121,66 +201,14 @@ nlohmann::json ExplainCommand::json(const AgentFacts& facts, const Explanation& 
 void ExplainCommand::printText(const AgentFacts& facts, const Explanation& explanation,
                                const std::string& tool, const ConsoleText& text,
                                std::ostream& out) {
-  using Colour = ConsoleText::Colour;
-  const auto local = [&](platform::TimePoint date) {
-    return ConsoleText::localDate(date, facts.timeZone);
-  };
-  out << text.paint("From ", Colour::bold) << local(explanation.from) << " to "
-      << local(explanation.to) << " (" << facts.timeZone << "), runs every "
-      << core::durationDescription(facts.planner.interval())
-      << (facts.planner.splay().count() > 0
-              ? ", " + core::durationDescription(facts.planner.splay()) +
-                    " after each window's opening (RunSplay)"
-              : std::string())
-      << ", last run " << (facts.lastRun ? local(*facts.lastRun) : std::string("never")) << "\n\n";
-
-  out << text.paint("Scheduled runs", Colour::bold) << "\n";
-  if (explanation.scheduledRuns.empty()) out << "  none in these days\n";
-  for (const auto& run : explanation.scheduledRuns) {
-    out << "  " << local(run.at);
-    if (!run.allowed)
-      out << text.paint("  refused: no allowed moment within the search", Colour::red);
-    out << "\n";
-  }
-  if (explanation.moreRuns) out << "  and more\n";
-
-  out << "\n" << text.paint("A user's run", Colour::bold) << "\n";
-  if (userRunsAnyTime(facts)) {
-    out << "  at any time" << (facts.planner.policy() ? " (AllowUserInitiatedOutsideWindows)" : "")
-        << "\n";
-  } else {
-    out << "  only while the windows allow:\n";
-  }
-
-  out << "\n" << text.paint("Windows", Colour::bold) << "\n";
-  if (!facts.planner.policy()) {
-    out << "  none: every moment is allowed\n";
-  } else {
-    std::vector<std::vector<std::string>> rows;
-    for (const auto& stretch : explanation.stretches) {
-      const bool allowed = stretch.verdict.kind == Kind::allowed;
-      rows.push_back({local(stretch.start) + " \u2013 " + local(stretch.end),
-                      allowed ? text.paint("allowed", Colour::green)
-                              : text.paint("blocked", Colour::red) + ": " +
-                                    ConsoleText::reason(stretch.verdict, *facts.planner.policy(),
-                                                        tuesdayOnly(facts))});
-    }
-    out << ConsoleText::aligned(rows, "  ");
-  }
-
+  const ExplainText explain{facts, explanation, text, out};
+  explain.heading();
+  explain.scheduledRuns();
+  explain.userRuns();
+  explain.windows();
   out << "\n" << text.paint("Week", Colour::bold) << "\n";
   out << WeekPicture(facts.planner.policy(), explanation.from, facts.timeZone).render(text);
-
-  const auto lines = commands(facts);
-  out << "\n" << text.paint("Command lines now", Colour::bold) << "\n";
-  out << "  scheduled run:\n";
-  for (const auto& command : lines.scheduled)
-    out << "    " << ConsoleText::shellCommand(tool, command) << "\n";
-  out << "  a user's run:\n";
-  for (const auto& command : lines.user)
-    out << "    " << ConsoleText::shellCommand(tool, command) << "\n";
-  out << "  an app's update when its user quits it:\n";
-  out << "    " << ConsoleText::shellCommand(tool, lines.quit) << "\n";
+  printCommands(facts, tool, text, out);
 }
 
 }  // namespace velmo::agent::console

@@ -119,6 +119,7 @@ class UIController final : public run::ListedItems,
   // The file strand's part: it holds no owner of the controller, so the
   // controller is never locked, or destroyed, off the main executor.
   struct FileWork {
+    explicit FileWork(platform::FileManager& files) : files(files) {}
     platform::FileManager& files;
     core::CustomLogger logger{"UIController+Load+Save"};
     core::DamagedFileKeeper damaged{files, logger};

@@ -1,8 +1,8 @@
 #include "agent/main/StartCommand.h"
 
 #include "agent/run/VelmoRunCoordinator.h"
-#include "core/Bundle.h"
 #include "core/notifications/NotificationNames.h"
+#include "core/values/Bundle.h"
 
 namespace velmo::agent {
 

@@ -1,10 +1,7 @@
 #include "agent/run/VelmoRunCoordinator.h"
 
 #include <algorithm>
-#include <cmath>
-#include <deque>
 
-#include <asio/experimental/awaitable_operators.hpp>
 #include <asio/post.hpp>
 
 #include "agent/policy/PolicyAudit.h"
@@ -30,23 +27,10 @@ std::string label(std::optional<RescheduleReason> reason) {
   return "";
 }
 
-std::string runLabel(bool userInitiated) {
-  return userInitiated ? "User-Initiated Velmo Run" : "Scheduled Velmo Run";
-}
-
 std::string friendly(platform::TimePoint date) { return core::VelmoFormatters::friendlyDate(date); }
 
 std::string describe(platform::Duration duration) {
   return core::durationDescription(std::chrono::duration_cast<core::TimeInterval>(duration));
-}
-
-std::string joinedIDs(const std::vector<std::string>& ids) {
-  std::string text;
-  for (const auto& id : ids) {
-    if (!text.empty()) text += ", ";
-    text += id;
-  }
-  return text;
 }
 
 }  // namespace
@@ -60,8 +44,6 @@ std::shared_ptr<VelmoRunCoordinator> VelmoRunCoordinator::make(Collaborators col
 
 VelmoRunCoordinator::VelmoRunCoordinator(Collaborators collaborators)
     : collaborators_(std::move(collaborators)),
-      plistManager_(collaborators_.files, collaborators_.paths.agentStateFile(),
-                    PlistManager::Retries{collaborators_.clock, collaborators_.mainExecutor}),
       wakeSubject_(
           collaborators_.mainExecutor, collaborators_.clock, kDebounce,
           [this] {
@@ -74,19 +56,26 @@ VelmoRunCoordinator::VelmoRunCoordinator(Collaborators collaborators)
       // The observer has just read the policy; reading the files again would give the same.
       config_(mdmChangeObserver_.config().value()),
       machineId_(RunSplay::readMachineId(collaborators_.files, collaborators_.paths)),
-      gate_(collaborators_.mainExecutor, collaborators_.clock) {
-  const auto count = plistManager_.value(PlistKey::updateTaskRunCount);
-  const auto last = plistManager_.value(PlistKey::lastUpdateTaskRun);
-  RunActivity initial;
-  if (const auto* number = count ? count->getIf<std::int64_t>() : nullptr) {
-    initial.runCount = *number;
-  }
-  if (const auto* date = last ? last->getIf<core::PlistDate>() : nullptr) {
-    initial.lastRunDate = date->value;
-  }
-  activity_.set(initial);
+      record_(collaborators_.files, collaborators_.paths.agentStateFile(),
+              PlistManager::Retries{collaborators_.clock, collaborators_.mainExecutor}),
+      gate_(collaborators_.mainExecutor, collaborators_.clock),
+      pass_({.mainExecutor = collaborators_.mainExecutor,
+             .clock = collaborators_.clock,
+             .userDefaults = collaborators_.userDefaults,
+             .managedPrefs = collaborators_.managedPrefs,
+             .distributedCenter = collaborators_.distributedCenter,
+             .runner = collaborators_.runner,
+             .inventory = collaborators_.inventory,
+             .record = record_,
+             .config = config_,
+             .uiController = uiController_,
+             .currentTimeZone = collaborators_.currentTimeZone,
+             .logger = logger_}),
+      newItems_(collaborators_.managedPrefs, collaborators_.runner, config_, logger_) {
   // Said once here; the planner falls back silently.
-  if (config_.runInterval) sanitizedInterval(*config_.runInterval);
+  if (config_.runInterval && !RunPlanner::usableInterval(*config_.runInterval)) {
+    warnUnusableInterval(*config_.runInterval);
+  }
   timerInterval_ = RunPlanner::startInterval(config_, collaborators_.userDefaults);
 }
 
@@ -95,7 +84,8 @@ void VelmoRunCoordinator::start() {
       [weak = weak_from_this(), main = collaborators_.mainExecutor](bool pending) {
         asio::post(main, [weak, pending] {
           if (auto self = weak.lock()) {
-            self->updateActivity([pending](RunActivity& activity) { activity.pending = pending; });
+            self->record_.updateActivity(
+                [pending](RunActivity& activity) { activity.pending = pending; });
           }
         });
       });
@@ -131,17 +121,15 @@ VelmoRunCoordinator::~VelmoRunCoordinator() {
   logger_.debug("VelmoRunCoordinator deinitialized.");
 }
 
-core::TimeInterval VelmoRunCoordinator::sanitizedInterval(double seconds) const {
-  if (const auto usable = RunPlanner::usableInterval(seconds)) return *usable;
+void VelmoRunCoordinator::warnUnusableInterval(double seconds) const {
   logger_.warning("Ignoring RunInterval " +
                   mdm::PreferenceConversions::string(seconds).value_or("") +
                   ": it must be a number of seconds above 0. Using " +
                   core::durationDescription(defaultTimerInterval) + ".");
-  return defaultTimerInterval;
 }
 
 std::optional<platform::TimePoint> VelmoRunCoordinator::nextRunDate() const {
-  return activity_.value().nextRunDate;
+  return record_.currentActivity().nextRunDate;
 }
 
 // A stopping agent plans nothing more: the timer goes, the gate's watchdog
@@ -217,13 +205,7 @@ RunGate::Operation VelmoRunCoordinator::gateOperation(bool userInitiated) {
 
 void VelmoRunCoordinator::invalidateTimer() {
   timer_.reset();
-  updateActivity([](RunActivity& activity) { activity.nextRunDate.reset(); });
-}
-
-void VelmoRunCoordinator::updateActivity(const std::function<void(RunActivity&)>& change) {
-  RunActivity fresh = activity_.value();
-  change(fresh);
-  if (fresh != activity_.value()) activity_.set(std::move(fresh));
+  record_.updateActivity([](RunActivity& activity) { activity.nextRunDate.reset(); });
 }
 
 void VelmoRunCoordinator::scheduleNextRun() {
@@ -243,13 +225,12 @@ void VelmoRunCoordinator::scheduleNextRun() {
 void VelmoRunCoordinator::rescheduleFromLastRun(std::optional<RescheduleReason> reason) {
   invalidateTimer();
   const platform::TimePoint now = collaborators_.clock.now();
-  const auto stored = plistManager_.value(PlistKey::lastUpdateTaskRun);
-  const auto* last = stored ? stored->getIf<core::PlistDate>() : nullptr;
+  const auto last = record_.lastRun();
   if (!last) {
     scheduleNextRun();
     return;
   }
-  platform::TimePoint lastRun = last->value;
+  platform::TimePoint lastRun = *last;
   if (lastRun > now) {
     // Stamped by a clock that was wrong once: planning from it would stop
     // runs until that date has passed.
@@ -299,10 +280,10 @@ void VelmoRunCoordinator::scheduleTimer(platform::TimePoint fireDate, core::Time
   const auto wait = std::max(fireDate - collaborators_.clock.now(), platform::Duration::zero());
   // Replacing the handle cancels any timer still armed: two never coexist.
   timer_ = collaborators_.clock.scheduleAfter(wait, collaborators_.mainExecutor, [this] {
-    updateActivity([](RunActivity& activity) { activity.nextRunDate.reset(); });
+    record_.updateActivity([](RunActivity& activity) { activity.nextRunDate.reset(); });
     startTriggerRun(core::TimeInterval(0));
   });
-  updateActivity([fireDate](RunActivity& activity) { activity.nextRunDate = fireDate; });
+  record_.updateActivity([fireDate](RunActivity& activity) { activity.nextRunDate = fireDate; });
 }
 
 std::optional<core::VelmoWindowPolicy> VelmoRunCoordinator::effectivePolicy() const {
@@ -332,166 +313,17 @@ void VelmoRunCoordinator::handleWorkspaceEvent(platform::WorkspaceEvent event) {
                 std::to_string(static_cast<int>(event)));
 }
 
-asio::awaitable<bool> VelmoRunCoordinator::shouldSkipRun() {
-  const bool configured = co_await collaborators_.managedPrefs.boolValue(
-      "SkipFirstVelmoAgentRun", mdm::ManagedDomain::velmoAgent, false);
-  if (!configured) co_return false;
-  const auto count = plistManager_.value(PlistKey::updateTaskRunCount);
-  const auto* number = count ? count->getIf<std::int64_t>() : nullptr;
-  co_return number ? *number == 0 : true;
-}
-
-void VelmoRunCoordinator::recordRun(std::int64_t runNumber, platform::TimePoint date) {
-  plistManager_.setValue(core::PlistValue(runNumber), PlistKey::updateTaskRunCount);
-  plistManager_.setValue(core::PlistValue(core::PlistDate{date}), PlistKey::lastUpdateTaskRun);
-  updateActivity([runNumber, date](RunActivity& activity) {
-    activity.runCount = runNumber;
-    activity.lastRunDate = date;
-  });
-}
-
-bool VelmoRunCoordinator::windowsAllow(bool userInitiated, platform::TimePoint now) const {
-  const auto policy = effectivePolicy();
-  if (!policy) return true;
-  if (userInitiated) {
-    if (config_.allowUserInitiatedOutsideWindows || policy->isWithinAllowedWindow(now)) return true;
-    logger_.info(
-        "User\u2011initiated Velmo Run requested outside configured windows and overrides are "
-        "disabled. Skipping run.");
-    return false;
-  }
-  if (policy->isWithinAllowedWindow(now)) return true;
-  logger_.info("Current time is outside allowed Velmo Run windows. Skipping scheduled run.");
-  const platform::TimePoint next = policy->nextAllowedRunDate(now, kRefusedRunSearchDays);
-  if (next > now) {
-    logger_.info("Next allowed Velmo Run window begins at " + friendly(next) + " (in " +
-                 describe(next - now) + ").");
-  }
-  return false;
-}
-
 // Runs on the main executor; the gate operation brings it there.
 asio::awaitable<void> VelmoRunCoordinator::performRun(bool userInitiated) {
   if (stopping()) {
     // Requests that were waiting at the gate: each is dropped, one line says so.
     if (!std::exchange(refusalSaid_, true)) {
-      logger_.info("The agent is stopping: " + runLabel(userInitiated) +
+      logger_.info("The agent is stopping: " + RunPass::runLabel(userInitiated) +
                    " not started, nor any other until the agent is back.");
     }
     co_return;
   }
-  const platform::TimePoint now = collaborators_.clock.now();
-  const platform::ElapsedPoint began = collaborators_.clock.elapsed();
-  const auto count = plistManager_.value(PlistKey::updateTaskRunCount);
-  const auto* stored = count ? count->getIf<std::int64_t>() : nullptr;
-  const std::int64_t runNumber = (stored ? *stored : 0) + 1;
-  const bool skip = co_await shouldSkipRun();
-
-  if (!windowsAllow(userInitiated, now)) co_return;
-
-  if (skip) {
-    logger_.info("Configured to skip the first Velmo Run.");
-    recordRun(runNumber, collaborators_.clock.now());
-    co_return;
-  }
-
-  const std::string name = runLabel(userInitiated);
-  logger_.info(name + " #" + std::to_string(runNumber) + " started.");
-  updateActivity([now, userInitiated](RunActivity& activity) {
-    activity.inProgress = true;
-    activity.userInitiated = userInitiated;
-    activity.startedAt = now;
-  });
-  // Cleared however the run ends.
-  const auto over = [](VelmoRunCoordinator* self) {
-    self->updateActivity([](RunActivity& activity) {
-      activity.inProgress = false;
-      activity.userInitiated = false;
-      activity.startedAt.reset();
-    });
-  };
-  const std::unique_ptr<VelmoRunCoordinator, decltype(over)> inProgress(this, over);
-  co_await compareListedItems();
-
-  co_await runJob(userInitiated);
-
-  const platform::TimePoint end = collaborators_.clock.now();
-  logger_.info(name + " #" + std::to_string(runNumber) + " finished in " +
-               describe(collaborators_.clock.elapsed() - began) + ".");
-  recordRun(runNumber, end);
-}
-
-asio::awaitable<void> VelmoRunCoordinator::runJob(bool userInitiated) {
-  const VelmoRunJob::Collaborators jobCollaborators{
-      collaborators_.mainExecutor,      collaborators_.userDefaults, collaborators_.managedPrefs,
-      collaborators_.distributedCenter, collaborators_.runner,       collaborators_.inventory};
-  auto job = std::make_unique<VelmoRunJob>(jobCollaborators, userInitiated);
-  co_await job->run();
-}
-
-asio::awaitable<void> VelmoRunCoordinator::compareListedItems() {
-  const auto controller = uiController_.lock();
-  if (!controller) {
-    logger_.warning("UIController reference is nil, skipping velmo comparison.");
-    co_return;
-  }
-  // A snapshot: items listed later wait for the next run. Every item counts,
-  // whatever its state.
-  auto pending = std::make_shared<std::deque<std::string>>();
-  for (const auto& item : controller->updateItems()) pending->push_back(item.id);
-  // Three workers take the next id as soon as their comparison ends, so at
-  // most three run at once; the run goes on when all three are done.
-  using namespace asio::experimental::awaitable_operators;
-  co_await (compareWorker(pending) && compareWorker(pending) && compareWorker(pending));
-}
-
-asio::awaitable<void> VelmoRunCoordinator::compareWorker(
-    std::shared_ptr<std::deque<std::string>> pending) {
-  while (!pending->empty()) {
-    const std::string id = pending->front();
-    pending->pop_front();
-    const int exitCode = co_await compareItem(id, kCompareTimeout);
-    handleCompareResult(id, exitCode);
-  }
-}
-
-asio::awaitable<int> VelmoRunCoordinator::compareItem(std::string id, core::TimeInterval timeout) {
-  std::vector<std::string> arguments{"compare", std::move(id), "--fail"};
-  const std::optional<core::TimeInterval> limit = timeout;
-  co_return co_await collaborators_.runner.run(std::move(arguments), limit);
-}
-
-void VelmoRunCoordinator::handleCompareResult(const std::string& id, int exitCode) {
-  const auto controller = uiController_.lock();
-  if (!controller) return;
-  const auto& items = controller->updateItems();
-  const auto found = std::find_if(items.begin(), items.end(),
-                                  [&](const core::UpdateItem& item) { return item.id == id; });
-  if (found == items.end()) {
-    logger_.debug("Discarding compare result; item with ID " + id + " no longer present.");
-    return;
-  }
-  switch (exitCode) {
-    case kCompareNothingDue: {
-      logger_.debug("Velmo compare completed successfully for " + id +
-                    ", scheduling removal from list.");
-      const core::UpdateItem item = *found;
-      controller->scheduleRemoval(item, core::TimeInterval(0.0));
-      controller->postRemoveDeferrals(item);
-      return;
-    }
-    case kCompareUpdateAvailable:
-      logger_.debug("Velmo compare indicates an update is available for " + id + ".");
-      return;
-    case VelmoRunner::kTimedOut:
-      logger_.warning("Velmo compare timed out for " + id + "; leaving item in list.");
-      return;
-    case VelmoRunner::kNotStarted:
-      return;
-    default:
-      logger_.error("Velmo compare failed for " + id + " with exit code " +
-                    std::to_string(exitCode) + ".");
-  }
+  co_await pass_.run(userInitiated);
 }
 
 void VelmoRunCoordinator::handlePolicyChange(const policy::VelmoRunConfig& fresh) {
@@ -504,93 +336,44 @@ void VelmoRunCoordinator::handlePolicyChange(const policy::VelmoRunConfig& fresh
   }
   // Steps in this order; one doesn't end the others. `config_` is still the
   // old policy until the last step, so a replan here uses the old windows.
-  if (fresh.runInterval != config_.runInterval) {
-    const core::TimeInterval target =
-        fresh.runInterval ? sanitizedInterval(*fresh.runInterval) : defaultTimerInterval;
-    if (target != timerInterval_) {
-      logger_.info(std::string("Velmo Run interval ") +
-                   (timerInterval_ < target ? "increased" : "decreased") + ": " +
-                   core::durationDescription(timerInterval_) + " \u2192 " +
-                   core::durationDescription(target) + ".");
-      timerInterval_ = target;
-      rescheduleFromLastRun(RescheduleReason::mdmChange);
-    }
-  }
-
-  if (fresh.installOrUpdate != config_.installOrUpdate) {
-    std::set<std::string> added;
-    for (const auto& id : fresh.installOrUpdate) {
-      if (!config_.installOrUpdate.count(id)) added.insert(id);
-    }
-    if (!added.empty()) {
-      logger_.info("New install or update items detected: " +
-                   joinedIDs({added.begin(), added.end()}));
-      core::startHolding(
-          collaborators_.mainExecutor, weak_from_this(), logger_,
-          [added](VelmoRunCoordinator& self) { return self.processInstallOrUpdateItems(added); });
-    }
-  }
-
-  if (fresh.updateOnly != config_.updateOnly) {
-    std::set<std::string> added;
-    for (const auto& id : fresh.updateOnly) {
-      if (!config_.updateOnly.count(id) && !fresh.installOrUpdate.count(id)) added.insert(id);
-    }
-    if (!added.empty()) {
-      logger_.info("New update-only items detected: " + joinedIDs({added.begin(), added.end()}));
-      core::startHolding(
-          collaborators_.mainExecutor, weak_from_this(), logger_,
-          [added](VelmoRunCoordinator& self) { return self.processUpdateOnlyItems(added); });
-    }
-  }
-
-  const bool windowsChanged = fresh.globalAllowWindows != config_.globalAllowWindows ||
-                              fresh.globalBlackoutWindows != config_.globalBlackoutWindows ||
-                              fresh.velmoTuesdayOnly != config_.velmoTuesdayOnly;
-  const bool splayChanged = fresh.runSplay != config_.runSplay;
+  const RunPolicyDiff diff = RunPolicyDiff::between(config_, fresh, timerInterval_);
+  if (diff.refusedInterval) warnUnusableInterval(*diff.refusedInterval);
+  if (diff.interval) applyInterval(*diff.interval);
+  startAddedItems(diff);
   config_ = fresh;
-  if (!windowsChanged) {
-    // A new offset moves a plan made at a window's opening.
-    if (splayChanged) rescheduleFromLastRun(RescheduleReason::mdmChange);
-    return;
+  if (diff.replan == RunPolicyDiff::Replan::windows) {
+    logger_.info(
+        "Global Velmo Run windows configuration changed; rescheduling next run based on new "
+        "window policy.");
   }
-  logger_.info(
-      "Global Velmo Run windows configuration changed; rescheduling next run based on new "
-      "window policy.");
+  if (diff.replan != RunPolicyDiff::Replan::none) {
+    rescheduleFromLastRun(RescheduleReason::mdmChange);
+  }
+}
+
+void VelmoRunCoordinator::applyInterval(core::TimeInterval interval) {
+  logger_.info(std::string("Velmo Run interval ") +
+               (timerInterval_ < interval ? "increased" : "decreased") + ": " +
+               core::durationDescription(timerInterval_) + " \u2192 " +
+               core::durationDescription(interval) + ".");
+  timerInterval_ = interval;
   rescheduleFromLastRun(RescheduleReason::mdmChange);
 }
 
-asio::awaitable<void> VelmoRunCoordinator::processInstallOrUpdateItems(std::set<std::string> ids) {
-  if (ids.empty()) co_return;
-  const std::vector<std::string> list(ids.begin(), ids.end());
-  logger_.info("Processing new install or update items: " + joinedIDs(list));
-  std::vector<std::string> arguments{"install"};
-  arguments.insert(arguments.end(), list.begin(), list.end());
-  co_await runNewItems(std::move(arguments), joinedIDs(list));
-}
-
-asio::awaitable<void> VelmoRunCoordinator::processUpdateOnlyItems(std::set<std::string> ids) {
-  if (config_.updateAll || ids.empty()) co_return;
-  const std::vector<std::string> list(ids.begin(), ids.end());
-  logger_.info("Processing new update-only items: " + joinedIDs(list));
-  std::vector<std::string> arguments{"install"};
-  arguments.insert(arguments.end(), list.begin(), list.end());
-  arguments.push_back("--update-only");
-  co_await runNewItems(std::move(arguments), joinedIDs(list));
-}
-
-// The tool at once, outside the gate and the windows, with no time limit.
-asio::awaitable<void> VelmoRunCoordinator::runNewItems(std::vector<std::string> arguments,
-                                                       std::string ids) {
-  if (co_await collaborators_.managedPrefs.boolValue("EnableMenuBarApp",
-                                                     mdm::ManagedDomain::velmoNotifier, false)) {
-    arguments.push_back("--menu-bar-notification");
+void VelmoRunCoordinator::startAddedItems(const RunPolicyDiff& diff) {
+  if (const auto& added = diff.addedInstallOrUpdate; !added.empty()) {
+    logger_.info("New install or update items detected: " + NewItemsInstaller::joinedIDs(added));
+    core::startHolding(collaborators_.mainExecutor, weak_from_this(), logger_,
+                       [added](VelmoRunCoordinator& self) {
+                         return self.newItems_.processInstallOrUpdateItems(added);
+                       });
   }
-  const std::optional<core::TimeInterval> noLimit;
-  const int result = co_await collaborators_.runner.run(std::move(arguments), noLimit);
-  if (result != 0 && result != VelmoRunner::kNotStarted) {
-    logger_.error("Failed to process new update items: " + ids +
-                  " with exit code: " + std::to_string(result));
+  if (const auto& added = diff.addedUpdateOnly; !added.empty()) {
+    logger_.info("New update-only items detected: " + NewItemsInstaller::joinedIDs(added));
+    core::startHolding(collaborators_.mainExecutor, weak_from_this(), logger_,
+                       [added](VelmoRunCoordinator& self) {
+                         return self.newItems_.processUpdateOnlyItems(added);
+                       });
   }
 }
 

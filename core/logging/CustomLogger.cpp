@@ -4,10 +4,10 @@
 #include <string>
 #include <vector>
 
-#include "core/Bundle.h"
 #include "core/logging/LogSinks.h"
 #include "core/logging/Utf8.h"
 #include "core/logging/VelmoFormatters.h"
+#include "core/values/Bundle.h"
 
 namespace velmo::core {
 namespace {

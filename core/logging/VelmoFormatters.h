@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "platform/Clock.h"
+#include "core/values/Time.h"
 
 namespace velmo::core {
 

@@ -43,31 +43,14 @@ std::optional<std::uint64_t> bigEndian(std::string_view bytes, std::uint64_t at,
   return value;
 }
 
-// libplist aborts the process (a failed assertion) when it hands out a
-// dictionary key with a NUL inside, and only a binary list can hold one. So
-// before libplist reads a binary list, every key of every dictionary is looked
-// at here; a file with such a key, or one whose keys can't be found, is refused
-// as malformed. Each key object is checked once, however many dictionaries
-// share it.
-bool binaryKeysAreSafe(std::string_view bytes) {
-  constexpr std::size_t kTrailer = 32;
-  if (bytes.substr(0, 8) != "bplist00") return true;  // Not binary: the XML reader copes.
-  if (bytes.size() < 8 + kTrailer) return false;
-  const std::size_t trailer = bytes.size() - kTrailer;
-  const unsigned offsetSize = static_cast<unsigned char>(bytes[trailer + 6]);
-  const unsigned refSize = static_cast<unsigned char>(bytes[trailer + 7]);
-  const auto count = bigEndian(bytes, trailer + 8, 8);
-  const auto table = bigEndian(bytes, trailer + 24, 8);
-  if (offsetSize < 1 || offsetSize > 8 || refSize < 1 || refSize > 8 || !count || !table ||
-      *table > trailer || *count > (trailer - *table) / offsetSize) {
-    return false;
-  }
-  auto objectAt = [&](std::uint64_t index) {
-    return bigEndian(bytes, *table + index * offsetSize, offsetSize);
-  };
-  constexpr std::uint64_t kAscii = 0x5;
-  constexpr std::uint64_t kUtf16 = 0x6;
-  constexpr std::uint64_t kDictionary = 0xD;
+constexpr std::uint64_t kAscii = 0x5;
+constexpr std::uint64_t kUtf16 = 0x6;
+constexpr std::uint64_t kDictionary = 0xD;
+
+// The object table of a binary list, read from its trailer, and the objects
+// it points at, every read bounded by the bytes there are.
+class BinaryObjects {
+ public:
   // An object's kind (its marker's high nibble) and, for the kinds looked at
   // here, its length: in the marker's low nibble, or in the integer object
   // after it; with where its contents start.
@@ -76,55 +59,179 @@ bool binaryKeysAreSafe(std::string_view bytes) {
     std::uint64_t length;
     std::uint64_t contents;
   };
-  auto objectHeader = [&](std::uint64_t at) -> std::optional<Object> {
-    const auto marker = bigEndian(bytes, at, 1);
+
+  // None when the trailer is cut short or points outside the bytes.
+  static std::optional<BinaryObjects> read(std::string_view bytes) {
+    constexpr std::size_t kTrailer = 32;
+    if (bytes.size() < 8 + kTrailer) return std::nullopt;
+    const std::size_t trailer = bytes.size() - kTrailer;
+    const unsigned offsetSize = static_cast<unsigned char>(bytes[trailer + 6]);
+    const unsigned refSize = static_cast<unsigned char>(bytes[trailer + 7]);
+    const auto count = bigEndian(bytes, trailer + 8, 8);
+    const auto table = bigEndian(bytes, trailer + 24, 8);
+    if (offsetSize < 1 || offsetSize > 8 || refSize < 1 || refSize > 8 || !count || !table ||
+        *table > trailer || *count > (trailer - *table) / offsetSize) {
+      return std::nullopt;
+    }
+    return BinaryObjects(bytes, offsetSize, refSize, *count, *table);
+  }
+
+  std::uint64_t count() const { return count_; }
+
+  std::optional<std::uint64_t> objectAt(std::uint64_t index) const {
+    return bigEndian(bytes_, table_ + index * offsetSize_, offsetSize_);
+  }
+
+  // The `k`th reference of the object whose contents start at `contents`.
+  std::optional<std::uint64_t> reference(std::uint64_t contents, std::uint64_t k) const {
+    return bigEndian(bytes_, contents + k * refSize_, refSize_);
+  }
+
+  std::optional<Object> header(std::uint64_t at) const {
+    const auto marker = bigEndian(bytes_, at, 1);
     if (!marker) return std::nullopt;
     const std::uint64_t kind = *marker >> 4;
     if (kind != kAscii && kind != kUtf16 && kind != kDictionary) return Object{kind, 0, at + 1};
     if ((*marker & 0x0F) != 0x0F) return Object{kind, *marker & 0x0F, at + 1};
-    const auto sizeMarker = bigEndian(bytes, at + 1, 1);
+    const auto sizeMarker = bigEndian(bytes_, at + 1, 1);
     if (!sizeMarker || (*sizeMarker & 0xF0) != 0x10 || (*sizeMarker & 0x0F) > 3) {
       return std::nullopt;
     }
     const unsigned width = 1u << (*sizeMarker & 0x0F);
-    const auto length = bigEndian(bytes, at + 2, width);
+    const auto length = bigEndian(bytes_, at + 2, width);
     if (!length) return std::nullopt;
     return Object{kind, *length, at + 2 + width};
-  };
-  auto keyIsSafe = [&](const Object& key) {
+  }
+
+  bool keyIsSafe(const Object& key) const {
     // Other kinds of key are refused by libplist itself, without aborting.
     if (key.kind != kAscii && key.kind != kUtf16) return true;
     const std::uint64_t unitSize = key.kind == kUtf16 ? 2 : 1;
-    if (key.contents > bytes.size() || key.length > (bytes.size() - key.contents) / unitSize) {
+    if (key.contents > bytes_.size() || key.length > (bytes_.size() - key.contents) / unitSize) {
       return false;
     }
-    const auto text = bytes.substr(static_cast<std::size_t>(key.contents),
-                                   static_cast<std::size_t>(key.length * unitSize));
+    const auto text = bytes_.substr(static_cast<std::size_t>(key.contents),
+                                    static_cast<std::size_t>(key.length * unitSize));
     if (unitSize == 1) return text.find('\0') == std::string_view::npos;
     for (std::size_t i = 0; i < text.size(); i += 2) {
       if (text[i] == '\0' && text[i + 1] == '\0') return false;
     }
     return true;
-  };
-  std::vector<bool> checked(static_cast<std::size_t>(*count));
-  for (std::uint64_t index = 0; index < *count; ++index) {
-    const auto at = objectAt(index);
+  }
+
+ private:
+  BinaryObjects(std::string_view bytes, unsigned offsetSize, unsigned refSize, std::uint64_t count,
+                std::uint64_t table)
+      : bytes_(bytes), offsetSize_(offsetSize), refSize_(refSize), count_(count), table_(table) {}
+
+  std::string_view bytes_;
+  unsigned offsetSize_;
+  unsigned refSize_;
+  std::uint64_t count_;
+  std::uint64_t table_;
+};
+
+// The keys of the dictionary at `at`, each key object once: `checked` holds
+// those already seen.
+bool dictionaryKeysAreSafe(const BinaryObjects& objects, std::uint64_t at,
+                           std::vector<bool>& checked) {
+  const auto object = objects.header(at);
+  if (!object) return false;
+  for (std::uint64_t k = 0; k < object->length; ++k) {
+    const auto ref = objects.reference(object->contents, k);
+    if (!ref || *ref >= objects.count()) return false;
+    if (checked[static_cast<std::size_t>(*ref)]) continue;
+    const auto keyAt = objects.objectAt(*ref);
+    const auto key = keyAt ? objects.header(*keyAt) : std::nullopt;
+    if (!key || !objects.keyIsSafe(*key)) return false;
+    checked[static_cast<std::size_t>(*ref)] = true;
+  }
+  return true;
+}
+
+// libplist aborts the process (a failed assertion) when it hands out a
+// dictionary key with a NUL inside, and only a binary list can hold one. So
+// before libplist reads a binary list, every key of every dictionary is looked
+// at here; a file with such a key, or one whose keys can't be found, is refused
+// as malformed. Each key object is checked once, however many dictionaries
+// share it.
+bool binaryKeysAreSafe(std::string_view bytes) {
+  if (bytes.substr(0, 8) != "bplist00") return true;  // Not binary: the XML reader copes.
+  const auto objects = BinaryObjects::read(bytes);
+  if (!objects) return false;
+  std::vector<bool> checked(static_cast<std::size_t>(objects->count()));
+  for (std::uint64_t index = 0; index < objects->count(); ++index) {
+    const auto at = objects->objectAt(index);
     const auto marker = at ? bigEndian(bytes, *at, 1) : std::nullopt;
     if (!marker) return false;
     if ((*marker >> 4) != kDictionary) continue;  // Only dictionaries have keys.
-    const auto object = objectHeader(*at);
-    if (!object) return false;
-    for (std::uint64_t k = 0; k < object->length; ++k) {
-      const auto ref = bigEndian(bytes, object->contents + k * refSize, refSize);
-      if (!ref || *ref >= *count) return false;
-      if (checked[static_cast<std::size_t>(*ref)]) continue;
-      const auto keyAt = objectAt(*ref);
-      const auto key = keyAt ? objectHeader(*keyAt) : std::nullopt;
-      if (!key || !keyIsSafe(*key)) return false;
-      checked[static_cast<std::size_t>(*ref)] = true;
-    }
+    if (!dictionaryKeysAreSafe(*objects, *at, checked)) return false;
   }
   return true;
+}
+
+std::optional<PlistValue> fromNode(plist_t node, int depth);
+
+// libplist keeps negative integers as their two's complement, and marks them
+// only in its own output; a value past the signed range that isn't negative
+// has no 64-bit signed form and is left out.
+std::optional<PlistValue> integerFromNode(plist_t node) {
+  std::uint64_t value = 0;
+  plist_get_uint_val(node, &value);
+  if (value > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()) &&
+      !isNegative(node)) {
+    return std::nullopt;
+  }
+  return PlistValue(static_cast<std::int64_t>(value));
+}
+
+PlistValue stringFromNode(plist_t node) {
+  // By pointer and length: the copying getter asserts on an embedded NUL.
+  std::uint64_t length = 0;
+  const char* text = plist_get_string_ptr(node, &length);
+  return PlistValue(text ? std::string(text, length) : std::string());
+}
+
+PlistValue dateFromNode(plist_t node) {
+  std::int32_t seconds = 0;
+  std::int32_t micros = 0;
+  plist_get_date_val(node, &seconds, &micros);
+  return PlistValue(PlistDate{TimePoint(kReferenceDate) + std::chrono::seconds(seconds) +
+                              std::chrono::microseconds(micros)});
+}
+
+PlistValue dataFromNode(plist_t node) {
+  std::uint64_t length = 0;
+  const auto* bytes = reinterpret_cast<const std::uint8_t*>(plist_get_data_ptr(node, &length));
+  return PlistValue(bytes ? PlistData(bytes, bytes + length) : PlistData());
+}
+
+PlistValue arrayFromNode(plist_t node, int depth) {
+  PlistArray array;
+  const std::uint32_t size = plist_array_get_size(node);
+  for (std::uint32_t i = 0; i < size; ++i) {
+    auto element = fromNode(plist_array_get_item(node, i), depth + 1);
+    if (element) array.push_back(std::move(*element));
+  }
+  return PlistValue(std::move(array));
+}
+
+PlistValue dictionaryFromNode(plist_t node, int depth) {
+  PlistDictionary dictionary;
+  plist_dict_iter iterator = nullptr;
+  plist_dict_new_iter(node, &iterator);
+  for (;;) {
+    char* key = nullptr;
+    plist_t item = nullptr;
+    plist_dict_next_item(node, iterator, &key, &item);
+    if (!key) break;
+    std::string name = key;
+    std::free(key);
+    auto value = fromNode(item, depth + 1);
+    if (value) dictionary.insert_or_assign(std::move(name), std::move(*value));
+  }
+  std::free(iterator);
+  return PlistValue(std::move(dictionary));
 }
 
 // A value with no form of ours (a UID, an integer past 64 bits, nesting too
@@ -137,67 +244,23 @@ std::optional<PlistValue> fromNode(plist_t node, int depth) {
       plist_get_bool_val(node, &value);
       return PlistValue(value != 0);
     }
-    case PLIST_UINT: {
-      std::uint64_t value = 0;
-      plist_get_uint_val(node, &value);
-      // libplist keeps negative integers as their two's complement, and marks
-      // them only in its own output; a value past the signed range that isn't
-      // negative has no 64-bit signed form and is left out.
-      if (value > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()) &&
-          !isNegative(node)) {
-        return std::nullopt;
-      }
-      return PlistValue(static_cast<std::int64_t>(value));
-    }
+    case PLIST_UINT:
+      return integerFromNode(node);
     case PLIST_REAL: {
       double value = 0;
       plist_get_real_val(node, &value);
       return PlistValue(value);
     }
-    case PLIST_STRING: {
-      // By pointer and length: the copying getter asserts on an embedded NUL.
-      std::uint64_t length = 0;
-      const char* text = plist_get_string_ptr(node, &length);
-      return PlistValue(text ? std::string(text, length) : std::string());
-    }
-    case PLIST_DATE: {
-      std::int32_t seconds = 0;
-      std::int32_t micros = 0;
-      plist_get_date_val(node, &seconds, &micros);
-      return PlistValue(PlistDate{TimePoint(kReferenceDate) + std::chrono::seconds(seconds) +
-                                  std::chrono::microseconds(micros)});
-    }
-    case PLIST_DATA: {
-      std::uint64_t length = 0;
-      const auto* bytes = reinterpret_cast<const std::uint8_t*>(plist_get_data_ptr(node, &length));
-      return PlistValue(bytes ? PlistData(bytes, bytes + length) : PlistData());
-    }
-    case PLIST_ARRAY: {
-      PlistArray array;
-      const std::uint32_t size = plist_array_get_size(node);
-      for (std::uint32_t i = 0; i < size; ++i) {
-        auto element = fromNode(plist_array_get_item(node, i), depth + 1);
-        if (element) array.push_back(std::move(*element));
-      }
-      return PlistValue(std::move(array));
-    }
-    case PLIST_DICT: {
-      PlistDictionary dictionary;
-      plist_dict_iter iterator = nullptr;
-      plist_dict_new_iter(node, &iterator);
-      for (;;) {
-        char* key = nullptr;
-        plist_t item = nullptr;
-        plist_dict_next_item(node, iterator, &key, &item);
-        if (!key) break;
-        std::string name = key;
-        std::free(key);
-        auto value = fromNode(item, depth + 1);
-        if (value) dictionary.insert_or_assign(std::move(name), std::move(*value));
-      }
-      std::free(iterator);
-      return PlistValue(std::move(dictionary));
-    }
+    case PLIST_STRING:
+      return stringFromNode(node);
+    case PLIST_DATE:
+      return dateFromNode(node);
+    case PLIST_DATA:
+      return dataFromNode(node);
+    case PLIST_ARRAY:
+      return arrayFromNode(node, depth);
+    case PLIST_DICT:
+      return dictionaryFromNode(node, depth);
     default:
       // Keys as values and UIDs (keyed archives) have no place in our files.
       return std::nullopt;

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/Clock.h"
+#include "core/values/Time.h"
 
 namespace velmo::core {
 

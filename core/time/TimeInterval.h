@@ -3,7 +3,7 @@
 #include <chrono>
 #include <string>
 
-#include "platform/Clock.h"
+#include "core/values/Time.h"
 
 namespace velmo::core {
 

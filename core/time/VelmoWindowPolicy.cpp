@@ -1,34 +1,30 @@
 #include "core/time/VelmoWindowPolicy.h"
 
-#include <unicode/basictz.h>
-#include <unicode/gregocal.h>
 #include <unicode/timezone.h>
-#include <unicode/tztrans.h>
 #include <unicode/unistr.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
-#include <cmath>
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <utility>
+
+#include "core/time/DayWindows.h"
+#include "core/time/ZoneCalendar.h"
 
 namespace velmo::core {
 namespace {
 
 using std::chrono::milliseconds;
-// ICU counts in milliseconds; so does all arithmetic here.
-using Instant = std::chrono::sys_time<milliseconds>;
-using WallTime = std::chrono::local_time<milliseconds>;
+using Instant = ZoneCalendar::Instant;
+using WallTime = ZoneCalendar::WallTime;
+using Fields = ZoneCalendar::Fields;
 
 constexpr milliseconds kSecond{1'000};
 constexpr milliseconds kMinute{60'000};
 constexpr milliseconds kDay{86'400'000};
-constexpr int kMinutesPerDay = 1440;
-constexpr int kLastMinute = kMinutesPerDay - 1;
+constexpr int kMinutesPerDay = DayWindows::kMinutesPerDay;
 
 // Beyond these a result has no TimePoint: the calendar "gives no date".
 constexpr Instant kEarliest = std::chrono::ceil<milliseconds>(TimePoint::min());
@@ -37,154 +33,6 @@ constexpr Instant kLatest = std::chrono::floor<milliseconds>(TimePoint::max());
 bool representable(Instant instant) { return instant >= kEarliest && instant <= kLatest; }
 TimePoint toTimePoint(Instant instant) { return TimePoint(instant.time_since_epoch()); }
 Instant toInstant(TimePoint date) { return std::chrono::floor<milliseconds>(date); }
-UDate toUDate(Instant instant) { return static_cast<UDate>(instant.time_since_epoch().count()); }
-// None for a value past 64-bit milliseconds, which ICU never gives for a real transition.
-std::optional<Instant> fromUDate(UDate date) {
-  if (!(std::abs(date) < 9.0e18)) return std::nullopt;
-  return Instant(milliseconds(static_cast<std::int64_t>(std::floor(date))));
-}
-
-// One moment as the windows see it.
-struct Fields {
-  int weekday = 0;  // Sunday 1.
-  int weekOfMonth = 0;
-  int minuteOfDay = 0;
-  milliseconds sinceMidnight{};
-};
-
-// The time zone and a prototype calendar, never changed after construction.
-// ICU allows const use of one zone from several threads; calendars keep a
-// cursor, so each caller works on its own clone.
-class ZoneCalendar {
- public:
-  explicit ZoneCalendar(const std::string& timeZoneId)
-      : zone_(icu::TimeZone::createTimeZone(icu::UnicodeString::fromUTF8(timeZoneId))) {
-    if (!zone_) throw std::runtime_error("no time zone could be made");
-    basicZone_ = dynamic_cast<const icu::BasicTimeZone*>(zone_.get());
-    UErrorCode status = U_ZERO_ERROR;
-    // The locale only supplies week rules, which are set explicitly next.
-    calendar_ = std::make_unique<icu::GregorianCalendar>(*zone_, icu::Locale("en_US"), status);
-    if (U_FAILURE(status)) throw std::runtime_error("no Gregorian calendar could be made");
-    calendar_->setFirstDayOfWeek(UCAL_SUNDAY);
-    calendar_->setMinimalDaysInFirstWeek(1);
-  }
-
-  std::unique_ptr<icu::Calendar> newCalendar() const {
-    return std::unique_ptr<icu::Calendar>(calendar_->clone());
-  }
-
-  // The offset from UTC in force at `instant`.
-  milliseconds offset(Instant instant) const {
-    std::int32_t raw = 0;
-    std::int32_t dst = 0;
-    UErrorCode status = U_ZERO_ERROR;
-    zone_->getOffset(toUDate(instant), false, raw, dst, status);
-    return milliseconds(std::int64_t{raw} + dst);
-  }
-
-  // The offset that reads `wall` as before a clock change: a skipped wall
-  // time is read with the old offset, a repeated one is taken in its first pass.
-  milliseconds offsetBeforeTransition(WallTime wall) const {
-    std::int32_t raw = 0;
-    std::int32_t dst = 0;
-    UErrorCode status = U_ZERO_ERROR;
-    const auto local = static_cast<UDate>(wall.time_since_epoch().count());
-    if (basicZone_) {
-      basicZone_->getOffsetFromLocal(local, UCAL_TZ_LOCAL_FORMER, UCAL_TZ_LOCAL_FORMER, raw, dst,
-                                     status);
-    } else {
-      zone_->getOffset(local, true, raw, dst, status);
-    }
-    return milliseconds(std::int64_t{raw} + dst);
-  }
-
-  // The first clock change strictly after `instant`, if the zone has one.
-  std::optional<Instant> nextTransition(Instant instant) const {
-    icu::TimeZoneTransition transition;
-    if (!basicZone_ || !basicZone_->getNextTransition(toUDate(instant), false, transition)) {
-      return std::nullopt;
-    }
-    return fromUDate(transition.getTime());
-  }
-
-  // The last clock change at or before `instant`.
-  std::optional<Instant> previousTransition(Instant instant) const {
-    icu::TimeZoneTransition transition;
-    if (!basicZone_ || !basicZone_->getPreviousTransition(toUDate(instant), true, transition)) {
-      return std::nullopt;
-    }
-    return fromUDate(transition.getTime());
-  }
-
- private:
-  std::unique_ptr<icu::TimeZone> zone_;
-  const icu::BasicTimeZone* basicZone_ = nullptr;
-  std::unique_ptr<icu::Calendar> calendar_;
-};
-
-// Inclusive minutes of the day, 0 to 1439.
-struct MinuteRange {
-  int first = 0;
-  int last = 0;
-};
-// Sorted, disjoint and not touching.
-using MinuteRanges = std::vector<MinuteRange>;
-
-// The minutes of the day a window holds on a day it applies to; the wall
-// clock gives only minutes 0 to 1439, so its bounds are clipped to those.
-void appendMinutes(const VelmoTimeWindow& window, MinuteRanges& ranges) {
-  const auto first = window.start.minuteOfDay();
-  const auto last = window.end.minuteOfDay();
-  if (!first || !last) return;
-  const auto add = [&](std::int64_t from, std::int64_t to) {
-    from = std::max<std::int64_t>(from, 0);
-    to = std::min<std::int64_t>(to, kLastMinute);
-    if (from <= to) ranges.push_back({static_cast<int>(from), static_cast<int>(to)});
-  };
-  if (*last < *first) {
-    add(*first, kLastMinute);
-    add(0, *last);
-  } else {
-    add(*first, *last);
-  }
-}
-
-MinuteRanges merged(MinuteRanges ranges) {
-  std::sort(ranges.begin(), ranges.end(),
-            [](const MinuteRange& a, const MinuteRange& b) { return a.first < b.first; });
-  MinuteRanges result;
-  for (const auto& range : ranges) {
-    if (!result.empty() && range.first <= result.back().last + 1) {
-      result.back().last = std::max(result.back().last, range.last);
-    } else {
-      result.push_back(range);
-    }
-  }
-  return result;
-}
-
-MinuteRanges subtract(const MinuteRanges& from, const MinuteRanges& removed) {
-  MinuteRanges result;
-  for (auto range : from) {
-    for (const auto& cut : removed) {
-      if (cut.last < range.first || cut.first > range.last) continue;
-      if (cut.first > range.first) result.push_back({range.first, cut.first - 1});
-      range.first = cut.last + 1;
-      if (range.first > range.last) break;
-    }
-    if (range.first <= range.last) result.push_back(range);
-  }
-  return result;
-}
-
-std::optional<int> firstIn(const MinuteRanges& ranges, int from, int to) {
-  for (const auto& range : ranges) {
-    if (range.last < from) continue;
-    if (range.first > to) break;
-    return std::max(range.first, from);
-  }
-  return std::nullopt;
-}
 
 // The working state of one call: a calendar clone, a cache of allowed minutes
 // per kind of day and of the next clock change. Lives on one thread only.
@@ -192,20 +40,9 @@ class Judge {
  public:
   Judge(const std::vector<VelmoTimeWindow>& allow, const std::vector<VelmoTimeWindow>& deny,
         const ZoneCalendar& zone)
-      : allow_(allow), deny_(deny), zone_(zone), calendar_(zone.newCalendar()) {}
+      : allow_(allow), deny_(deny), zone_(zone), cursor_(zone.cursor()), days_(allow, deny) {}
 
-  std::optional<Fields> fields(Instant instant) {
-    UErrorCode status = U_ZERO_ERROR;
-    calendar_->setTime(toUDate(instant), status);
-    Fields fields;
-    fields.weekday = calendar_->get(UCAL_DAY_OF_WEEK, status);
-    fields.weekOfMonth = calendar_->get(UCAL_WEEK_OF_MONTH, status);
-    fields.minuteOfDay =
-        calendar_->get(UCAL_HOUR_OF_DAY, status) * 60 + calendar_->get(UCAL_MINUTE, status);
-    fields.sinceMidnight = milliseconds(calendar_->get(UCAL_MILLISECONDS_IN_DAY, status));
-    if (U_FAILURE(status)) return std::nullopt;
-    return fields;
-  }
+  std::optional<Fields> fields(Instant instant) { return cursor_.fields(instant); }
 
   bool isAllowed(const Fields& fields) const {
     const auto holds = [&](const VelmoTimeWindow& window) {
@@ -263,43 +100,6 @@ class Judge {
     return start;
   }
 
-  // The verdict of each minute on a day of this weekday and week of the
-  // month: the deny window with the lowest index wins, then any allow window.
-  const std::vector<VelmoWindowPolicy::Verdict>& verdicts(int weekday, int weekOfMonth) {
-    using Kind = VelmoWindowPolicy::Verdict::Kind;
-    const bool cacheable = weekday >= 1 && weekday <= 7 && weekOfMonth >= 0 && weekOfMonth <= 6;
-    auto& slot = cacheable ? verdictCache_[(weekday - 1) * 7 + weekOfMonth] : uncachedVerdicts_;
-    if (slot && cacheable) return *slot;
-    std::vector<VelmoWindowPolicy::Verdict> day(
-        kMinutesPerDay, {allow_.empty() ? Kind::allowed : Kind::outside, -1});
-    const auto paint = [&](const VelmoTimeWindow& window, VelmoWindowPolicy::Verdict verdict,
-                           bool onlyOutside) {
-      MinuteRanges ranges;
-      appendMinutes(window, ranges);
-      for (const auto& range : ranges) {
-        for (int minute = range.first; minute <= range.last; ++minute) {
-          auto& cell = day[static_cast<std::size_t>(minute)];
-          if (!onlyOutside || cell.kind == Kind::outside) cell = verdict;
-        }
-      }
-    };
-    for (int index = std::ssize(allow_) - 1; index >= 0; --index) {
-      VelmoTimeWindow everyWeek = allow_[static_cast<std::size_t>(index)];
-      everyWeek.weeksOfMonth.reset();
-      if (everyWeek.appliesOn(weekday, weekOfMonth))
-        paint(everyWeek, {Kind::otherWeek, index}, true);
-    }
-    for (const auto& window : allow_) {
-      if (window.appliesOn(weekday, weekOfMonth)) paint(window, {Kind::allowed, -1}, false);
-    }
-    for (int index = std::ssize(deny_) - 1; index >= 0; --index) {
-      const auto& window = deny_[static_cast<std::size_t>(index)];
-      if (window.appliesOn(weekday, weekOfMonth)) paint(window, {Kind::blackout, index}, false);
-    }
-    slot = std::move(day);
-    return *slot;
-  }
-
   // Stretches of one verdict from `from` to `to`, walking spans of one UTC
   // offset and one wall-clock date, in which the minute of the day rises by
   // one per minute.
@@ -328,7 +128,7 @@ class Judge {
       }
       const Instant spanEnd =
           std::min({nextTransition(moment), moment + (kDay - decomposed->sinceMidnight), last});
-      const auto& day = verdicts(decomposed->weekday, decomposed->weekOfMonth);
+      const auto& day = days_.verdicts(decomposed->weekday, decomposed->weekOfMonth);
       // A clock change need not fall on a whole minute; the wall clock's minutes do.
       Instant boundary = moment + (kMinute - decomposed->sinceMidnight % kMinute);
       Instant start = moment;
@@ -378,8 +178,8 @@ class Judge {
           kMinutesPerDay - minute,
           std::chrono::ceil<std::chrono::minutes>(stretchEnd - candidate).count());
       const int lastMinute = decomposed->minuteOfDay + static_cast<int>(count) - 1;
-      const auto& allowed = allowedMinutes(decomposed->weekday, decomposed->weekOfMonth);
-      if (const auto found = firstIn(allowed, decomposed->minuteOfDay, lastMinute)) {
+      if (const auto found = days_.firstAllowed(decomposed->weekday, decomposed->weekOfMonth,
+                                                decomposed->minuteOfDay, lastMinute)) {
         const Instant result = candidate + (*found - decomposed->minuteOfDay) * kMinute;
         if (!representable(result)) return std::nullopt;
         return toTimePoint(result);
@@ -400,37 +200,13 @@ class Judge {
     return nextTransition_;
   }
 
-  // The allowed minutes on a day of this weekday and week of the month.
-  const MinuteRanges& allowedMinutes(int weekday, int weekOfMonth) {
-    const bool cacheable = weekday >= 1 && weekday <= 7 && weekOfMonth >= 0 && weekOfMonth <= 6;
-    auto& slot = cacheable ? allowedCache_[(weekday - 1) * 7 + weekOfMonth] : uncached_;
-    if (!slot || !cacheable) slot = computeAllowedMinutes(weekday, weekOfMonth);
-    return *slot;
-  }
-
-  MinuteRanges computeAllowedMinutes(int weekday, int weekOfMonth) const {
-    MinuteRanges allowed;
-    if (allow_.empty()) allowed.push_back({0, kLastMinute});
-    for (const auto& window : allow_) {
-      if (window.appliesOn(weekday, weekOfMonth)) appendMinutes(window, allowed);
-    }
-    MinuteRanges denied;
-    for (const auto& window : deny_) {
-      if (window.appliesOn(weekday, weekOfMonth)) appendMinutes(window, denied);
-    }
-    return subtract(merged(std::move(allowed)), merged(std::move(denied)));
-  }
-
   const std::vector<VelmoTimeWindow>& allow_;
   const std::vector<VelmoTimeWindow>& deny_;
   const ZoneCalendar& zone_;
-  std::unique_ptr<icu::Calendar> calendar_;
+  ZoneCalendar::Cursor cursor_;
+  DayWindows days_;
   Instant transitionQuery_ = Instant::max();
   Instant nextTransition_ = Instant::min();
-  std::array<std::optional<MinuteRanges>, 49> allowedCache_{};
-  std::optional<MinuteRanges> uncached_;
-  std::array<std::optional<std::vector<VelmoWindowPolicy::Verdict>>, 49> verdictCache_{};
-  std::optional<std::vector<VelmoWindowPolicy::Verdict>> uncachedVerdicts_;
 };
 
 // The day walk both searches share; `firstInDay` looks at one day's candidates.

@@ -1,4 +1,4 @@
-#include "core/Bundle.h"
+#include "core/values/Bundle.h"
 
 namespace velmo::core {
 namespace {

@@ -1,4 +1,4 @@
-#include "core/Bundle.h"
+#include "core/values/Bundle.h"
 
 #include <gtest/gtest.h>
 
