@@ -2,7 +2,7 @@
 
 #include "agent/console/WeekPicture.h"
 #include "agent/deferrals/ActiveIntervalManager.h"
-#include "agent/run/RunCommandBuilder.h"
+#include "agent/runner/RunCommandBuilder.h"
 #include "core/time/TimeInterval.h"
 
 namespace velmo::agent::console {

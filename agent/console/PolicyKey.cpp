@@ -3,9 +3,9 @@
 #include <algorithm>
 
 #include "agent/console/ConsoleText.h"
-#include "agent/run/RunCommandBuilder.h"
 #include "agent/run/RunPlanner.h"
 #include "agent/run/RunSplay.h"
+#include "agent/runner/RunCommandBuilder.h"
 #include "core/items/ToolIdentifier.h"
 #include "core/plist/DefaultsValue.h"
 #include "core/time/TimeInterval.h"

@@ -10,7 +10,7 @@
 #include <asio/awaitable.hpp>
 
 #include "agent/items/UIController.h"
-#include "agent/run/VelmoRunner.h"
+#include "agent/runner/VelmoRunner.h"
 #include "core/Executors.h"
 #include "core/Lifetime.h"
 #include "core/deferrals/DialogResponse.h"

@@ -273,14 +273,6 @@ void UIController::loadState() {
   });
 }
 
-std::optional<std::vector<core::UpdateItem>> UIController::FileWork::load(
-    const std::filesystem::path& url) {
-  const auto text = files.readFile(url);
-  auto items = text.ok() ? core::UpdateItem::arrayFromJSONText(text.value()) : std::nullopt;
-  if (text.ok() && !items) damaged.keep(url, text.value(), "update state file");
-  return items;
-}
-
 // Observers are registered before the file is read, so items can arrive
 // first. They are kept: the loaded list comes first, without the ids removed
 // meanwhile, and what arrived overwrites or follows it. A save asked for in
@@ -360,28 +352,6 @@ void UIController::saveState(bool force) {
       self.finishSave(failure);
     });
   });
-}
-
-std::optional<std::string> UIController::FileWork::write(const std::vector<core::UpdateItem>& items,
-                                                         const std::filesystem::path& url) {
-  const auto failed = [](const platform::FileError& error) {
-    return "Failed to save update state file: " + error.description + " (" + error.domain +
-           ", code: " + std::to_string(error.code) + ")";
-  };
-  const auto text = core::UpdateItem::prettyJSONText(items);
-  if (!text) {
-    return failed({"The data couldn't be written because it isn't in the correct format.",
-                   "NSCocoaErrorDomain", 4866});
-  }
-  if (const auto created = files.createDirectories(url.parent_path()); created.error()) {
-    return failed(*created.error());
-  }
-  logger.debug("Writing update state to " + url.string());
-  if (const auto written = files.writeFileAtomically(url, *text); written.error()) {
-    return failed(*written.error());
-  }
-  logger.debug("Successfully saved update state to " + url.string());
-  return std::nullopt;
 }
 
 // Main executor. The list stays in memory whatever the write did; after a

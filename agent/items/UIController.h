@@ -10,6 +10,7 @@
 
 #include <asio/awaitable.hpp>
 
+#include "agent/items/UpdateStateFile.h"
 #include "agent/items/VelmoAgentQueue.h"
 #include "agent/run/ListedItems.h"
 #include "agent/run/VelmoRunCoordinator.h"
@@ -116,20 +117,6 @@ class UIController final : public run::ListedItems,
   void observe(std::string_view name,
                void (UIController::*handler)(const platform::DistributedNotification&));
 
-  // The file strand's part: it holds no owner of the controller, so the
-  // controller is never locked, or destroyed, off the main executor.
-  struct FileWork {
-    explicit FileWork(platform::FileManager& files) : files(files) {}
-    platform::FileManager& files;
-    core::CustomLogger logger{"UIController+Load+Save"};
-    core::DamagedFileKeeper damaged{files, logger};
-    // The items the file holds; none when it is missing or damaged.
-    std::optional<std::vector<core::UpdateItem>> load(const std::filesystem::path& url);
-    // The error line on failure.
-    std::optional<std::string> write(const std::vector<core::UpdateItem>& items,
-                                     const std::filesystem::path& url);
-  };
-
   Collaborators collaborators_;
   core::CustomLogger logger_{"UIController"};
   core::CustomLogger fileLogger_{"UIController+Load+Save"};
@@ -147,7 +134,10 @@ class UIController final : public run::ListedItems,
   std::unique_ptr<platform::Timer> delayedSaveWorkItem_;
   std::optional<platform::ElapsedPoint> lastSaveTime_;  // None: the distant past.
   core::WriteRetry retry_;
-  std::shared_ptr<FileWork> fileWork_ = std::make_shared<FileWork>(collaborators_.files);
+  // The file strand's part: it holds no owner of the controller, so the
+  // controller is never locked, or destroyed, off the main executor.
+  std::shared_ptr<UpdateStateFile> fileWork_ =
+      std::make_shared<UpdateStateFile>(collaborators_.files);
   std::shared_ptr<run::VelmoRunCoordinator> velmoRunCoordinator_;
   std::vector<platform::ObserverToken> observers_;
   core::Lifetime lifetime_;

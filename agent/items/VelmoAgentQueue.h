@@ -9,7 +9,7 @@
 
 #include <asio/awaitable.hpp>
 
-#include "agent/run/VelmoRunner.h"
+#include "agent/runner/VelmoRunner.h"
 #include "core/Executors.h"
 #include "core/Lifetime.h"
 #include "core/Published.h"

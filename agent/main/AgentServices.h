@@ -10,7 +10,7 @@
 #include "agent/main/AgentStop.h"
 #include "agent/main/StartCommand.h"
 #include "agent/run/InventoryUpdater.h"
-#include "agent/run/VelmoRunner.h"
+#include "agent/runner/VelmoRunner.h"
 #include "core/AgentLifecycle.h"
 #include "core/logging/PostLog.h"
 #include "core/notifications/NotificationCenter.h"

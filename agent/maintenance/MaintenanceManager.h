@@ -11,7 +11,7 @@
 #include "agent/maintenance/TempArtifactCleaner.h"
 #include "agent/maintenance/ToolLinkMaintainer.h"
 #include "agent/run/PlistManager.h"
-#include "agent/run/VelmoRunner.h"
+#include "agent/runner/VelmoRunner.h"
 #include "core/AgentLifecycle.h"
 #include "core/Executors.h"
 #include "core/Published.h"

@@ -7,7 +7,7 @@
 #include <asio/awaitable.hpp>
 
 #include "agent/policy/ManagedDomainChanges.h"
-#include "agent/run/VelmoRunner.h"
+#include "agent/runner/VelmoRunner.h"
 #include "core/Executors.h"
 #include "core/logging/CustomLogger.h"
 #include "mdm/ManagedPrefs.h"

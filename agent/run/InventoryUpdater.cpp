@@ -2,7 +2,7 @@
 
 #include <variant>
 
-#include "agent/run/ProcessSupervisor.h"
+#include "agent/runner/ProcessSupervisor.h"
 #include "core/logging/Utf8.h"
 
 namespace velmo::agent::run {

@@ -7,7 +7,7 @@
 #include <asio/awaitable.hpp>
 
 #include "agent/run/ListedItems.h"
-#include "agent/run/VelmoRunner.h"
+#include "agent/runner/VelmoRunner.h"
 #include "core/logging/CustomLogger.h"
 #include "core/time/TimeInterval.h"
 

@@ -12,7 +12,7 @@
 #include "agent/run/ListedItems.h"
 #include "agent/run/ListedItemsComparison.h"
 #include "agent/run/RunRecord.h"
-#include "agent/run/VelmoRunner.h"
+#include "agent/runner/VelmoRunner.h"
 #include "core/Executors.h"
 #include "core/logging/CustomLogger.h"
 #include "mdm/ManagedPrefs.h"

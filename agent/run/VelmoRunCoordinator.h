@@ -19,7 +19,7 @@
 #include "agent/run/RunPlanner.h"
 #include "agent/run/RunPolicyDiff.h"
 #include "agent/run/RunRecord.h"
-#include "agent/run/VelmoRunner.h"
+#include "agent/runner/VelmoRunner.h"
 #include "core/AgentLifecycle.h"
 #include "core/Debouncer.h"
 #include "core/Executors.h"

@@ -8,8 +8,8 @@
 
 #include "agent/run/InstallCounter.h"
 #include "agent/run/InventoryUpdater.h"
-#include "agent/run/RunCommandBuilder.h"
-#include "agent/run/VelmoRunner.h"
+#include "agent/runner/RunCommandBuilder.h"
+#include "agent/runner/VelmoRunner.h"
 #include "core/Executors.h"
 #include "core/logging/CustomLogger.h"
 #include "core/plist/Defaults.h"

@@ -268,29 +268,6 @@ void SdBusNotificationCenter::relay(sd_bus_message* call) {
   sd_bus_message_unref(signal);
 }
 
-std::optional<std::size_t> SdBusNotificationCenter::Pending::admit(std::uint32_t uid,
-                                                                   std::size_t bytes,
-                                                                   bool bounded) {
-  const std::lock_guard lock(mutex_);
-  Backlog& backlog = accounts_[uid];
-  const bool root = uid == 0;
-  if (bounded && (backlog.posts >= (root ? kMaxPendingRootPosts : kMaxPendingPosts) ||
-                  backlog.bytes + bytes > (root ? kMaxPendingRootBytes : kMaxPendingBytes))) {
-    return backlog.posts;
-  }
-  ++backlog.posts;
-  backlog.bytes += bytes;
-  return std::nullopt;
-}
-
-void SdBusNotificationCenter::Pending::release(std::uint32_t uid, std::size_t bytes) {
-  const std::lock_guard lock(mutex_);
-  const auto found = accounts_.find(uid);
-  if (found == accounts_.end()) return;
-  found->second.bytes -= std::min(bytes, found->second.bytes);
-  if (--found->second.posts == 0) accounts_.erase(found);
-}
-
 // Counted in by decide(), or, for this process's own posts, here.
 void SdBusNotificationCenter::hand(DistributedNotification notification, std::size_t bytes) {
   notification.postNumber = ++deliveredPosts_;

@@ -6,7 +6,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -19,6 +18,7 @@
 #include "core/logging/CustomLogger.h"
 #include "core/logging/LogBudget.h"
 #include "platform/DistributedNotificationCenter.h"
+#include "platform/linux/PostBacklog.h"
 #include "platform/linux/SdBusConnection.h"
 #include "platform/linux/SdBusSenderAccounts.h"
 
@@ -64,7 +64,6 @@ class SdBusNotificationCenter final : public DistributedNotificationCenter {
   // flood crowds out another's; root's own bound is larger.
   static constexpr std::size_t kMaxPendingPosts = 16384;
   static constexpr std::size_t kMaxPendingBytes = 8 * 1024 * 1024;
-  static constexpr std::size_t kMaxPendingRootPosts = 16384;
   static constexpr std::size_t kMaxPendingRootBytes = 16 * 1024 * 1024;
   // Accounts kept: the newest connections' (a few MB at most). A post from an
   // older one waits for the daemon's answer again.
@@ -120,24 +119,6 @@ class SdBusNotificationCenter final : public DistributedNotificationCenter {
     const char* error;  // The caller's error name.
     bool warning;
   };
-  // Posts handed to the observers and not yet handled, by account; shared
-  // between the two executors.
-  class Pending {
-   public:
-    // Counts the post in, unless its account's bound is reached (when
-    // `bounded`); gives the account's count of waiting posts when it is.
-    std::optional<std::size_t> admit(std::uint32_t uid, std::size_t bytes, bool bounded = true);
-    void release(std::uint32_t uid, std::size_t bytes);
-
-   private:
-    struct Backlog {
-      std::size_t posts = 0;
-      std::size_t bytes = 0;
-    };
-    std::mutex mutex_;
-    std::unordered_map<std::uint32_t, Backlog> accounts_;
-  };
-
   // --- the connection's executor ---
   void receive(sd_bus_message* message, bool call);
   void decide(Arrival arrival, std::uint32_t uid);
@@ -164,7 +145,9 @@ class SdBusNotificationCenter final : public DistributedNotificationCenter {
   bool sameExecutor_;
   core::CustomLogger logger_{"SdBusNotificationCenter"};
   std::shared_ptr<std::atomic<bool>> alive_ = std::make_shared<std::atomic<bool>>(true);
-  std::shared_ptr<Pending> pending_ = std::make_shared<Pending>();
+  // Posts handed to the observers and not yet handled, shared by both executors.
+  std::shared_ptr<PostBacklog> pending_ = std::make_shared<PostBacklog>(PostBacklog::Limits{
+      kMaxPendingPosts, kMaxPendingBytes, kMaxPendingPosts, kMaxPendingRootBytes});
 
   // The connection's executor's.
   std::string ownName_;

@@ -7,7 +7,7 @@
 
 #include <asio/io_context.hpp>
 
-#include "agent/run/VelmoRunner.h"
+#include "agent/runner/VelmoRunner.h"
 #include "core/logging/PostLog.h"
 #include "core/notifications/NotificationCenter.h"
 #include "core/notifications/NotificationNames.h"

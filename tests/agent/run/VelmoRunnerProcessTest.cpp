@@ -12,7 +12,7 @@
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
 
-#include "agent/run/VelmoRunner.h"
+#include "agent/runner/VelmoRunner.h"
 #include "platform/linux/PosixProcessLauncher.h"
 #include "platform/linux/SystemClock.h"
 #include "tests/support/LogCapture.h"

@@ -1,4 +1,4 @@
-#include "agent/run/VelmoRunner.h"
+#include "agent/runner/VelmoRunner.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>

@@ -1,4 +1,4 @@
-#include "agent/run/RunCommandBuilder.h"
+#include "agent/runner/RunCommandBuilder.h"
 
 #include <algorithm>
 #include <set>

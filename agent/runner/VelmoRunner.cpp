@@ -1,7 +1,7 @@
-#include "agent/run/VelmoRunner.h"
+#include "agent/runner/VelmoRunner.h"
 
-#include "agent/run/ProcessSupervisor.h"
-#include "agent/run/RunCommandBuilder.h"
+#include "agent/runner/ProcessSupervisor.h"
+#include "agent/runner/RunCommandBuilder.h"
 
 #include <cmath>
 #include <variant>

@@ -1,4 +1,4 @@
-#include "agent/run/ProcessSupervisor.h"
+#include "agent/runner/ProcessSupervisor.h"
 
 #include <signal.h>
 
