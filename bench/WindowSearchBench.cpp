@@ -15,7 +15,7 @@ using velmo::core::VelmoWindowPolicy;
 using velmo::core::Weekday;
 
 // 2026-03-11T10:00:00Z, a Wednesday.
-const velmo::platform::TimePoint kAfter{std::chrono::seconds(1773223200)};
+const velmo::core::TimePoint kAfter{std::chrono::seconds(1773223200)};
 constexpr int kSearchDays = 60;
 
 VelmoTimeWindow window(std::set<Weekday> days, TimeOfDay start, TimeOfDay end,

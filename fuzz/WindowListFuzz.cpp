@@ -76,8 +76,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (const auto native = velmo::core::PropertyList::parse(text)) {
     defaults.set("GlobalBlackoutWindows", *native);
   }
-  const auto allow = VelmoTimeWindow::readArray(defaults, "GlobalAllowWindows");
-  const auto deny = VelmoTimeWindow::readArray(defaults, "GlobalBlackoutWindows");
+  const auto allow = VelmoTimeWindow::fromStoredList(defaults.object("GlobalAllowWindows"));
+  const auto deny = VelmoTimeWindow::fromStoredList(defaults.object("GlobalBlackoutWindows"));
   const auto shared = fromJSON(text);
   for (const auto* windows : {&allow, &deny, &shared}) checkRoundTrip(*windows);
   // A plist that decodes is both lists alike; the JSON form stands in as the

@@ -116,7 +116,8 @@ std::optional<std::string> defaultsReading(const KeyRule& rule, const core::Plis
       return "this machine waits " + core::durationDescription(offset);
     }
     case Kind::windows: {
-      const auto windows = core::VelmoTimeWindow::readArray(inputs.userDefaults, rule.key);
+      const auto windows =
+          core::VelmoTimeWindow::fromStoredList(inputs.userDefaults.object(rule.key));
       if (windows.empty()) return std::nullopt;
       std::string text;
       for (const auto& window : windows) {

@@ -238,7 +238,7 @@ struct Linter {
 
   void windows(const std::string& key, const core::PlistValue& value) {
     const DictionaryDefaults defaults(values);
-    const auto list = core::VelmoTimeWindow::readArray(defaults, key);
+    const auto list = core::VelmoTimeWindow::fromStoredList(defaults.object(key));
     const auto* array = value.getIf<core::PlistArray>();
     if (list.empty() && !(array && array->empty())) {
       error(key, "not a list of windows the agent can read: the whole list is ignored" +

@@ -31,9 +31,10 @@ VelmoRunConfig VelmoRunConfig::read(const platform::UserDefaults& userDefaults) 
   config.updateOnly = readIDs(userDefaults, "UpdateOnly");
   config.installOrUpdate = readIDs(userDefaults, "InstallOrUpdate");
   config.updateAll = policy::read<bool>(userDefaults, "UpdateAll").value_or(false);
-  config.globalAllowWindows = core::VelmoTimeWindow::readArray(userDefaults, "GlobalAllowWindows");
+  config.globalAllowWindows =
+      core::VelmoTimeWindow::fromStoredList(userDefaults.object("GlobalAllowWindows"));
   config.globalBlackoutWindows =
-      core::VelmoTimeWindow::readArray(userDefaults, "GlobalBlackoutWindows");
+      core::VelmoTimeWindow::fromStoredList(userDefaults.object("GlobalBlackoutWindows"));
   config.allowUserInitiatedOutsideWindows =
       policy::read<bool>(userDefaults, "AllowUserInitiatedOutsideWindows").value_or(true);
   config.velmoTuesdayOnly =

@@ -141,9 +141,8 @@ std::optional<std::vector<VelmoTimeWindow>> VelmoTimeWindow::fromPlistArray(
   return windows;
 }
 
-std::vector<VelmoTimeWindow> VelmoTimeWindow::readArray(const platform::UserDefaults& store,
-                                                        std::string_view key) {
-  const auto object = store.object(key);
+std::vector<VelmoTimeWindow> VelmoTimeWindow::fromStoredList(
+    const std::optional<PlistValue>& object) {
   if (!object) return {};
   if (const auto* data = object->getIf<PlistData>()) {
     // A blob that doesn't decode is done with: read as a plain object it

@@ -15,7 +15,6 @@
 #include "core/time/TimeOfDay.h"
 #include "core/time/Weekday.h"
 #include "core/values/PlistValue.h"
-#include "platform/UserDefaults.h"
 
 namespace velmo::core {
 
@@ -57,12 +56,11 @@ struct VelmoTimeWindow {
   // All or nothing: one bad element spoils the whole list.
   static std::optional<std::vector<VelmoTimeWindow>> fromPlistArray(const PlistValue& value);
 
-  // The window list under `key`: either a native array of dictionaries or a
-  // data blob holding an encoded property list of one. Anything unreadable
-  // gives an empty list, silently; for an allow list that lifts the
-  // restriction rather than blocking every run.
-  static std::vector<VelmoTimeWindow> readArray(const platform::UserDefaults& store,
-                                                std::string_view key);
+  // A window list as a preference stores it: either a native array of
+  // dictionaries or a data blob holding an encoded property list of one.
+  // Anything unreadable, or nothing, gives an empty list, silently; for an
+  // allow list that lifts the restriction rather than blocking every run.
+  static std::vector<VelmoTimeWindow> fromStoredList(const std::optional<PlistValue>& object);
 
   bool operator==(const VelmoTimeWindow&) const = default;
 };

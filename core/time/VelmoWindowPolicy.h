@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "core/time/VelmoTimeWindow.h"
-#include "platform/Clock.h"
+#include "core/values/Time.h"
 
 namespace velmo::core {
 
