@@ -18,7 +18,7 @@
 #include <string>
 
 #include "agent/maintenance/LogTruncator.h"
-#include "platform/linux/PosixFileManager.h"
+#include "backends/linux/PosixFileManager.h"
 
 namespace {
 

@@ -7,12 +7,12 @@
 #include <asio/detached.hpp>
 #include <asio/io_context.hpp>
 
+#include "backends/fake/FakeDistributedNotificationCenter.h"
+#include "backends/fake/FakePreferenceStores.h"
+#include "backends/fake/FakeWorkspaceEvents.h"
+#include "backends/fake/VirtualClock.h"
 #include "core/notifications/NotificationCenter.h"
 #include "mdm/ManagedPrefs.h"
-#include "platform/fake/FakeDistributedNotificationCenter.h"
-#include "platform/fake/FakePreferenceStores.h"
-#include "platform/fake/FakeWorkspaceEvents.h"
-#include "platform/fake/VirtualClock.h"
 
 namespace {
 

@@ -23,9 +23,9 @@
 
 #include <asio/io_context.hpp>
 
-#include "platform/linux/SdBusConnection.h"
-#include "platform/linux/SdBusNotificationCenter.h"
-#include "platform/linux/SystemClock.h"
+#include "backends/linux/SdBusConnection.h"
+#include "backends/linux/SdBusNotificationCenter.h"
+#include "backends/linux/SystemClock.h"
 #include "tests/support/PrivateBus.h"
 
 extern char** environ;

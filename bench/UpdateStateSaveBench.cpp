@@ -8,11 +8,11 @@
 #include <asio/io_context.hpp>
 
 #include "agent/items/UIController.h"
-#include "platform/fake/FakeDistributedNotificationCenter.h"
-#include "platform/fake/FakeProcessLauncher.h"
-#include "platform/fake/FakeUserDefaults.h"
-#include "platform/fake/VirtualClock.h"
-#include "platform/linux/PosixFileManager.h"
+#include "backends/fake/FakeDistributedNotificationCenter.h"
+#include "backends/fake/FakeProcessLauncher.h"
+#include "backends/fake/FakeUserDefaults.h"
+#include "backends/fake/VirtualClock.h"
+#include "backends/linux/PosixFileManager.h"
 
 namespace {
 

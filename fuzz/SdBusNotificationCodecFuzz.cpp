@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/linux/SdBusNotificationCodec.h"
+#include "backends/linux/SdBusNotificationCodec.h"
 
 namespace {
 

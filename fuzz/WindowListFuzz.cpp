@@ -15,10 +15,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include "backends/fake/FakeUserDefaults.h"
 #include "core/plist/PropertyList.h"
 #include "core/time/VelmoTimeWindow.h"
 #include "core/time/VelmoWindowPolicy.h"
-#include "platform/fake/FakeUserDefaults.h"
 
 namespace {
 

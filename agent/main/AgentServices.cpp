@@ -5,11 +5,11 @@
 #include <string>
 
 #include "agent/main/BuildInfo.h"
+#include "backends/linux/FileUnifiedLog.h"
+#include "backends/linux/JournalUnifiedLog.h"
 #include "core/Executors.h"
 #include "core/logging/LogSinks.h"
 #include "core/notifications/NotificationNames.h"
-#include "platform/linux/FileUnifiedLog.h"
-#include "platform/linux/JournalUnifiedLog.h"
 
 namespace velmo::agent {
 namespace {

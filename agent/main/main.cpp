@@ -13,15 +13,15 @@
 #include "agent/main/AgentServices.h"
 #include "agent/main/BuildInfo.h"
 #include "agent/run/AgentCommand.h"
+#include "backends/linux/PlistPreferenceStores.h"
+#include "backends/linux/PlistUserDefaults.h"
+#include "backends/linux/PosixFileManager.h"
+#include "backends/linux/PosixHost.h"
+#include "backends/linux/SdBusAgentStatusReader.h"
+#include "backends/linux/SystemClock.h"
 #include "core/logging/LogSinks.h"
 #include "core/time/VelmoWindowPolicy.h"
 #include "core/values/Bundle.h"
-#include "platform/linux/PlistPreferenceStores.h"
-#include "platform/linux/PlistUserDefaults.h"
-#include "platform/linux/PosixFileManager.h"
-#include "platform/linux/PosixHost.h"
-#include "platform/linux/SdBusAgentStatusReader.h"
-#include "platform/linux/SystemClock.h"
 
 namespace {
 

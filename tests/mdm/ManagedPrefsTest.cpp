@@ -6,10 +6,10 @@
 #include <asio/detached.hpp>
 #include <asio/io_context.hpp>
 
-#include "platform/fake/FakeDistributedNotificationCenter.h"
-#include "platform/fake/FakePreferenceStores.h"
-#include "platform/fake/FakeWorkspaceEvents.h"
-#include "platform/fake/VirtualClock.h"
+#include "backends/fake/FakeDistributedNotificationCenter.h"
+#include "backends/fake/FakePreferenceStores.h"
+#include "backends/fake/FakeWorkspaceEvents.h"
+#include "backends/fake/VirtualClock.h"
 
 namespace velmo::mdm {
 namespace {

@@ -8,18 +8,18 @@
 #include <asio/io_context.hpp>
 
 #include "agent/runner/VelmoRunner.h"
+#include "backends/fake/FakeDistributedNotificationCenter.h"
+#include "backends/fake/FakeFileManager.h"
+#include "backends/fake/FakePreferenceStores.h"
+#include "backends/fake/FakeProcessLauncher.h"
+#include "backends/fake/FakeUserDefaults.h"
+#include "backends/fake/FakeWorkspaceEvents.h"
+#include "backends/fake/VirtualClock.h"
 #include "core/logging/PostLog.h"
 #include "core/notifications/NotificationCenter.h"
 #include "core/notifications/NotificationNames.h"
 #include "mdm/ManagedPrefs.h"
 #include "platform/Paths.h"
-#include "platform/fake/FakeDistributedNotificationCenter.h"
-#include "platform/fake/FakeFileManager.h"
-#include "platform/fake/FakePreferenceStores.h"
-#include "platform/fake/FakeProcessLauncher.h"
-#include "platform/fake/FakeUserDefaults.h"
-#include "platform/fake/FakeWorkspaceEvents.h"
-#include "platform/fake/VirtualClock.h"
 #include "tests/support/LogCapture.h"
 
 namespace velmo::testing {

@@ -5,11 +5,11 @@
 #include <asio/io_context.hpp>
 
 #include "agent/console/ConsoleInputs.h"
-#include "platform/fake/FakeAgentStatusReader.h"
-#include "platform/fake/FakeFileManager.h"
-#include "platform/fake/FakePreferenceStores.h"
-#include "platform/fake/FakeUserDefaults.h"
-#include "platform/fake/VirtualClock.h"
+#include "backends/fake/FakeAgentStatusReader.h"
+#include "backends/fake/FakeFileManager.h"
+#include "backends/fake/FakePreferenceStores.h"
+#include "backends/fake/FakeUserDefaults.h"
+#include "backends/fake/VirtualClock.h"
 
 namespace velmo::testing {
 

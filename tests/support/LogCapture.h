@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "backends/fake/RecordingUnifiedLog.h"
 #include "core/logging/LogSinks.h"
-#include "platform/fake/RecordingUnifiedLog.h"
 
 namespace velmo::testing {
 

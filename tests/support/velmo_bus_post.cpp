@@ -23,11 +23,11 @@
 
 #include <systemd/sd-bus.h>
 
-#include "platform/linux/SdBusAgentStatusCodec.h"
-#include "platform/linux/SdBusConnection.h"
-#include "platform/linux/SdBusNotificationCenter.h"
-#include "platform/linux/SdBusNotificationCodec.h"
-#include "platform/linux/SystemClock.h"
+#include "backends/linux/SdBusAgentStatusCodec.h"
+#include "backends/linux/SdBusConnection.h"
+#include "backends/linux/SdBusNotificationCenter.h"
+#include "backends/linux/SdBusNotificationCodec.h"
+#include "backends/linux/SystemClock.h"
 
 namespace {
 

@@ -10,11 +10,11 @@
 
 #include <asio/io_context.hpp>
 
+#include "backends/linux/SdBusConnection.h"
+#include "backends/linux/SdBusNotificationCenter.h"
+#include "backends/linux/SystemClock.h"
 #include "core/items/UpdateItem.h"
 #include "core/notifications/NotificationNames.h"
-#include "platform/linux/SdBusConnection.h"
-#include "platform/linux/SdBusNotificationCenter.h"
-#include "platform/linux/SystemClock.h"
 
 namespace {
 

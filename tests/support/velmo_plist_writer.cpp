@@ -4,7 +4,7 @@
 #include <chrono>
 
 #include "agent/run/PlistManager.h"
-#include "platform/linux/PosixFileManager.h"
+#include "backends/linux/PosixFileManager.h"
 
 int main(int argc, char** argv) {
   using namespace velmo;

@@ -11,8 +11,8 @@
 #include "agent/console/AgentFacts.h"
 #include "agent/console/ExplainCommand.h"
 #include "agent/run/VelmoRunCoordinator.h"
+#include "backends/fake/FakeAgentStatusReader.h"
 #include "core/time/Iso8601DateFormatter.h"
-#include "platform/fake/FakeAgentStatusReader.h"
 #include "tests/support/AgentFakes.h"
 #include "tests/support/RandomWindowPolicies.h"
 

@@ -4,8 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include "backends/fake/FakeFileManager.h"
 #include "core/plist/PropertyList.h"
-#include "platform/fake/FakeFileManager.h"
 
 namespace velmo::agent::console {
 namespace {

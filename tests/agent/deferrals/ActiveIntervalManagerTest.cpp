@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "backends/fake/FakeApplicationTerminations.h"
 #include "core/notifications/NotificationNames.h"
-#include "platform/fake/FakeApplicationTerminations.h"
 #include "tests/support/AgentFakes.h"
 
 namespace velmo::agent::deferrals {

@@ -26,15 +26,16 @@ class VelmoAgentQueueTest : public ::testing::Test, protected testing::AgentFake
   VelmoAgentQueue queue_{{context_.get_executor(), clock_, defaults_, runner_}};
 };
 
+// The second "a" joins the first; runs that exit 0 log no failure.
 TEST_F(VelmoAgentQueueTest, SerialItemsWaitForEachOther) {
   launcher_.enqueue({.exitAfter = seconds(10)});
   launcher_.enqueue({.exitAfter = seconds(10)});
-  queue_.enqueue(item("a", true));
-  queue_.enqueue(item("b", true));
+  for (const char* id : {"a", "b", "a"}) queue_.enqueue(item(id, true));
   clock_.advance(seconds(30));
   EXPECT_EQ(launchTimes(), (std::vector<platform::Duration>{seconds(0), seconds(10)}));
   EXPECT_TRUE(queue_.serialQueueItems().empty());
   EXPECT_TRUE(queue_.concurrentQueueItems().empty());
+  EXPECT_TRUE(capture_.errors().empty());
 }
 
 // Four run at once, the rest wait in order; a request for an id in work,
@@ -47,6 +48,7 @@ TEST_F(VelmoAgentQueueTest, AtMostFourRunAtOnceAndAnIDInWorkRunsOnce) {
   EXPECT_EQ(launchTimes(), std::vector<platform::Duration>(4, seconds(0)));
   queue_.enqueue(item("f", false));
   clock_.advance(seconds(10));
+  EXPECT_EQ(launcher_.launches().size(), 6u);  // Ends start the waiting ones.
   queue_.enqueue(item("a", false));
   clock_.advance(seconds(30));
   std::vector<std::string> ids;
@@ -56,17 +58,67 @@ TEST_F(VelmoAgentQueueTest, AtMostFourRunAtOnceAndAnIDInWorkRunsOnce) {
   EXPECT_TRUE(queue_.concurrentQueueItems().empty());
 }
 
-TEST_F(VelmoAgentQueueTest, TheSerialSideHoldsAtMost256Waiting) {
-  launcher_.enqueue({.exitAfter = seconds(10)});
-  for (std::size_t i = 0; i <= VelmoAgentQueue::kMaxSerialWaiting + 1; ++i) {
-    queue_.enqueue(item("s" + std::to_string(i), true));
+// A run of its own: its command line, its status to `done`, its id merged
+// with any request for the same id while it is in work.
+TEST_F(VelmoAgentQueueTest, ARunOfItsOwnJoinsTheConcurrentSide) {
+  launcher_.enqueue({.exitAfter = seconds(10), .exitStatus = 3});
+  std::vector<int> statuses;
+  EXPECT_TRUE(queue_.enqueueRun("a", {"update", "a"}, core::TimeInterval(60),
+                                [&](int status) { statuses.push_back(status); }));
+  EXPECT_EQ(queue_.concurrentQueueItems().size(), 1u);
+  EXPECT_FALSE(queue_.enqueueRun("a", {"update", "a"}, core::TimeInterval(60), {}));
+  queue_.enqueue(item("a", false));
+  clock_.advance(seconds(10));
+  EXPECT_EQ(launchedArguments(), (Calls{{"update", "a"}}));
+  EXPECT_EQ(statuses, std::vector<int>{3});
+  EXPECT_TRUE(queue_.concurrentQueueItems().empty());
+}
+
+enum class Request { serialItem, concurrentItem, run };
+
+struct BoundCase {
+  const char* name;
+  Request request;
+  std::size_t running;
+  std::size_t waiting;  // The most.
+  const char* dropped;
+};
+
+void PrintTo(const BoundCase& c, std::ostream* os) { *os << c.name; }
+
+class VelmoAgentQueueBound : public VelmoAgentQueueTest,
+                             public ::testing::WithParamInterface<BoundCase> {};
+
+TEST_P(VelmoAgentQueueBound, DropsTheRequestBeyondTheMostWaiting) {
+  const auto& side = GetParam();
+  for (std::size_t i = 0; i < side.running; ++i) launcher_.enqueue({.exitAfter = seconds(10)});
+  for (std::size_t i = 0; i <= side.running + side.waiting; ++i) {
+    const std::string id = "s" + std::to_string(i);
+    if (side.request == Request::run) {
+      queue_.enqueueRun(id, {"update", id}, core::TimeInterval(60), {});
+    } else {
+      queue_.enqueue(item(id, side.request == Request::serialItem));
+    }
   }
   clock_.runUntilIdle();
-  EXPECT_EQ(queue_.serialQueueItems().size(), VelmoAgentQueue::kMaxSerialWaiting + 1);
-  EXPECT_EQ(capture_.errors(),
-            std::vector<std::string>{
-                "Dropped update item s257: 256 items already wait for the serial queue."});
+  const auto& items = side.request == Request::serialItem ? queue_.serialQueueItems()
+                                                          : queue_.concurrentQueueItems();
+  EXPECT_EQ(items.size(), side.running + side.waiting);
+  EXPECT_EQ(capture_.errors(), std::vector<std::string>{side.dropped});
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, VelmoAgentQueueBound,
+    ::testing::Values(
+        BoundCase{"SerialItems", Request::serialItem, 1, VelmoAgentQueue::kMaxSerialWaiting,
+                  "Dropped update item s257: 256 items already wait for the serial queue."},
+        BoundCase{"ConcurrentItems", Request::concurrentItem, VelmoAgentQueue::kMaxConcurrentRuns,
+                  VelmoAgentQueue::kMaxConcurrentWaiting,
+                  "Dropped update item s1004: 1000 items already wait for the concurrent queue."},
+        BoundCase{"Runs", Request::run, VelmoAgentQueue::kMaxConcurrentRuns,
+                  VelmoAgentQueue::kMaxConcurrentWaiting,
+                  "Dropped update item s1004: 1000 items already wait for the concurrent queue."}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(VelmoAgentQueueTest, UpdateMASAddsAFifthWordAndAFailureIsLoggedThenFinished) {
   defaults_.set("UpdateMAS", true);

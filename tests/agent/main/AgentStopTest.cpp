@@ -8,8 +8,8 @@
 #include <asio/detached.hpp>
 #include <asio/io_context.hpp>
 
-#include "platform/fake/RecordingServiceManager.h"
-#include "platform/fake/VirtualClock.h"
+#include "backends/fake/RecordingServiceManager.h"
+#include "backends/fake/VirtualClock.h"
 #include "tests/support/LogCapture.h"
 
 namespace velmo::agent {

@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include "backends/fake/RecordingServiceManager.h"
+#include "backends/fake/VirtualClock.h"
 #include "core/logging/VelmoFormatters.h"
-#include "platform/fake/RecordingServiceManager.h"
-#include "platform/fake/VirtualClock.h"
 
 namespace velmo::agent {
 namespace {

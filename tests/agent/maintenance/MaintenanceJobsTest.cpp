@@ -11,7 +11,7 @@
 #include "agent/maintenance/MaintenanceManager.h"
 #include "agent/maintenance/TempArtifactCleaner.h"
 #include "agent/maintenance/ToolLinkMaintainer.h"
-#include "platform/linux/PosixFileManager.h"
+#include "backends/linux/PosixFileManager.h"
 #include "tests/support/AgentFakes.h"
 
 namespace velmo::agent::maintenance {

@@ -4,10 +4,10 @@
 
 #include <asio/io_context.hpp>
 
+#include "backends/fake/FakeDistributedNotificationCenter.h"
+#include "backends/fake/FakeUserDefaults.h"
+#include "backends/fake/VirtualClock.h"
 #include "core/SubscriberOperators.h"
-#include "platform/fake/FakeDistributedNotificationCenter.h"
-#include "platform/fake/FakeUserDefaults.h"
-#include "platform/fake/VirtualClock.h"
 #include "tests/support/LogCapture.h"
 
 namespace velmo::agent::policy {

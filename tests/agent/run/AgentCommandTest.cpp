@@ -4,8 +4,8 @@
 
 #include <sstream>
 
-#include "platform/fake/FakeFileManager.h"
-#include "platform/fake/FakeHost.h"
+#include "backends/fake/FakeFileManager.h"
+#include "backends/fake/FakeHost.h"
 
 namespace velmo::agent::run {
 namespace {

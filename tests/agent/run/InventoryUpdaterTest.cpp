@@ -9,8 +9,8 @@
 #include <asio/co_spawn.hpp>
 #include <asio/io_context.hpp>
 
-#include "platform/linux/PosixProcessLauncher.h"
-#include "platform/linux/SystemClock.h"
+#include "backends/linux/PosixProcessLauncher.h"
+#include "backends/linux/SystemClock.h"
 #include "tests/support/TestPrograms.h"
 
 namespace velmo::agent::run {

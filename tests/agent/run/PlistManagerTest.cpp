@@ -10,8 +10,8 @@
 #include <random>
 #include <thread>
 
+#include "backends/linux/PosixFileManager.h"
 #include "core/plist/PropertyList.h"
-#include "platform/linux/PosixFileManager.h"
 #include "tests/support/TestPrograms.h"
 
 extern char** environ;

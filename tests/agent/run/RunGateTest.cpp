@@ -8,23 +8,42 @@
 #include <asio/detached.hpp>
 #include <asio/io_context.hpp>
 
-#include "platform/fake/VirtualClock.h"
+#include "backends/fake/VirtualClock.h"
 #include "tests/support/LogCapture.h"
 
 namespace velmo::agent::run {
 namespace {
 
+using std::chrono::hours;
 using std::chrono::minutes;
 using std::chrono::seconds;
 using Events = std::vector<std::string>;
 
 constexpr const char* kUnlocked = "RunGate unlocked (operation complete).";
 
-class RunGateTest : public ::testing::Test {
+// At `at` from the start, `name` asks for the gate with an operation of
+// `length`; a null name stops the gate instead.
+struct Step {
+  platform::Duration at;
+  const char* name;
+  platform::Duration length{};
+  platform::Duration maxDuration = hours(1);
+};
+
+struct GateCase {
+  const char* name;
+  std::vector<Step> steps;
+  Events events;  // Once all is done.
+  std::size_t forcedUnlocks;
+  long unlocks;  // Forced ones included.
+};
+
+void PrintTo(const GateCase& c, std::ostream* os) { *os << c.name; }
+
+class RunGateTest : public ::testing::TestWithParam<GateCase> {
  protected:
   // Requests the gate now with an operation that takes `length` of virtual time.
-  void request(const std::string& name, platform::Duration length,
-               core::TimeInterval maxDuration = core::TimeInterval(3600)) {
+  void request(const std::string& name, platform::Duration length, platform::Duration maxDuration) {
     RunGate::Operation operation = [this, name, length]() -> asio::awaitable<void> {
       events_.push_back(name + " runs");
       co_await clock_.sleep(length);
@@ -33,7 +52,7 @@ class RunGateTest : public ::testing::Test {
     asio::co_spawn(
         context_,
         [this, name, operation, maxDuration]() -> asio::awaitable<void> {
-          co_await gate_.request(operation, maxDuration);
+          co_await gate_.request(operation, core::TimeInterval(maxDuration));
           events_.push_back(name + " returned");
         },
         asio::detached);
@@ -52,17 +71,52 @@ class RunGateTest : public ::testing::Test {
   Events events_;
 };
 
-TEST_F(RunGateTest, TheWatchdogCoversAllPassesTogether) {
-  request("A", minutes(40));
-  clock_.advance(minutes(10));
-  request("B", seconds(1));     // A second pass of 40 min: the holder stays 80 min.
-  clock_.advance(minutes(55));  // 65 min: the watchdog has fired during the second pass.
-  EXPECT_EQ(events_, (Events{"A runs", "A done", "A runs", "B returned"}));
-  EXPECT_EQ(capture_.errors().size(), 1u);
-  clock_.advance(minutes(30));
-  EXPECT_EQ(events_.back(), "A returned");
-  EXPECT_EQ(count(kUnlocked), 1);  // Only the forced unlock; the late end unlocks nothing.
+TEST_P(RunGateTest, ServesOneHolderAtATime) {
+  const auto start = clock_.elapsed();
+  for (const auto& step : GetParam().steps) {
+    clock_.advance(step.at - (clock_.elapsed() - start));
+    if (step.name) {
+      request(step.name, step.length, step.maxDuration);
+    } else {
+      gate_.stop();
+      clock_.runUntilIdle();
+    }
+  }
+  clock_.advance(hours(6));
+  EXPECT_EQ(events_, GetParam().events);
+  EXPECT_EQ(capture_.errors().size(), GetParam().forcedUnlocks);
+  EXPECT_EQ(count(kUnlocked), GetParam().unlocks);
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, RunGateTest,
+    ::testing::Values(
+        // A second pass of 40 min: the holder would stay 80 min; the late end unlocks nothing.
+        GateCase{"TheWatchdogCoversAllPassesTogether",
+                 {{minutes(0), "A", minutes(40)}, {minutes(10), "B", seconds(1)}},
+                 {"A runs", "A done", "A runs", "B returned", "A done", "A returned"},
+                 1,
+                 1},
+        GateCase{"AMarkGivesOneMorePassOnly",
+                 {{minutes(0), "A", minutes(10)}, {minutes(5), "B", seconds(1)}},
+                 {"A runs", "A done", "A runs", "A done", "A returned", "B returned"},
+                 0,
+                 1},
+        // A, freed at 60 min, ends inside C's stay: D must still wait for C.
+        GateCase{"ALateEndLeavesTheNextHolderAlone",
+                 {{minutes(0), "A", minutes(90)},
+                  {minutes(70), "C", minutes(40), hours(3)},
+                  {minutes(100), "D", seconds(1)}},
+                 {"A runs", "C runs", "A done", "A returned", "C done", "C runs", "C done",
+                  "C returned", "D returned"},
+                 1,
+                 2},
+        GateCase{"AStopDisarmsTheWatchdog",
+                 {{minutes(0), "A", minutes(90)}, {minutes(10), nullptr}},
+                 {"A runs", "A done", "A returned"},
+                 0,
+                 1}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace velmo::agent::run

@@ -13,8 +13,8 @@
 #include <asio/steady_timer.hpp>
 
 #include "agent/runner/VelmoRunner.h"
-#include "platform/linux/PosixProcessLauncher.h"
-#include "platform/linux/SystemClock.h"
+#include "backends/linux/PosixProcessLauncher.h"
+#include "backends/linux/SystemClock.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TestPrograms.h"
 

@@ -10,8 +10,8 @@
 #include <asio/detached.hpp>
 #include <asio/io_context.hpp>
 
-#include "platform/fake/FakeProcessLauncher.h"
-#include "platform/fake/VirtualClock.h"
+#include "backends/fake/FakeProcessLauncher.h"
+#include "backends/fake/VirtualClock.h"
 #include "tests/support/LogCapture.h"
 
 namespace velmo::agent::run {

@@ -28,6 +28,7 @@ INSTANTIATE_TEST_SUITE_P(
         IdentifierCase{"notepad++", true}, IdentifierCase{"zoom.us", true},
         IdentifierCase{"marvenith-velmo-rc", true}, IdentifierCase{"7zip", true},
         IdentifierCase{"_private", true}, IdentifierCase{std::string(128, 'a'), true},
+        IdentifierCase{"AZ09", true},  // The ends of the ranges.
         // What the tool could take for a flag or a path, or what cuts argv.
         IdentifierCase{"", false}, IdentifierCase{std::string(129, 'a'), false},
         IdentifierCase{"-x", false}, IdentifierCase{"--config=/tmp/evil.conf", false},
@@ -36,6 +37,15 @@ INSTANTIATE_TEST_SUITE_P(
         IdentifierCase{std::string("a\0b", 3), false}, IdentifierCase{"a\nb", false},
         IdentifierCase{"caf\xc3\xa9", false}, IdentifierCase{"a=b", false},
         IdentifierCase{"$(id)", false}));
+
+TEST(ToolIdentifier, AdmittedKeepsTheValidInOrderAndNamesEachOther) {
+  testing::LogCapture capture;
+  const CustomLogger logger("Test");
+  EXPECT_EQ(ToolIdentifier::admitted({"a", "-x", "b"}, "UpdateOnly", logger),
+            (std::vector<std::string>{"a", "b"}));
+  EXPECT_EQ(capture.errors(),
+            std::vector<std::string>{"Ignoring \"-x\" in UpdateOnly: not a valid catalogue ID."});
+}
 
 }  // namespace
 }  // namespace velmo::core

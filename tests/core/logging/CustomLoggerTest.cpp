@@ -4,7 +4,7 @@
 
 #include <asio/io_context.hpp>
 
-#include "platform/fake/VirtualClock.h"
+#include "backends/fake/VirtualClock.h"
 #include "tests/support/LogCapture.h"
 
 namespace velmo::core {

@@ -4,8 +4,8 @@
 
 #include <asio/io_context.hpp>
 
+#include "backends/fake/VirtualClock.h"
 #include "core/Debouncer.h"
-#include "platform/fake/VirtualClock.h"
 #include "tests/support/LogCapture.h"
 
 namespace velmo::core {
