@@ -16,6 +16,9 @@ using core::PlistValue;
 // Nesting deeper than this is refused rather than followed: a hostile sender
 // must not exhaust the stack.
 constexpr int kDeepestNesting = 32;
+// About what one decoded value costs beyond its bytes: the value itself, its
+// node in a dictionary or its slot in an array, and the allocator's share.
+constexpr std::size_t kValueCost = 96;
 
 struct Failure {
   std::string reason;
@@ -87,13 +90,14 @@ void writeValue(sd_bus_message* m, const PlistValue& value, int depth) {
 // --- reading ---
 
 // What a post may still take up as it is read: each value counts its bytes
-// and a word, so that neither one huge string nor a million tiny values get
-// through. Counted before the copy is made.
+// and what holding one value costs in memory, so that neither one huge string
+// nor a million tiny values get through, and the count is close to the
+// memory the decoded post takes. Counted before the copy is made.
 class Allowance {
  public:
   explicit Allowance(std::size_t bytes) : left_(bytes), limit_(bytes) {}
   void spend(std::size_t bytes) {
-    bytes += sizeof(void*);
+    bytes += kValueCost;
     if (bytes > left_) {
       throw Failure{"larger than the " + std::to_string(limit_) + " bytes allowed for it"};
     }

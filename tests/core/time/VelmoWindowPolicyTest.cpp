@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <limits>
+#include <tuple>
 
 #include "core/time/Iso8601DateFormatter.h"
 
@@ -159,6 +161,9 @@ INSTANTIATE_TEST_SUITE_P(
                    "2025-10-25T12:00:00+03:00", 3, "2025-10-26T00:00:00+02:00"},
         SearchCase{"HavanaDayStart", allowing(kAllDaySunday, "America/Havana"),
                    "2025-11-01T12:00:00-04:00", 3, "2025-11-02T00:00:00-04:00"},
+        // A day later is Sunday 00:30, a skipped wall time: still Sunday, not Saturday 23:30.
+        SearchCase{"SaoPauloNextDayAtASkippedTime", allowing(kAllDaySunday, "America/Sao_Paulo"),
+                   "2018-11-03T00:30:00-03:00", 2, "2018-11-04T01:00:00-02:00"},
         // A day's 1,440 candidates are elapsed minutes from its first moment:
         // a short Sunday reaches into Monday, a 25-hour one never shows its last hour.
         SearchCase{"NewYork23HourDay", allowing(kMondayFirstHour, "America/New_York"),
@@ -181,6 +186,9 @@ INSTANTIATE_TEST_SUITE_P(
         SearchCase{"TorontoGapOverMidnight",
                    allowing(window({Weekday::tue}, {0, 30}, {0, 59}), "America/Toronto"),
                    "1919-03-31T12:00:00-04:00", 1, nullptr},
+        SearchCase{"TorontoCandidatesFromTheGapsEnd",
+                   allowing(window({Weekday::mon}, {12, 0}, {12, 0}), "America/Toronto"),
+                   "1919-03-31T01:00:00-04:00", 1, "1919-03-31T12:00:00-04:00"},
         SearchCase{"TorontoNextDay",
                    allowing(window({Weekday::tue}, {0, 30}, {0, 59}), "America/Toronto"),
                    "1919-03-31T12:00:00-04:00", 2, "1919-04-01T00:30:00-04:00"},
@@ -209,9 +217,50 @@ TEST(VelmoWindowPolicy, ExtremeArgumentsGiveAnAnswer) {
     EXPECT_EQ(fast, policy.nextAllowedRunDateByScan(moment, 60));
     EXPECT_GE(fast, moment);
   }
+  // The last day a TimePoint reaches, 2262-04-11, is still searched.
+  EXPECT_EQ(allowing(window({Weekday::fri}, {0, 0}, {0, 0}))
+                .nextAllowedRunDate(TimePoint::max() - std::chrono::hours(24), 2),
+            TimePoint(std::chrono::sys_days(std::chrono::year(2262) / 4 / 11)));
   const auto now = at("2026-03-10T12:00:00Z");
   EXPECT_EQ(policy.nextAllowedRunDate(now, 0), now);
   EXPECT_EQ(policy.nextAllowedRunDate(now, -5), now);
+}
+
+// A verdict's minutes make one stretch; a blackout names its window.
+TEST(VelmoWindowPolicy, StretchesJoinTheMinutesOfOneVerdict) {
+  using Kind = VelmoWindowPolicy::Verdict::Kind;
+  using Row = std::tuple<TimePoint, TimePoint, Kind, int>;
+  std::vector<Row> rows;
+  for (const auto& stretch :
+       kWorkingHoursDenied.stretches(at("2026-03-09T08:30:00Z"), at("2026-03-09T17:30:00Z"))) {
+    rows.emplace_back(stretch.start, stretch.end, stretch.verdict.kind, stretch.verdict.window);
+  }
+  EXPECT_EQ(rows,
+            (std::vector<Row>{
+                {at("2026-03-09T08:30:00Z"), at("2026-03-09T09:00:00Z"), Kind::allowed, -1},
+                {at("2026-03-09T09:00:00Z"), at("2026-03-09T17:01:00Z"), Kind::blackout, 0},
+                {at("2026-03-09T17:01:00Z"), at("2026-03-09T17:30:00Z"), Kind::allowed, -1}}));
+}
+
+// No weeks named is every week: nothing to look further ahead for.
+TEST(VelmoWindowPolicy, EmptyWeeksAreNotMonthScoped) {
+  EXPECT_FALSE(allowing(window(kEveryDay, {0, 0}, {23, 59}, weeks({}))).usesMonthScopedWindows());
+}
+
+// Read afresh at each call, so a change of the host's zone applies at once.
+TEST(VelmoWindowPolicy, TheCurrentZoneIsTheHostsAtEachCall) {
+  const char* saved = std::getenv("TZ");
+  const std::optional<std::string> before =
+      saved ? std::optional<std::string>(saved) : std::nullopt;
+  for (const char* zone : {"Europe/Berlin", "Asia/Tokyo"}) {
+    setenv("TZ", zone, 1);
+    EXPECT_EQ(VelmoWindowPolicy::currentTimeZoneId(), zone);
+  }
+  if (before) {
+    setenv("TZ", before->c_str(), 1);
+  } else {
+    unsetenv("TZ");
+  }
 }
 
 }  // namespace
