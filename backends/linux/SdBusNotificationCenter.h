@@ -63,7 +63,7 @@ class SdBusNotificationCenter final : public DistributedNotificationCenter {
   // Posts decoded and not yet handled, per account, so that no account's
   // flood crowds out another's; root's own bound is larger.
   static constexpr std::size_t kMaxPendingPosts = 16384;
-  static constexpr std::size_t kMaxPendingBytes = 16 * 1024 * 1024;
+  static constexpr std::size_t kMaxPendingBytes = 32 * 1024 * 1024;
   static constexpr std::size_t kMaxPendingRootBytes = 8 * 1024 * 1024;
   // Accounts kept: the newest connections' (a few MB at most). A post from an
   // older one waits for the daemon's answer again.
