@@ -61,7 +61,8 @@ class SdBusNotificationCenter final : public DistributedNotificationCenter {
   static constexpr std::size_t kMaxWaitingPosts = 4096;
   static constexpr std::size_t kMaxWaitingBytes = 8 * 1024 * 1024;
   // Posts decoded and not yet handled, per account, so that no account's
-  // flood crowds out another's; root's own bound is larger.
+  // flood crowds out another's; root's posts come by call, one at a time, so
+  // only a burst of root's signals comes near its smaller byte bound.
   static constexpr std::size_t kMaxPendingPosts = 16384;
   static constexpr std::size_t kMaxPendingBytes = 32 * 1024 * 1024;
   static constexpr std::size_t kMaxPendingRootBytes = 8 * 1024 * 1024;

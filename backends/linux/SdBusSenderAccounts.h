@@ -24,9 +24,9 @@ namespace velmo::platform::linux {
 // question is answered with kUnknownSender.
 class SdBusSenderAccounts {
  public:
-  // Main executor. `uid` is kUnknownSender when nothing vouches for the name.
+  // On the asker's executor. `uid` is kUnknownSender when nothing vouches for the name.
   using Answer = std::function<void(const std::string& uniqueName, std::uint32_t uid)>;
-  // Main executor: the accounts connection was opened again, so the daemon
+  // On the asker's executor: the accounts connection was opened again, so the daemon
   // may have restarted and unique names may mean other connections now.
   using Reset = std::function<void()>;
 
@@ -53,7 +53,7 @@ class SdBusSenderAccounts {
   Clock& clock_;
   Answer answer_;
   Reset reset_;
-  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);  // Main executor's view.
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);  // The asker's executor's view.
   core::CustomLogger logger_{"SdBusSenderAccounts"};
   asio::io_context context_{1};
   asio::executor_work_guard<asio::io_context::executor_type> work_;
