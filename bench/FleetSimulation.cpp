@@ -15,7 +15,7 @@
 
 #include "agent/run/RunPlanner.h"
 #include "agent/run/RunSplay.h"
-#include "core/logging/VelmoFormatters.h"
+#include "core/time/VelmoFormatters.h"
 #include "core/time/VelmoWindowPolicy.h"
 
 namespace {

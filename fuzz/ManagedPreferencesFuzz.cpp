@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "core/plist/PropertyList.h"
+#include "core/values/PropertyList.h"
 #include "mdm/PreferenceSnapshot.h"
 
 using velmo::mdm::ManagedDomain;

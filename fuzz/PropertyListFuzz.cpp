@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "core/plist/PropertyList.h"
+#include "core/values/PropertyList.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const auto value =

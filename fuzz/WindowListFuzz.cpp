@@ -16,9 +16,9 @@
 #include <nlohmann/json.hpp>
 
 #include "backends/fake/FakeUserDefaults.h"
-#include "core/plist/PropertyList.h"
 #include "core/time/VelmoTimeWindow.h"
 #include "core/time/VelmoWindowPolicy.h"
+#include "core/values/PropertyList.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include "agent/run/RunSplay.h"
 #include "agent/run/VelmoRunJob.h"
 #include "core/logging/CustomLogger.h"
-#include "core/plist/PropertyList.h"
+#include "core/values/PropertyList.h"
 #include "mdm/ManagedDomain.h"
 
 namespace velmo::agent::console {

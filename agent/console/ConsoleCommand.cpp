@@ -12,9 +12,8 @@
 
 namespace velmo::agent::console {
 
-int ConsoleCommand::lint(const run::AgentCommand::Invocation& invocation,
-                         const ConsoleInputs& inputs, bool coloured, std::ostream& out,
-                         std::ostream& err) {
+int ConsoleCommand::lint(const Invocation& invocation, const ConsoleInputs& inputs, bool coloured,
+                         std::ostream& out, std::ostream& err) {
   std::vector<std::filesystem::path> files;
   std::vector<PolicyLint::Diagnostic> diagnostics;
   if (invocation.paths.empty()) {
@@ -70,10 +69,9 @@ int ConsoleCommand::lint(const run::AgentCommand::Invocation& invocation,
   return PolicyLint::exitStatus(diagnostics);
 }
 
-int ConsoleCommand::run(const run::AgentCommand::Invocation& invocation,
-                        const ConsoleInputs& inputs, bool coloured, std::ostream& out,
-                        std::ostream& err) {
-  using Kind = run::AgentCommand::Invocation::Kind;
+int ConsoleCommand::run(const Invocation& invocation, const ConsoleInputs& inputs, bool coloured,
+                        std::ostream& out, std::ostream& err) {
+  using Kind = Invocation::Kind;
   std::optional<platform::TimePoint> from;
   if (invocation.from) {
     from = core::Iso8601DateFormatter::date(*invocation.from);

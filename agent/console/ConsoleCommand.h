@@ -4,7 +4,7 @@
 #include <string>
 
 #include "agent/console/ConsoleInputs.h"
-#include "agent/run/AgentCommand.h"
+#include "agent/console/Invocation.h"
 
 namespace velmo::agent::console {
 
@@ -15,13 +15,13 @@ class ConsoleCommand {
 
   // Exit status 0, or 1 with a message when nothing could be read or the
   // arguments can't be used.
-  static int run(const run::AgentCommand::Invocation& invocation, const ConsoleInputs& inputs,
-                 bool coloured, std::ostream& out, std::ostream& err);
+  static int run(const Invocation& invocation, const ConsoleInputs& inputs, bool coloured,
+                 std::ostream& out, std::ostream& err);
 
  private:
   // 0 clean, 1 warnings only, 2 errors; 1 with a message when there is nothing to check.
-  static int lint(const run::AgentCommand::Invocation& invocation, const ConsoleInputs& inputs,
-                  bool coloured, std::ostream& out, std::ostream& err);
+  static int lint(const Invocation& invocation, const ConsoleInputs& inputs, bool coloured,
+                  std::ostream& out, std::ostream& err);
 };
 
 }  // namespace velmo::agent::console

@@ -10,8 +10,8 @@
 #include <variant>
 
 #include "core/logging/Utf8.h"
-#include "core/logging/VelmoFormatters.h"
 #include "core/time/TimeInterval.h"
+#include "core/time/VelmoFormatters.h"
 
 namespace velmo::agent::console {
 namespace {

@@ -14,8 +14,8 @@
 #include "core/items/ToolIdentifier.h"
 #include "core/logging/Utf8.h"
 #include "core/plist/DefaultsValue.h"
-#include "core/plist/PropertyList.h"
 #include "core/time/TimeInterval.h"
+#include "core/values/PropertyList.h"
 #include "mdm/ManagedDomain.h"
 #include "mdm/PreferenceConversions.h"
 

@@ -184,7 +184,7 @@ void ActiveIntervalManager::handleTerminationNotification(
   }
   core::startTask(
       collaborators_.mainExecutor,
-      [](ActiveIntervalManager& manager, std::shared_ptr<const bool> alive,
+      [](ActiveIntervalManager& manager, core::Lifetime::Token alive,
          std::string identifier) -> asio::awaitable<void> {
         platform::Clock& clock = manager.collaborators_.clock;
         co_await clock.sleep(core::toDuration(kSettleDelay));

@@ -121,7 +121,7 @@ void VelmoAgentQueue::startConcurrentRuns() {
     concurrentQueue_.pop_front();
     core::startTask(
         collaborators_.mainExecutor,
-        [](VelmoAgentQueue& queue, std::shared_ptr<const bool> alive,
+        [](VelmoAgentQueue& queue, core::Lifetime::Token alive,
            Work work) -> asio::awaitable<void> {
           const core::UpdateItem item = work.item;
           co_await queue.process(std::move(work));

@@ -2,7 +2,7 @@
 
 #include <cctype>
 
-#include "core/logging/VelmoFormatters.h"
+#include "core/time/VelmoFormatters.h"
 
 namespace velmo::agent {
 namespace {

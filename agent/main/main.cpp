@@ -10,9 +10,9 @@
 #include <variant>
 
 #include "agent/console/ConsoleCommand.h"
+#include "agent/main/AgentCommand.h"
 #include "agent/main/AgentServices.h"
 #include "agent/main/BuildInfo.h"
-#include "agent/run/AgentCommand.h"
 #include "backends/linux/PlistPreferenceStores.h"
 #include "backends/linux/PlistUserDefaults.h"
 #include "backends/linux/PosixFileManager.h"
@@ -28,7 +28,7 @@ namespace {
 using namespace velmo;
 
 // `status` and `explain`: any user may run them; they read and never write.
-int console(const agent::run::AgentCommand::Invocation& invocation, const platform::Paths& paths,
+int console(const agent::AgentCommand::Invocation& invocation, const platform::Paths& paths,
             platform::linux::PosixFileManager& files) {
   // The shared readers' log lines would only repeat what the answer says.
   static std::FILE* const discard = std::fopen("/dev/null", "w");
@@ -65,15 +65,15 @@ int main(int argc, char** argv) {
   platform::linux::PosixFileManager files;
   const platform::linux::PosixHost host;
 
-  const auto parsed = agent::run::AgentCommand::parse(
-      argc, argv, core::Bundle::main().versionString(), std::cout, std::cerr);
+  const auto parsed = agent::AgentCommand::parse(argc, argv, core::Bundle::main().versionString(),
+                                                 std::cout, std::cerr);
   if (const auto* status = std::get_if<int>(&parsed)) return *status;
-  const auto& invocation = std::get<agent::run::AgentCommand::Invocation>(parsed);
-  if (invocation.kind != agent::run::AgentCommand::Invocation::Kind::start) {
+  const auto& invocation = std::get<agent::AgentCommand::Invocation>(parsed);
+  if (invocation.kind != agent::AgentCommand::Invocation::Kind::start) {
     return console(invocation, paths, files);
   }
-  const agent::run::AgentCommand::Environment environment{paths, files, host, std::cout, std::cerr};
-  if (auto status = agent::run::AgentCommand::validate(environment)) return *status;
+  const agent::AgentCommand::Environment environment{paths, files, host, std::cout, std::cerr};
+  if (auto status = agent::AgentCommand::validate(environment)) return *status;
 
   raiseDescriptorLimit();
   agent::AgentServices services(paths, files, host);

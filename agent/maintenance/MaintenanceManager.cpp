@@ -7,6 +7,8 @@
 #include <asio/post.hpp>
 #include <asio/use_awaitable.hpp>
 
+#include "core/Lifetime.h"
+
 namespace velmo::agent::maintenance {
 namespace {
 

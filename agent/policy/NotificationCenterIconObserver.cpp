@@ -1,5 +1,6 @@
 #include "agent/policy/NotificationCenterIconObserver.h"
 
+#include "core/Lifetime.h"
 #include "core/notifications/NotificationNames.h"
 
 namespace velmo::agent::policy {

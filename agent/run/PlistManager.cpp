@@ -1,7 +1,7 @@
 #include "agent/run/PlistManager.h"
 
-#include "core/plist/PropertyList.h"
 #include "core/time/Iso8601DateFormatter.h"
+#include "core/values/PropertyList.h"
 
 namespace velmo::agent::run {
 

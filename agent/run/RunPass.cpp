@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "agent/run/VelmoRunJob.h"
-#include "core/logging/VelmoFormatters.h"
 #include "core/time/TimeInterval.h"
+#include "core/time/VelmoFormatters.h"
 
 namespace velmo::agent::run {
 namespace {

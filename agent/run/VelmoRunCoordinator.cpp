@@ -6,7 +6,8 @@
 
 #include "agent/policy/PolicyAudit.h"
 #include "agent/run/RunSplay.h"
-#include "core/logging/VelmoFormatters.h"
+#include "core/Lifetime.h"
+#include "core/time/VelmoFormatters.h"
 #include "mdm/PreferenceConversions.h"
 
 namespace velmo::agent::run {
@@ -80,15 +81,12 @@ VelmoRunCoordinator::VelmoRunCoordinator(Collaborators collaborators)
 }
 
 void VelmoRunCoordinator::start() {
-  gate_.setPendingObserver(
-      [weak = weak_from_this(), main = collaborators_.mainExecutor](bool pending) {
-        asio::post(main, [weak, pending] {
-          if (auto self = weak.lock()) {
-            self->record_.updateActivity(
-                [pending](RunActivity& activity) { activity.pending = pending; });
-          }
-        });
-      });
+  gate_.setPendingObserver([weak = weak_from_this(),
+                            main = collaborators_.mainExecutor](bool pending) {
+    core::postLocked(main, weak, [pending](VelmoRunCoordinator& self) {
+      self.record_.updateActivity([pending](RunActivity& activity) { activity.pending = pending; });
+    });
+  });
   workspaceToken_ = collaborators_.workspaceEvents.addObserver(
       [this](platform::WorkspaceEvent event) { handleWorkspaceEvent(event); });
   clockSteps_ = collaborators_.clock.observeWallClockSteps(
@@ -155,25 +153,18 @@ void VelmoRunCoordinator::handleClockStep(platform::Duration step) {
 // The wait holds the coordinator weakly: one that is gone by then runs nothing.
 void VelmoRunCoordinator::startTriggerRun(core::TimeInterval delay) {
   if (stopping()) return;
-  core::startTask(
-      collaborators_.mainExecutor,
-      [](std::weak_ptr<VelmoRunCoordinator> weak, platform::Clock& clock,
-         core::TimeInterval delay) -> asio::awaitable<void> {
-        if (delay.count() > 0) co_await clock.sleep(core::toDuration(delay));
-        auto self = weak.lock();
-        if (self && !self->stopping()) co_await self->triggerRun(core::TimeInterval(0));
-      }(weak_from_this(), collaborators_.clock, delay),
-      logger_);
+  const auto trigger = [](VelmoRunCoordinator& self) { return self.triggerRun(); };
+  if (delay.count() <= 0) {
+    core::startHolding(collaborators_.mainExecutor, weak_from_this(), logger_, trigger);
+    return;
+  }
+  core::startHoldingAfter(collaborators_.mainExecutor,
+                          collaborators_.clock.sleep(core::toDuration(delay)), weak_from_this(),
+                          logger_, trigger);
 }
 
-asio::awaitable<void> VelmoRunCoordinator::triggerRun(core::TimeInterval delay) {
-  const std::weak_ptr<VelmoRunCoordinator> weak = weak_from_this();
-  if (delay.count() > 0) {
-    platform::Clock& clock = collaborators_.clock;
-    co_await clock.sleep(core::toDuration(delay));
-  }
-  const auto self = weak.lock();
-  if (!self) co_return;
+asio::awaitable<void> VelmoRunCoordinator::triggerRun() {
+  if (stopping()) co_return;
   logger_.debug("Submitting Velmo Run request to RunGate.");
   co_await gate_.request(gateOperation(false), kGateLimit);
 }
@@ -186,21 +177,23 @@ asio::awaitable<void> VelmoRunCoordinator::requestRun(bool userInitiated) {
 }
 
 RunGate::Operation VelmoRunCoordinator::gateOperation(bool userInitiated) {
-  return [weak = weak_from_this(), userInitiated]() -> asio::awaitable<void> {
-    return
-        [](std::weak_ptr<VelmoRunCoordinator> weak, bool userInitiated) -> asio::awaitable<void> {
-          const auto self = weak.lock();
-          if (!self) co_return;
-          const core::Executor main = self->collaborators_.mainExecutor;
-          co_await core::runOn(main, self->performRun(userInitiated));
-          co_await core::runOn(
-              main, [](std::shared_ptr<VelmoRunCoordinator> self) -> asio::awaitable<void> {
-                self->scheduleNextRun();
-                co_return;
-              }(self));
-          self->logger_.debug("RunGate operation finished; scheduled next run.");
-        }(weak, userInitiated);
+  return [weak = weak_from_this(), userInitiated] {
+    return core::holding(weak, [userInitiated](VelmoRunCoordinator& self) {
+      return self.runAndPlanNext(userInitiated);
+    });
   };
+}
+
+asio::awaitable<void> VelmoRunCoordinator::runAndPlanNext(bool userInitiated) {
+  const core::Executor main = collaborators_.mainExecutor;
+  co_await core::runOn(main, performRun(userInitiated));
+  co_await core::runOn(main, planNextRun());
+  logger_.debug("RunGate operation finished; scheduled next run.");
+}
+
+asio::awaitable<void> VelmoRunCoordinator::planNextRun() {
+  scheduleNextRun();
+  co_return;
 }
 
 void VelmoRunCoordinator::invalidateTimer() {

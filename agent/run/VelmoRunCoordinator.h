@@ -105,11 +105,14 @@ class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordina
   explicit VelmoRunCoordinator(Collaborators collaborators);
   void start();
 
-  // Waits `delay`, then submits a scheduled run to the gate.
-  asio::awaitable<void> triggerRun(core::TimeInterval delay);
-  RunGate::Operation gateOperation(bool userInitiated);
+  // Submits a scheduled run to the gate, `delay` from now.
   void startTriggerRun(core::TimeInterval delay);
+  asio::awaitable<void> triggerRun();
+  // What the gate runs: the run, then the plan of the next one.
+  RunGate::Operation gateOperation(bool userInitiated);
+  asio::awaitable<void> runAndPlanNext(bool userInitiated);
   asio::awaitable<void> performRun(bool userInitiated);
+  asio::awaitable<void> planNextRun();
 
   // Plans from the present moment.
   void scheduleNextRun();

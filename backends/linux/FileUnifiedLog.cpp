@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string>
 
-#include "core/logging/VelmoFormatters.h"
+#include "core/time/VelmoFormatters.h"
 
 namespace velmo::platform::linux {
 namespace {

@@ -15,7 +15,7 @@ std::string managerRule(const char* member) {
 
 struct OwnerQuery {
   LogindWorkspaceEvents* events;
-  std::shared_ptr<bool> alive;
+  core::Lifetime::Token alive;
 };
 
 }  // namespace
@@ -31,14 +31,14 @@ LogindWorkspaceEvents::LogindWorkspaceEvents(SdBusConnection& connection)
                   "interface='org.freedesktop.DBus',member='NameOwnerChanged',arg0='") +
           kLogindName + "'",
       [this](sd_bus_message* m) { handleOwnerChanged(m); }));
-  connection_.addConnectedHandler([this, alive = alive_] {
+  connection_.addConnectedHandler([this, alive = lifetime_.token()] {
     if (*alive) askForOwner();
   });
   askForOwner();
 }
 
 LogindWorkspaceEvents::~LogindWorkspaceEvents() {
-  *alive_ = false;
+  lifetime_.end();
   for (auto id : matches_) connection_.removeMatch(id);
 }
 
@@ -53,7 +53,7 @@ void LogindWorkspaceEvents::removeObserver(ObserverToken token) { handlers_.eras
 void LogindWorkspaceEvents::askForOwner() {
   sd_bus* bus = connection_.bus();
   if (!bus) return;
-  auto* query = new OwnerQuery{this, alive_};
+  auto* query = new OwnerQuery{this, lifetime_.token()};
   auto reply = [](sd_bus_message* message, void* userdata, sd_bus_error*) -> int {
     auto* query = static_cast<OwnerQuery*>(userdata);
     if (!*query->alive) return 0;

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "backends/linux/SdBusConnection.h"
+#include "core/Lifetime.h"
 #include "core/logging/CustomLogger.h"
 #include "platform/WorkspaceEvents.h"
 
@@ -34,7 +35,7 @@ class LogindWorkspaceEvents final : public WorkspaceEvents {
   std::vector<SdBusConnection::MatchId> matches_;
   std::uint64_t nextToken_ = 1;
   std::map<std::uint64_t, Handler> handlers_;
-  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  core::Lifetime lifetime_;
 };
 
 }  // namespace velmo::platform::linux

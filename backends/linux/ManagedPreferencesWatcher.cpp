@@ -16,6 +16,7 @@
 #include <asio/error.hpp>
 #include <asio/posix/stream_descriptor.hpp>
 
+#include "core/Lifetime.h"
 #include "core/logging/CustomLogger.h"
 #include "core/notifications/NotificationCenter.h"
 #include "core/notifications/NotificationNames.h"
@@ -127,16 +128,17 @@ class ManagedPreferencesWatcher::State : public std::enable_shared_from_this<Sta
 
   void readEvents() {
     descriptor_.async_read_some(
-        asio::buffer(buffer_), [weak = weak_from_this()](std::error_code error, std::size_t size) {
-          const auto self = weak.lock();
-          if (!self || error == asio::error::operation_aborted) return;
-          if (error) {
-            self->logger_.error("Stopped watching preferences for changes: " + error.message());
-            return;
-          }
-          self->handleEvents(size);
-          self->readEvents();
-        });
+        asio::buffer(buffer_),
+        core::whileAlive(
+            weak_from_this(), [](State& self, std::error_code error, std::size_t size) {
+              if (error == asio::error::operation_aborted) return;
+              if (error) {
+                self.logger_.error("Stopped watching preferences for changes: " + error.message());
+                return;
+              }
+              self.handleEvents(size);
+              self.readEvents();
+            }));
   }
 
   void handleEvents(std::size_t size) {
@@ -209,9 +211,9 @@ class ManagedPreferencesWatcher::State : public std::enable_shared_from_this<Sta
   void armSettleTimer() {
     // The old timer goes before the new one exists, so two never coexist.
     settleTimer_.reset();
-    settleTimer_ = clock_.scheduleAfter(kSettleTime, executor_, [weak = weak_from_this()] {
-      if (const auto self = weak.lock()) self->settle();
-    });
+    settleTimer_ = clock_.scheduleAfter(
+        kSettleTime, executor_,
+        core::whileAlive(weak_from_this(), [](State& self) { self.settle(); }));
   }
 
   void settle() {

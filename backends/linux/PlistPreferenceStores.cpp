@@ -1,6 +1,6 @@
 #include "backends/linux/PlistPreferenceStores.h"
 
-#include "core/plist/PropertyList.h"
+#include "core/values/PropertyList.h"
 
 namespace velmo::platform::linux {
 

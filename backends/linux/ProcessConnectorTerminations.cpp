@@ -101,7 +101,7 @@ ProcessConnectorTerminations::ProcessConnectorTerminations(core::Executor mainEx
                                                            Clock& clock)
     : mainExecutor_(std::move(mainExecutor)), clock_(clock) {}
 
-ProcessConnectorTerminations::~ProcessConnectorTerminations() { *alive_ = false; }
+ProcessConnectorTerminations::~ProcessConnectorTerminations() { lifetime_.end(); }
 
 void ProcessConnectorTerminations::start() {
   // Listen first, then look: a process that starts in between is seen twice,
@@ -165,7 +165,7 @@ bool ProcessConnectorTerminations::openConnector() {
 
 void ProcessConnectorTerminations::waitForEvents() {
   descriptor_->async_wait(asio::posix::stream_descriptor::wait_read,
-                          [this, alive = alive_](const std::error_code& error) {
+                          [this, alive = lifetime_.token()](const std::error_code& error) {
                             if (!*alive || error) return;
                             readEvents();
                             waitForEvents();

@@ -9,6 +9,7 @@
 #include <asio/posix/stream_descriptor.hpp>
 
 #include "core/Executors.h"
+#include "core/Lifetime.h"
 #include "core/logging/CustomLogger.h"
 #include "platform/ApplicationTerminations.h"
 #include "platform/Clock.h"
@@ -69,7 +70,7 @@ class ProcessConnectorTerminations final : public ApplicationTerminations {
   std::map<pid_t, std::filesystem::path> applications_;
   std::uint64_t nextToken_ = 1;
   std::map<std::uint64_t, Handler> handlers_;
-  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  core::Lifetime lifetime_;
 };
 
 }  // namespace velmo::platform::linux

@@ -48,14 +48,14 @@ struct NameRequest {
 
 SdBusAgentObject::SdBusAgentObject(SdBusConnection& connection) : connection_(connection) {
   object_ = connection_.addObject(Codec::kObjectPath, Codec::kInterface, vtable(), this);
-  connection_.addConnectedHandler([this, alive = alive_] {
+  connection_.addConnectedHandler([this, alive = lifetime_.token()] {
     if (*alive) requestName();
   });
   requestName();
 }
 
 SdBusAgentObject::~SdBusAgentObject() {
-  *alive_ = false;
+  lifetime_.end();
   connection_.removeObject(object_);
   if (sd_bus* bus = connection_.bus()) {
     // Readers must not find the name with nothing behind it.
@@ -66,7 +66,7 @@ SdBusAgentObject::~SdBusAgentObject() {
 
 void SdBusAgentObject::publish(const AgentStatus& status) {
   // Served on the connection's executor, which may be a thread of its own.
-  asio::dispatch(connection_.executor(), [this, alive = alive_, status] {
+  asio::dispatch(connection_.executor(), [this, alive = lifetime_.token(), status] {
     if (*alive) apply(status);
   });
 }
@@ -92,7 +92,7 @@ void SdBusAgentObject::apply(const AgentStatus& status) {
 void SdBusAgentObject::requestName() {
   sd_bus* bus = connection_.bus();
   if (!bus) return;
-  auto* request = new NameRequest{[this, alive = alive_](sd_bus_message* reply) {
+  auto* request = new NameRequest{[this, alive = lifetime_.token()](sd_bus_message* reply) {
     if (*alive) nameAnswered(reply);
   }};
   auto callback = [](sd_bus_message* reply, void* userdata, sd_bus_error*) -> int {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "backends/linux/SdBusConnection.h"
+#include "core/Lifetime.h"
 #include "core/logging/CustomLogger.h"
 #include "platform/AgentStatusPublisher.h"
 
@@ -44,7 +45,7 @@ class SdBusAgentObject final : public AgentStatusPublisher {
   // Set by the first failure to own the name, cleared once it is owned, so
   // that retries on every reconnection log nothing new.
   bool warned_ = false;
-  std::shared_ptr<std::atomic<bool>> alive_ = std::make_shared<std::atomic<bool>>(true);
+  core::Lifetime lifetime_;
 };
 
 }  // namespace velmo::platform::linux

@@ -58,7 +58,7 @@ SdBusConnection::SdBusConnection(asio::any_io_executor executor, Clock& clock)
     : executor_(std::move(executor)), clock_(clock), busTimer_(executor_) {}
 
 SdBusConnection::~SdBusConnection() {
-  *alive_ = false;
+  lifetime_.end();
   reconnectTimer_.reset();
   releaseRetired();
   for (auto& [id, match] : matches_) {
@@ -135,7 +135,7 @@ void SdBusConnection::removeMatch(MatchId id) {
   retired_.push_back(std::move(found->second));
   matches_.erase(found);
   if (retired_.size() == 1) {
-    asio::post(executor_, [this, alive = alive_] {
+    asio::post(executor_, [this, alive = lifetime_.token()] {
       if (*alive) releaseRetired();
     });
   }
@@ -227,7 +227,7 @@ void SdBusConnection::scheduleReconnect() {
 void SdBusConnection::scheduleProcessing() {
   if (processingScheduled_ || !bus_) return;
   processingScheduled_ = true;
-  asio::post(executor_, [this, alive = alive_] {
+  asio::post(executor_, [this, alive = lifetime_.token()] {
     if (!*alive) return;
     processingScheduled_ = false;
     processPending();
@@ -270,12 +270,12 @@ void SdBusConnection::armWaits() {
   auto wait = [&](asio::posix::descriptor_base::wait_type type, bool& armed) {
     if (armed) return;
     armed = true;
-    descriptor_->async_wait(type,
-                            [this, generation, &armed, alive = alive_](std::error_code error) {
-                              if (!*alive || generation != generation_) return;
-                              armed = false;
-                              if (!error) processPending();
-                            });
+    descriptor_->async_wait(
+        type, [this, generation, &armed, alive = lifetime_.token()](std::error_code error) {
+          if (!*alive || generation != generation_) return;
+          armed = false;
+          if (!error) processPending();
+        });
   };
   if (events & POLLIN) wait(asio::posix::descriptor_base::wait_read, readArmed_);
   if (events & POLLOUT) wait(asio::posix::descriptor_base::wait_write, writeArmed_);
@@ -286,7 +286,7 @@ void SdBusConnection::armWaits() {
     const std::uint64_t nowUsec = static_cast<std::uint64_t>(now.tv_sec) * 1000000 +
                                   static_cast<std::uint64_t>(now.tv_nsec) / 1000;
     busTimer_.expires_after(std::chrono::microseconds(deadline > nowUsec ? deadline - nowUsec : 0));
-    busTimer_.async_wait([this, generation, alive = alive_](std::error_code error) {
+    busTimer_.async_wait([this, generation, alive = lifetime_.token()](std::error_code error) {
       if (!error && *alive && generation == generation_) processPending();
     });
   }

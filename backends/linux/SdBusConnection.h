@@ -11,6 +11,7 @@
 #include <asio/posix/stream_descriptor.hpp>
 #include <asio/steady_timer.hpp>
 
+#include "core/Lifetime.h"
 #include "core/logging/CustomLogger.h"
 #include "platform/Clock.h"
 
@@ -103,7 +104,7 @@ class SdBusConnection {
   ObjectId nextObject_ = 1;
   std::map<ObjectId, std::unique_ptr<Object>> objects_;
   std::vector<std::function<void()>> connected_;
-  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  core::Lifetime lifetime_;
 };
 
 }  // namespace velmo::platform::linux

@@ -76,7 +76,7 @@ SdBusNotificationCenter::SdBusNotificationCenter(SdBusConnection& connection, Se
       observers_(settings_.observerExecutor.value_or(connection.executor())),
       sameExecutor_(observers_ == connection.executor()) {
   // A new connection has a new name; the daemon may have restarted too.
-  auto connected = [this, alive = alive_] {
+  auto connected = [this, alive = lifetime_.token()] {
     const char* name = nullptr;
     if (!*alive || sd_bus_get_unique_name(connection_.bus(), &name) < 0 || !name) return;
     ownName_ = name;
@@ -90,7 +90,7 @@ SdBusNotificationCenter::SdBusNotificationCenter(SdBusConnection& connection, Se
 }
 
 SdBusNotificationCenter::~SdBusNotificationCenter() {
-  *alive_ = false;
+  lifetime_.end();
   senderAccounts_.reset();
   for (auto& [name, match] : matches_) connection_.removeMatch(match);
   if (postObject_) connection_.removeObject(postObject_);
@@ -100,7 +100,7 @@ void SdBusNotificationCenter::onConnection(std::function<void()> work, bool wait
   if (sameExecutor_) {
     work();
   } else if (!wait) {
-    asio::post(connection_.executor(), [alive = alive_, work = std::move(work)] {
+    asio::post(connection_.executor(), [alive = lifetime_.token(), work = std::move(work)] {
       if (*alive) work();
     });
   } else {
@@ -271,7 +271,7 @@ void SdBusNotificationCenter::relay(sd_bus_message* call) {
 // Counted in by decide(), or, for this process's own posts, here.
 void SdBusNotificationCenter::hand(DistributedNotification notification, std::size_t bytes) {
   notification.postNumber = ++deliveredPosts_;
-  asio::post(observers_, [this, alive = alive_, pending = pending_, bytes,
+  asio::post(observers_, [this, alive = lifetime_.token(), pending = pending_, bytes,
                           notification = std::move(notification)] {
     pending->release(notification.senderUid, bytes);
     if (*alive) dispatch(notification);
@@ -281,7 +281,7 @@ void SdBusNotificationCenter::hand(DistributedNotification notification, std::si
 void SdBusNotificationCenter::post(std::string_view name, std::optional<std::string> object,
                                    std::optional<core::PlistDictionary> userInfo) {
   asio::post(connection_.executor(),
-             [this, alive = alive_,
+             [this, alive = lifetime_.token(),
               notification = DistributedNotification{std::string(name), std::move(object),
                                                      std::move(userInfo)}] {
                if (*alive) send(notification);

@@ -18,6 +18,7 @@
 #include "backends/linux/PostBacklog.h"
 #include "backends/linux/SdBusConnection.h"
 #include "backends/linux/SdBusSenderAccounts.h"
+#include "core/Lifetime.h"
 #include "core/logging/CustomLogger.h"
 #include "core/logging/LogBudget.h"
 #include "platform/DistributedNotificationCenter.h"
@@ -145,7 +146,7 @@ class SdBusNotificationCenter final : public DistributedNotificationCenter {
   asio::any_io_executor observers_;
   bool sameExecutor_;
   core::CustomLogger logger_{"SdBusNotificationCenter"};
-  std::shared_ptr<std::atomic<bool>> alive_ = std::make_shared<std::atomic<bool>>(true);
+  core::Lifetime lifetime_;
   // Posts handed to the observers and not yet handled, shared by both executors.
   std::shared_ptr<PostBacklog> pending_ = std::make_shared<PostBacklog>(PostBacklog::Limits{
       kMaxPendingPosts, kMaxPendingBytes, kMaxPendingPosts, kMaxPendingRootBytes});

@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "core/logging/VelmoFormatters.h"
+#include "core/time/VelmoFormatters.h"
 
 namespace velmo::platform::linux {
 namespace {

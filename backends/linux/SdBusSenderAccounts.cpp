@@ -48,7 +48,7 @@ SdBusSenderAccounts::SdBusSenderAccounts(asio::any_io_executor mainExecutor, Clo
 }
 
 SdBusSenderAccounts::~SdBusSenderAccounts() {
-  *alive_ = false;
+  lifetime_.end();
   asio::post(context_, [this] {
     questions_.clear();
     connection_.reset();
@@ -81,7 +81,7 @@ void SdBusSenderAccounts::connected() {
   questions_.clear();
   for (const auto& name : lost) query(name);
   if (std::exchange(connectedOnce_, true)) {
-    asio::post(mainExecutor_, [alive = alive_, reset = reset_] {
+    asio::post(mainExecutor_, [alive = lifetime_.token(), reset = reset_] {
       if (*alive) reset();
     });
   }
@@ -115,7 +115,7 @@ void SdBusSenderAccounts::query(const std::string& uniqueName) {
   if (result < 0) {
     logger_.debug("Cannot ask the bus for the account of " + uniqueName + ": " +
                   std::strerror(-result));
-    asio::post(mainExecutor_, [alive = alive_, answer = answer_, name = uniqueName] {
+    asio::post(mainExecutor_, [alive = lifetime_.token(), answer = answer_, name = uniqueName] {
       if (*alive) answer(name, DistributedNotification::kUnknownSender);
     });
     return;
@@ -131,7 +131,7 @@ void SdBusSenderAccounts::answered(Question& question, sd_bus_message* reply) {
     uid = DistributedNotification::kUnknownSender;
   }
   const std::string name = question.name;
-  asio::post(mainExecutor_, [alive = alive_, answer = answer_, name, uid] {
+  asio::post(mainExecutor_, [alive = lifetime_.token(), answer = answer_, name, uid] {
     if (*alive) answer(name, uid);
   });
   // Its own callback is running; sd-bus keeps the slot until it returns.

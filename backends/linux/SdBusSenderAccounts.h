@@ -11,6 +11,7 @@
 #include <asio/io_context.hpp>
 
 #include "backends/linux/SdBusConnection.h"
+#include "core/Lifetime.h"
 #include "core/logging/CustomLogger.h"
 #include "platform/Clock.h"
 
@@ -53,7 +54,7 @@ class SdBusSenderAccounts {
   Clock& clock_;
   Answer answer_;
   Reset reset_;
-  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);  // The asker's executor's view.
+  core::Lifetime lifetime_;  // The asker's executor's view.
   core::CustomLogger logger_{"SdBusSenderAccounts"};
   asio::io_context context_{1};
   asio::executor_work_guard<asio::io_context::executor_type> work_;

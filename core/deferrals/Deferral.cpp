@@ -7,8 +7,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "core/plist/DecodedInteger.h"
 #include "core/time/Iso8601DateFormatter.h"
+#include "core/values/DecodedInteger.h"
 
 namespace velmo::core {
 namespace {

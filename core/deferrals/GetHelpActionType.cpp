@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "core/RawValueCoding.h"
+#include "core/values/RawValueCoding.h"
 
 namespace velmo::core {
 namespace {

@@ -6,7 +6,7 @@
 
 #include "core/logging/LogSinks.h"
 #include "core/logging/Utf8.h"
-#include "core/logging/VelmoFormatters.h"
+#include "core/time/VelmoFormatters.h"
 #include "core/values/Bundle.h"
 
 namespace velmo::core {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "core/plist/DecodedInteger.h"
+#include "core/values/DecodedInteger.h"
 #include "core/values/PlistValue.h"
 
 namespace velmo::core {

@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-#include "core/logging/VelmoFormatters.h"
+#include "core/time/VelmoFormatters.h"
 
 namespace velmo::core {
 namespace {

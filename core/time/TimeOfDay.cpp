@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "core/plist/DecodedInteger.h"
+#include "core/values/DecodedInteger.h"
 
 namespace velmo::core {
 namespace {

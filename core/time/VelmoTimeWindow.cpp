@@ -6,9 +6,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "core/RawValueCoding.h"
-#include "core/plist/DecodedInteger.h"
-#include "core/plist/PropertyList.h"
+#include "core/values/DecodedInteger.h"
+#include "core/values/PropertyList.h"
+#include "core/values/RawValueCoding.h"
 
 namespace velmo::core {
 namespace {

@@ -18,7 +18,7 @@ namespace {
 
 using core::VelmoTimeWindow;
 using core::Weekday;
-using Kind = run::AgentCommand::Invocation::Kind;
+using Kind = Invocation::Kind;
 
 struct Machine : testing::ConsoleMachine {
   void allowWednesdayNight() {
@@ -46,7 +46,7 @@ TEST_P(Console, SaysWhatTheAgentWouldDo) {
   Machine machine;
   c.setUp(machine);
   std::ostringstream out, err;
-  const run::AgentCommand::Invocation invocation{.kind = c.kind, .json = true};
+  const Invocation invocation{.kind = c.kind, .json = true};
   const int status = ConsoleCommand::run(invocation, machine.inputs(), false, out, err);
   ASSERT_EQ(status, c.status) << err.str();
   if (status != 0) {
@@ -119,7 +119,7 @@ TEST(ConsoleText, ExplainDrawsTheWeekAndSaysWhy) {
       VelmoTimeWindow::toPlistArray(
           {{.days = {Weekday::mon, Weekday::wed}, .start = {12, 0}, .end = {13, 30}}}));
   std::ostringstream out, err;
-  const run::AgentCommand::Invocation invocation{.kind = Kind::explain};
+  const Invocation invocation{.kind = Kind::explain};
   ASSERT_EQ(ConsoleCommand::run(invocation, machine.inputs(), false, out, err), 0) << err.str();
   const std::string text = out.str();
   // Half-hour cells: 12:00-13:30 allowed, 13:30-14:00 partly (the end minute counts).

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "backends/fake/FakeFileManager.h"
-#include "core/plist/PropertyList.h"
+#include "core/values/PropertyList.h"
 
 namespace velmo::agent::console {
 namespace {

@@ -10,7 +10,7 @@
 #include "core/deferrals/DialogResponse.h"
 #include "core/files/DamagedFileKeeper.h"
 #include "core/notifications/NotificationNames.h"
-#include "core/plist/PropertyList.h"
+#include "core/values/PropertyList.h"
 #include "tests/support/AgentFakes.h"
 
 namespace velmo::agent {

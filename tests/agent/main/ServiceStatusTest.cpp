@@ -4,7 +4,7 @@
 
 #include "backends/fake/RecordingServiceManager.h"
 #include "backends/fake/VirtualClock.h"
-#include "core/logging/VelmoFormatters.h"
+#include "core/time/VelmoFormatters.h"
 
 namespace velmo::agent {
 namespace {

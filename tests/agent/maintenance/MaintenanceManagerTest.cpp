@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "core/plist/PropertyList.h"
+#include "core/values/PropertyList.h"
 #include "tests/support/AgentFakes.h"
 
 namespace velmo::agent::maintenance {

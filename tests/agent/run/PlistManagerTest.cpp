@@ -11,7 +11,7 @@
 #include <thread>
 
 #include "backends/linux/PosixFileManager.h"
-#include "core/plist/PropertyList.h"
+#include "core/values/PropertyList.h"
 #include "tests/support/TestPrograms.h"
 
 extern char** environ;

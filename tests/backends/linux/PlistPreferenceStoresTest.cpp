@@ -6,7 +6,7 @@
 
 #include "backends/linux/PlistUserDefaults.h"
 #include "backends/linux/PosixFileManager.h"
-#include "core/plist/PropertyList.h"
+#include "core/values/PropertyList.h"
 
 namespace velmo::platform::linux {
 namespace {

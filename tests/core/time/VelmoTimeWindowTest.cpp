@@ -7,9 +7,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "core/plist/PropertyList.h"
 #include "core/time/AppInstallWindows.h"
 #include "core/time/GlobalAllowWindows.h"
+#include "core/values/PropertyList.h"
 
 namespace velmo::core {
 namespace {

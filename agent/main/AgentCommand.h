@@ -4,13 +4,13 @@
 #include <ostream>
 #include <string>
 #include <variant>
-#include <vector>
 
+#include "agent/console/Invocation.h"
 #include "platform/FileManager.h"
 #include "platform/Host.h"
 #include "platform/Paths.h"
 
-namespace velmo::agent::run {
+namespace velmo::agent {
 
 // The command line surface: `velmo-agent [start]`, --help, --version, and the
 // two checks made before anything starts.
@@ -27,17 +27,7 @@ class AgentCommand {
     std::ostream& standardError;
   };
 
-  // What the command line asks for.
-  struct Invocation {
-    enum class Kind { start, status, explain, lint };
-    Kind kind = Kind::start;
-    bool json = false;
-    // `explain` only: ISO 8601, such as 2026-11-24T06:00:00Z; none means now.
-    std::optional<std::string> from{};
-    int days = 7;
-    // `lint` only: property lists, or folders of them; none means the live stores.
-    std::vector<std::string> paths{};
-  };
+  using Invocation = console::Invocation;
 
   // Parses the arguments. Gives the status to exit with (help, --version, a
   // usage error), or what to do.
@@ -57,4 +47,4 @@ class AgentCommand {
   static std::optional<int> validate(const Environment& environment);
 };
 
-}  // namespace velmo::agent::run
+}  // namespace velmo::agent

@@ -1,4 +1,4 @@
-#include "agent/run/AgentCommand.h"
+#include "agent/main/AgentCommand.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include "backends/fake/FakeFileManager.h"
 #include "backends/fake/FakeHost.h"
 
-namespace velmo::agent::run {
+namespace velmo::agent {
 namespace {
 
 struct CommandCase {
@@ -64,4 +64,4 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
-}  // namespace velmo::agent::run
+}  // namespace velmo::agent

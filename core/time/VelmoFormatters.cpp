@@ -1,4 +1,4 @@
-#include "core/logging/VelmoFormatters.h"
+#include "core/time/VelmoFormatters.h"
 
 #include <unicode/datefmt.h>
 #include <unicode/locid.h>

@@ -1,8 +1,8 @@
-#include "agent/run/AgentCommand.h"
+#include "agent/main/AgentCommand.h"
 
 #include <CLI/CLI.hpp>
 
-namespace velmo::agent::run {
+namespace velmo::agent {
 
 std::variant<int, AgentCommand::Invocation> AgentCommand::parse(int argc, const char* const* argv,
                                                                 const std::string& versionString,
@@ -61,4 +61,4 @@ std::optional<int> AgentCommand::validate(const Environment& environment) {
   return std::nullopt;
 }
 
-}  // namespace velmo::agent::run
+}  // namespace velmo::agent

@@ -1,4 +1,4 @@
-#include "core/plist/PropertyList.h"
+#include "core/values/PropertyList.h"
 
 #include <plist/plist.h>
 

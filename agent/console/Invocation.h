@@ -1,0 +1,22 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace velmo::agent::console {
+
+// What the command line asks for: the agent itself, or one of the console's
+// commands with its options.
+struct Invocation {
+  enum class Kind { start, status, explain, lint };
+  Kind kind = Kind::start;
+  bool json = false;
+  // `explain` only: ISO 8601, such as 2026-11-24T06:00:00Z; none means now.
+  std::optional<std::string> from{};
+  int days = 7;
+  // `lint` only: property lists, or folders of them; none means the live stores.
+  std::vector<std::string> paths{};
+};
+
+}  // namespace velmo::agent::console
