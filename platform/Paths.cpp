@@ -37,6 +37,9 @@ std::filesystem::path Paths::toolLink() const { return resolve("/usr/local/bin/v
 std::filesystem::path Paths::updateStateFile() const {
   return toolDirectory() / "UpdateState.json";
 }
+std::filesystem::path Paths::inventoryReportFile() const {
+  return toolDirectory() / "InventoryReport.plist";
+}
 std::filesystem::path Paths::agentStateFile() const {
   return resolve("/Library/Preferences/com.marvenith.velmo-agent.plist");
 }

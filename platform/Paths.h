@@ -24,6 +24,8 @@ class Paths {
   std::filesystem::path toolCacheDirectory() const;
   std::filesystem::path toolLink() const;
   std::filesystem::path updateStateFile() const;
+  // What the agent is and does, for inventory tools; readable by every user.
+  std::filesystem::path inventoryReportFile() const;
   std::filesystem::path agentStateFile() const;
   std::filesystem::path deferralsFile() const;
   std::filesystem::path logFile() const;

@@ -2,9 +2,11 @@
 
 #include "agent/console/AgentFacts.h"
 #include "agent/console/ExplainCommand.h"
+#include "agent/console/InventoryReport.h"
 #include "agent/console/PolicyLint.h"
 #include "agent/console/StatusCommand.h"
 #include "core/time/Iso8601DateFormatter.h"
+#include "core/values/PropertyList.h"
 #include "mdm/ManagedDomain.h"
 
 #include <algorithm>
@@ -69,6 +71,26 @@ int ConsoleCommand::lint(const Invocation& invocation, const ConsoleInputs& inpu
   return PolicyLint::exitStatus(diagnostics);
 }
 
+int ConsoleCommand::reportField(const Invocation& invocation, const ConsoleInputs& inputs,
+                                std::ostream& out, std::ostream& err) {
+  const auto print = [&](const std::string& value) {
+    out << (invocation.extensionAttribute ? "<result>" + value + "</result>" : value) << "\n";
+  };
+  const auto file = inputs.paths.inventoryReportFile();
+  const auto bytes = inputs.files.readFile(file);
+  const auto parsed = bytes.ok() ? core::PropertyList::parse(bytes.value()) : std::nullopt;
+  const auto* report = parsed ? parsed->getIf<core::PlistDictionary>() : nullptr;
+  if (!report) {
+    err << "Error: the inventory report " << file.string()
+        << (bytes.ok() ? " is damaged." : " can't be read: " + bytes.error()->description) << "\n";
+    if (invocation.extensionAttribute) print("");
+    return kNothingReadStatus;
+  }
+  const auto value = InventoryReport::field(*report, *invocation.field);
+  print(value ? InventoryReport::text(*value) : "");
+  return 0;
+}
+
 int ConsoleCommand::run(const Invocation& invocation, const ConsoleInputs& inputs, bool coloured,
                         std::ostream& out, std::ostream& err) {
   using Kind = Invocation::Kind;
@@ -83,6 +105,9 @@ int ConsoleCommand::run(const Invocation& invocation, const ConsoleInputs& input
     }
   }
   if (invocation.kind == Kind::lint) return lint(invocation, inputs, coloured, out, err);
+  if (invocation.kind == Kind::status && invocation.field) {
+    return reportField(invocation, inputs, out, err);
+  }
   const AgentFacts facts = AgentFacts::gather(inputs);
   if (!facts.readAnything) {
     err << "Error: nothing could be read: no agent answers on the system bus, and none of its "

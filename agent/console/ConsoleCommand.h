@@ -22,6 +22,9 @@ class ConsoleCommand {
   // 0 clean, 1 warnings only, 2 errors; 1 with a message when there is nothing to check.
   static int lint(const Invocation& invocation, const ConsoleInputs& inputs, bool coloured,
                   std::ostream& out, std::ostream& err);
+  // One value of the inventory report; empty when the report doesn't hold it.
+  static int reportField(const Invocation& invocation, const ConsoleInputs& inputs,
+                         std::ostream& out, std::ostream& err);
 };
 
 }  // namespace velmo::agent::console

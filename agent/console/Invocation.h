@@ -12,6 +12,10 @@ struct Invocation {
   enum class Kind { start, status, explain, lint };
   Kind kind = Kind::start;
   bool json = false;
+  // `status` only: one value of the inventory report by name, and whether to
+  // print it as an extension attribute, inside <result>…</result>.
+  std::optional<std::string> field{};
+  bool extensionAttribute = false;
   // `explain` only: ISO 8601, such as 2026-11-24T06:00:00Z; none means now.
   std::optional<std::string> from{};
   int days = 7;

@@ -64,16 +64,23 @@ StatusView::Maintenance maintenanceOf(const AgentFacts& facts) {
   return maintenance;
 }
 
-// Deferral counts per app and version, from the records' keys.
+// Deferral counts per app and version, and the latest, from the records.
 std::vector<StatusView::Deferred> deferralsOf(const AgentFacts& facts) {
-  std::map<std::pair<std::string, std::string>, std::int64_t> counts;
+  std::map<std::pair<std::string, std::string>, StatusView::Deferred> summed;
   if (facts.deferrals) {
     for (const auto& [key, record] : *facts.deferrals) {
-      counts[{record.appId, record.targetVersion}] += record.deferralCount.value_or(0);
+      auto& entry = summed[{record.appId, record.targetVersion}];
+      entry.app = record.appId;
+      entry.version = record.targetVersion;
+      entry.count += record.deferralCount.value_or(0);
+      if (!record.deferrals) continue;
+      for (const auto& detail : *record.deferrals) {
+        if (!entry.last || detail.timestamp > *entry.last) entry.last = detail.timestamp;
+      }
     }
   }
   std::vector<StatusView::Deferred> result;
-  for (const auto& [key, count] : counts) result.push_back({key.first, key.second, count});
+  for (auto& [key, entry] : summed) result.push_back(std::move(entry));
   return result;
 }
 

@@ -56,6 +56,8 @@ struct StatusView {
     std::string app{};
     std::string version{};
     std::int64_t count = 0;
+    // The latest deferral its records keep.
+    std::optional<platform::TimePoint> last{};
   };
 
   platform::TimePoint now{};

@@ -14,6 +14,12 @@ std::variant<int, AgentCommand::Invocation> AgentCommand::parse(int argc, const 
   app.add_subcommand("start", "Start the Velmo Agent (as root)");
   auto* status = app.add_subcommand("status", "Show the policy, runs, items and the running agent");
   status->add_flag("--json", invocation.json, "One JSON object");
+  std::string attribute;
+  auto* field = status->add_option("--field", invocation.field,
+                                   "One value of the inventory report, such as NextRun");
+  auto* ea = status->add_option("--ea", attribute,
+                                "The same, as an extension attribute: <result>…</result>");
+  field->excludes(ea);
   auto* explain = app.add_subcommand(
       "explain", "Show when runs may start over some days, why, and their command lines");
   explain->add_option("--from", invocation.from, "ISO 8601 moment, such as 2026-11-24T06:00:00Z");
@@ -32,6 +38,10 @@ std::variant<int, AgentCommand::Invocation> AgentCommand::parse(int argc, const 
     return app.exit(error, standardOutput, standardError);
   }
   if (status->parsed()) invocation.kind = Invocation::Kind::status;
+  if (ea->count() > 0) {
+    invocation.field = attribute;
+    invocation.extensionAttribute = true;
+  }
   if (explain->parsed()) invocation.kind = Invocation::Kind::explain;
   if (lint->parsed()) invocation.kind = Invocation::Kind::lint;
   return invocation;

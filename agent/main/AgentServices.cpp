@@ -26,7 +26,7 @@ std::unique_ptr<platform::UnifiedLog> makeUnifiedLog(const platform::Clock& cloc
 }  // namespace
 
 AgentServices::Logging::Logging(const platform::Clock& clock) : unified(makeUnifiedLog(clock)) {
-  core::LogSinks::install({stdout, unified.get(), &clock});
+  core::LogSinks::install({stdout, unified.get(), &clock, &recentErrors});
 }
 
 AgentServices::MainBus::MainBus(asio::any_io_executor executor, platform::Clock& clock)
@@ -49,7 +49,11 @@ AgentServices::AgentBus::AgentBus(platform::Clock& clock, asio::any_io_executor 
 
 AgentServices::AgentServices(const platform::Paths& paths, platform::linux::PosixFileManager& files,
                              const platform::linux::PosixHost& host)
-    : paths_(paths), files_(files), host_(host), userDefaults_(files_, paths_, kBundleIdentifier) {
+    : paths_(paths),
+      files_(files),
+      host_(host),
+      userDefaults_(files_, paths_, kBundleIdentifier),
+      reportDefaults_(files_, paths_, kBundleIdentifier) {
   awaitStopSignals();
   terminations_.start();
 }
@@ -75,7 +79,10 @@ StartCommand::Collaborators AgentServices::collaborators() {
           .statusPublisher = agentBus_.status,
           .lifecycle = lifecycle_,
           .stop = stop_,
-          .serviceManager = serviceManager_};
+          .serviceManager = serviceManager_,
+          .report = {.stores = reportStores_,
+                     .userDefaults = reportDefaults_,
+                     .recentErrors = logging_.recentErrors}};
 }
 
 // SIGTERM (the service manager's stop) and SIGINT start the agent's stop; a

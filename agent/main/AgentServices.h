@@ -27,6 +27,7 @@
 #include "backends/linux/SystemClock.h"
 #include "core/AgentLifecycle.h"
 #include "core/logging/PostLog.h"
+#include "core/logging/RecentLines.h"
 #include "core/notifications/NotificationCenter.h"
 #include "mdm/ManagedPrefs.h"
 #include "platform/Paths.h"
@@ -51,6 +52,8 @@ class AgentServices {
   struct Logging {
     explicit Logging(const platform::Clock& clock);
     std::unique_ptr<platform::UnifiedLog> unified;
+    // The last error lines, for the inventory report.
+    core::RecentLines recentErrors;
   };
   // Opened at once; what can't be opened is retried while everything else goes on.
   struct MainBus {
@@ -91,6 +94,9 @@ class AgentServices {
   // The agent's standard user defaults, and the managed-preferences snapshot.
   platform::linux::PlistPreferenceStores preferenceStores_{files_, paths_};
   platform::linux::PlistUserDefaults userDefaults_;
+  // The inventory report's own readers: it reads on the update state file's thread.
+  platform::linux::PlistPreferenceStores reportStores_{files_, paths_};
+  platform::linux::PlistUserDefaults reportDefaults_;
   mdm::ManagedPrefs managedPrefs_{{executor_, clock_, preferenceStores_, agentBus_.center,
                                    notificationCenter_, workspaceEvents_}};
   // Root starts only programs that no other account can change, checked

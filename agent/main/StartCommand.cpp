@@ -104,6 +104,19 @@ void StartCommand::followActivity(run::VelmoRunCoordinator& coordinator) {
                          c.runner.activeRuns(), uiController_->itemCount());
   busy_ = serviceStatus_->busyNow().subscribe(
       [&stop = c.stop](const std::string& what) { stop.setBusy(what); });
+  report_ = std::make_unique<InventoryReportWriter>(
+      InventoryReportWriter::Collaborators{.mainExecutor = c.mainExecutor,
+                                           .fileExecutor = c.fileExecutor,
+                                           .clock = c.clock,
+                                           .files = c.files,
+                                           .paths = c.paths,
+                                           .stores = c.report.stores,
+                                           .userDefaults = c.report.userDefaults,
+                                           .distributedCenter = c.distributedCenter,
+                                           .notificationCenter = c.notificationCenter,
+                                           .recentErrors = c.report.recentErrors});
+  report_->follow(*statusReporter_, coordinator, coordinator.activity(),
+                  maintenanceManager_->activity());
 }
 
 void StartCommand::releaseMemoryAfterBursts() {
@@ -125,6 +138,7 @@ void StartCommand::releaseMemoryAfterBursts() {
 asio::awaitable<void> StartCommand::flushSaves() {
   co_await uiController_->flush();
   co_await deferralManager_->flush();
+  co_await report_->flush();
 }
 
 }  // namespace velmo::agent

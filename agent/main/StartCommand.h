@@ -10,6 +10,7 @@
 #include "agent/items/VelmoAgentQueue.h"
 #include "agent/main/AgentStatusReporter.h"
 #include "agent/main/AgentStop.h"
+#include "agent/main/InventoryReportWriter.h"
 #include "agent/main/ServiceStatus.h"
 #include "agent/maintenance/MaintenanceManager.h"
 #include "agent/policy/NotificationCenterIconObserver.h"
@@ -18,6 +19,7 @@
 #include "core/Executors.h"
 #include "core/logging/CustomLogger.h"
 #include "core/logging/PostLog.h"
+#include "core/logging/RecentLines.h"
 #include "core/notifications/NotificationCenter.h"
 #include "mdm/ManagedPrefs.h"
 #include "platform/Clock.h"
@@ -25,6 +27,7 @@
 #include "platform/FileManager.h"
 #include "platform/Host.h"
 #include "platform/Paths.h"
+#include "platform/PreferenceStores.h"
 #include "platform/ServiceManager.h"
 #include "platform/UserDefaults.h"
 #include "platform/WorkspaceEvents.h"
@@ -66,6 +69,12 @@ class StartCommand {
     core::AgentLifecycle& lifecycle;
     AgentStop& stop;
     platform::ServiceManager& serviceManager;
+    // What the inventory report reads with, on the update state file's thread.
+    struct Report {
+      const platform::PreferenceStores& stores;
+      const platform::UserDefaults& userDefaults;
+      const core::RecentLines& recentErrors;
+    } report;
   };
 
   explicit StartCommand(Collaborators collaborators);
@@ -94,6 +103,7 @@ class StartCommand {
   std::shared_ptr<policy::NotificationCenterIconObserver> iconObserver_;
   std::unique_ptr<AgentStatusReporter> statusReporter_;
   std::unique_ptr<ServiceStatus> serviceStatus_;
+  std::unique_ptr<InventoryReportWriter> report_;
   std::unique_ptr<core::Debouncer> memoryRelease_;
   std::vector<platform::ObserverToken> burstTokens_;
   core::Subscription busy_;

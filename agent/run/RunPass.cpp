@@ -36,6 +36,7 @@ asio::awaitable<void> RunPass::run(bool userInitiated) {
 
   if (skip) {
     logger.info("Configured to skip the first Velmo Run.");
+    remember({userInitiated, now, clock.now(), "skipped", 0});
     record.record(runNumber, clock.now());
     co_return;
   }
@@ -58,13 +59,22 @@ asio::awaitable<void> RunPass::run(bool userInitiated) {
   const std::unique_ptr<RunRecord, decltype(over)> inProgress(&record, over);
   co_await comparison_.compareListedItems();
 
-  co_await runJob(userInitiated);
+  const VelmoRunJob::Outcome outcome = co_await runJob(userInitiated);
 
   const platform::TimePoint end = clock.now();
   logger.info(name + " #" + std::to_string(runNumber) + " finished in " +
               describe(clock.elapsed() - began) + ".");
+  remember({userInitiated, now, end, resultText(outcome), outcome.installs});
   record.record(runNumber, end);
 }
+
+std::string RunPass::resultText(const VelmoRunJob::Outcome& outcome) {
+  if (outcome.failed > 0) return "failed";
+  if (outcome.notStarted > 0) return "stopped";
+  return "succeeded";
+}
+
+void RunPass::remember(LastRun lastRun) { collaborators_.record.remember(std::move(lastRun)); }
 
 asio::awaitable<bool> RunPass::shouldSkipRun() {
   const bool configured = co_await collaborators_.managedPrefs.boolValue(
@@ -96,12 +106,12 @@ bool RunPass::windowsAllow(bool userInitiated, platform::TimePoint now) const {
   return false;
 }
 
-asio::awaitable<void> RunPass::runJob(bool userInitiated) {
+asio::awaitable<VelmoRunJob::Outcome> RunPass::runJob(bool userInitiated) {
   const VelmoRunJob::Collaborators jobCollaborators{
       collaborators_.mainExecutor,      collaborators_.userDefaults, collaborators_.managedPrefs,
       collaborators_.distributedCenter, collaborators_.runner,       collaborators_.inventory};
   auto job = std::make_unique<VelmoRunJob>(jobCollaborators, userInitiated);
-  co_await job->run();
+  co_return co_await job->run();
 }
 
 }  // namespace velmo::agent::run

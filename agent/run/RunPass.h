@@ -12,6 +12,7 @@
 #include "agent/run/ListedItems.h"
 #include "agent/run/ListedItemsComparison.h"
 #include "agent/run/RunRecord.h"
+#include "agent/run/VelmoRunJob.h"
 #include "agent/runner/VelmoRunner.h"
 #include "core/Executors.h"
 #include "core/logging/CustomLogger.h"
@@ -60,7 +61,10 @@ class RunPass {
   // The window check of a run, with its log lines; nothing is recorded for a refused run.
   bool windowsAllow(bool userInitiated, platform::TimePoint now) const;
   // One job, built for this run and dropped after it; the job can't fail as a whole.
-  asio::awaitable<void> runJob(bool userInitiated);
+  asio::awaitable<VelmoRunJob::Outcome> runJob(bool userInitiated);
+  static std::string resultText(const VelmoRunJob::Outcome& outcome);
+  // Kept as the last run, for the inventory report.
+  void remember(LastRun lastRun);
 
   Collaborators collaborators_;
   ListedItemsComparison comparison_;

@@ -5,6 +5,7 @@
 #include <functional>
 #include <optional>
 
+#include "agent/run/LastRun.h"
 #include "agent/run/PlistManager.h"
 #include "agent/run/RunActivity.h"
 #include "core/Published.h"
@@ -35,9 +36,14 @@ class RunRecord {
   core::Published<RunActivity>& activity() { return activity_; }
   const RunActivity& currentActivity() const { return activity_.value(); }
 
+  // How the last run since the start went; none before the first.
+  void remember(LastRun lastRun) { lastRun_ = std::move(lastRun); }
+  const std::optional<LastRun>& lastRunSummary() const { return lastRun_; }
+
  private:
   PlistManager plistManager_;
   core::Published<RunActivity> activity_{RunActivity{}};
+  std::optional<LastRun> lastRun_;
 };
 
 }  // namespace velmo::agent::run

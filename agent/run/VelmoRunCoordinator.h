@@ -100,6 +100,7 @@ class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordina
   // When the armed run timer fires; none when it is clear.
   std::optional<platform::TimePoint> nextRunDate() const;
   core::Published<RunActivity>& activity() { return record_.activity(); }
+  const std::optional<LastRun>& lastRunSummary() const { return record_.lastRunSummary(); }
 
  private:
   explicit VelmoRunCoordinator(Collaborators collaborators);

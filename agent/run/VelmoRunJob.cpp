@@ -72,19 +72,18 @@ asio::awaitable<void> VelmoRunJob::stopObservingInstalls() {
   co_return;
 }
 
-asio::awaitable<void> VelmoRunJob::run() {
-  logger_.debug("Setting up velmo install observers.");
-  co_await core::runOn(collaborators_.mainExecutor, observeInstalls());
-
-  const std::vector<Command> commands = co_await buildCommands();
-  logger_.debug("Starting Velmo Run with " + std::to_string(commands.size()) + " command(s)");
+asio::awaitable<VelmoRunJob::Outcome> VelmoRunJob::runCommands(
+    const std::vector<Command>& commands) {
+  Outcome outcome;
   for (const Command& command : commands) {
     const std::string text = joined(command);
     logger_.debug("Executing Velmo Run command: " + text);
     const int result = co_await collaborators_.runner.run(command, timeLimit(command));
     if (result == VelmoRunner::kNotStarted) {
+      ++outcome.notStarted;
       logger_.debug("Velmo Run command not started, the agent is stopping: " + text);
     } else if (result != 0) {
+      ++outcome.failed;
       logger_.error("Velmo Run failed with exit code: " + std::to_string(result));
       logger_.debug("Velmo Run failed with exit code " + std::to_string(result) +
                     " for command: " + text);
@@ -92,8 +91,19 @@ asio::awaitable<void> VelmoRunJob::run() {
       logger_.debug("Velmo Run completed successfully for command: " + text);
     }
   }
+  co_return outcome;
+}
+
+asio::awaitable<VelmoRunJob::Outcome> VelmoRunJob::run() {
+  logger_.debug("Setting up velmo install observers.");
+  co_await core::runOn(collaborators_.mainExecutor, observeInstalls());
+
+  const std::vector<Command> commands = co_await buildCommands();
+  logger_.debug("Starting Velmo Run with " + std::to_string(commands.size()) + " command(s)");
+  Outcome outcome = co_await runCommands(commands);
 
   const std::int64_t installs = co_await installCounter_.takeAndReset();
+  outcome.installs = installs;
   if (installs >= 1) {
     logger_.info("Installations during this Velmo Run: " + std::to_string(installs));
   } else {
@@ -113,6 +123,7 @@ asio::awaitable<void> VelmoRunJob::run() {
 
   logger_.debug("Removing velmo install observers.");
   co_await core::runOn(collaborators_.mainExecutor, stopObservingInstalls());
+  co_return outcome;
 }
 
 }  // namespace velmo::agent::run

@@ -37,9 +37,16 @@ class VelmoRunJob {
 
   static constexpr core::TimeInterval kReconTimeout{600.0};
 
+  // How the run's commands went.
+  struct Outcome {
+    int failed = 0;
+    int notStarted = 0;
+    std::int64_t installs = 0;
+  };
+
   VelmoRunJob(const Collaborators& collaborators, bool runningAppsFirst);
 
-  asio::awaitable<void> run();
+  asio::awaitable<Outcome> run();
   // The policy as it stands now, made into command lines.
   asio::awaitable<std::vector<Command>> buildCommands();
   void handleDidPerformInstall();
@@ -52,6 +59,8 @@ class VelmoRunJob {
                               const core::CustomLogger& logger);
 
  private:
+  // Runs each command in turn, counting those that failed or never started.
+  asio::awaitable<Outcome> runCommands(const std::vector<Command>& commands);
   asio::awaitable<void> observeInstalls();
   asio::awaitable<void> stopObservingInstalls();
 

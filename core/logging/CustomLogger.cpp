@@ -69,12 +69,14 @@ void CustomLogger::emit(const LogMessage& message, LogLevel level,
 
   const bool toStandardOutput = level != LogLevel::debug || printDebugToStdout_;
   const bool toUnifiedLog = sinks.unifiedLog && sinks.unifiedLog->isEnabled(style.unifiedType);
-  if (!toStandardOutput && !toUnifiedLog) return;
+  const bool kept = level == LogLevel::error && sinks.recentErrors;
+  if (!toStandardOutput && !toUnifiedLog && !kept) return;
   // One call, one line, in every sink; only our own colour codes reach a terminal.
   const std::string text = escapedControls(message());
+  const TimePoint now = sinks.clock ? sinks.clock->now() : std::chrono::system_clock::now();
+  if (kept) sinks.recentErrors->add(now, text);
 
   if (toStandardOutput) {
-    const TimePoint now = sinks.clock ? sinks.clock->now() : std::chrono::system_clock::now();
     std::string line;
     line.append(style.colour).append(VelmoFormatters::iso8601(now)).append("  ");
     if (!style.marker.empty()) line.append(style.marker).append(" ");

@@ -60,7 +60,15 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(CommandCase{"ToolCheckBeforeRootCheck", {}, false, 501, 3, kToolMessage},
                       CommandCase{"NotRoot", {"start"}, true, 501, 2, kRootMessage},
                       CommandCase{
-                          "Help", {"--help"}, false, 501, 0, "", true, "Start the Velmo Agent"}),
+                          "Help", {"--help"}, false, 501, 0, "", true, "Start the Velmo Agent"},
+                      // One value, printed one way.
+                      CommandCase{"FieldOrAttribute",
+                                  {"status", "--field", "NextRun", "--ea", "NextRun"},
+                                  false,
+                                  501,
+                                  108,
+                                  "excludes",
+                                  false}),
     [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
