@@ -2,6 +2,7 @@
 
 #include "agent/console/AgentFacts.h"
 #include "agent/console/ExplainCommand.h"
+#include "agent/console/PolicyFileLint.h"
 #include "agent/console/PolicyLint.h"
 #include "agent/console/StatusCommand.h"
 #include "core/time/Iso8601DateFormatter.h"
@@ -35,12 +36,13 @@ int ConsoleCommand::lint(const Invocation& invocation, const ConsoleInputs& inpu
     }
     std::vector<std::filesystem::path> found;
     for (const auto& entry : listed.value()) {
-      if (entry.path.extension() == ".plist") found.push_back(entry.path);
+      const auto extension = entry.path.extension();
+      if (extension == ".plist" || extension == ".mobileconfig") found.push_back(entry.path);
     }
     std::sort(found.begin(), found.end());
     if (found.empty())
-      diagnostics.push_back(
-          {given, "", PolicyLint::Severity::warning, "no .plist file in this folder."});
+      diagnostics.push_back({given, "", PolicyLint::Severity::warning,
+                             "no .plist or .mobileconfig file in this folder."});
     files.insert(files.end(), found.begin(), found.end());
   }
   if (files.empty() && diagnostics.empty()) {
@@ -49,7 +51,8 @@ int ConsoleCommand::lint(const Invocation& invocation, const ConsoleInputs& inpu
     return kNothingReadStatus;
   }
   for (const auto& file : files) {
-    auto found = PolicyLint::lintFile(inputs.files, file, inputs.clock.now(), inputs.timeZone());
+    auto found =
+        PolicyFileLint::lintFile(inputs.files, file, inputs.clock.now(), inputs.timeZone());
     diagnostics.insert(diagnostics.end(), found.begin(), found.end());
   }
   if (invocation.json) {
@@ -58,10 +61,17 @@ int ConsoleCommand::lint(const Invocation& invocation, const ConsoleInputs& inpu
     const ConsoleText text(coloured);
     for (const auto& diagnostic : diagnostics) {
       std::string line = PolicyLint::line(diagnostic);
-      out << (diagnostic.severity == PolicyLint::Severity::error
-                  ? text.paint(line, ConsoleText::Colour::red)
-                  : text.paint(line, ConsoleText::Colour::yellow))
-          << "\n";
+      switch (diagnostic.severity) {
+        case PolicyLint::Severity::note:
+          out << line << "\n";
+          break;
+        case PolicyLint::Severity::warning:
+          out << text.paint(line, ConsoleText::Colour::yellow) << "\n";
+          break;
+        case PolicyLint::Severity::error:
+          out << text.paint(line, ConsoleText::Colour::red) << "\n";
+          break;
+      }
     }
     out << files.size() << " file" << (files.size() == 1 ? "" : "s") << " checked, "
         << diagnostics.size() << " finding" << (diagnostics.size() == 1 ? "" : "s") << ".\n";
