@@ -115,17 +115,20 @@ ConfigurationProfile::Reading ConfigurationProfile::read(std::string_view bytes)
     reading.refusal = std::move(why);
     return reading;
   };
-  if (auto refused = core::PlistGuard::refusal(bytes)) return refuse(*refused);
-  // DER's SEQUENCE: neither form of property list starts so.
+  if (bytes.size() > core::PlistGuard::kLargestFile) return refuse("larger than 10 MB: refused.");
+  // DER's SEQUENCE: neither form of property list starts so. The envelope is
+  // OpenSSL's to check; only the list inside goes past the guard to libplist.
   std::optional<std::string> unwrapped;
   if (!bytes.empty() && bytes.front() == '\x30') {
     unwrapped = signedContent(bytes);
     if (!unwrapped) return refuse("neither a property list nor a signed profile OpenSSL can read.");
     reading.wasSigned = true;
-    if (auto refused = core::PlistGuard::refusal(*unwrapped))
-      return refuse("signed content " + *refused);
   }
-  const auto parsed = core::PropertyList::parse(unwrapped ? *unwrapped : bytes);
+  const std::string_view list = unwrapped ? std::string_view(*unwrapped) : bytes;
+  if (auto refused = core::PlistGuard::refusal(list)) {
+    return refuse((unwrapped ? "signed content " : "") + *refused);
+  }
+  const auto parsed = core::PropertyList::parse(list);
   const auto* root = parsed ? parsed->getIf<core::PlistDictionary>() : nullptr;
   if (!root) return reading;
   const auto* content = valueAt<core::PlistArray>(*root, "PayloadContent");
