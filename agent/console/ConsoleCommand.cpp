@@ -12,6 +12,31 @@
 #include <filesystem>
 
 namespace velmo::agent::console {
+namespace {
+
+// Notes plain, warnings yellow, errors red, then the count.
+void printLint(const std::vector<PolicyLint::Diagnostic>& diagnostics, std::size_t files,
+               bool coloured, std::ostream& out) {
+  const ConsoleText text(coloured);
+  for (const auto& diagnostic : diagnostics) {
+    const std::string line = PolicyLint::line(diagnostic);
+    switch (diagnostic.severity) {
+      case PolicyLint::Severity::note:
+        out << line << "\n";
+        break;
+      case PolicyLint::Severity::warning:
+        out << text.paint(line, ConsoleText::Colour::yellow) << "\n";
+        break;
+      case PolicyLint::Severity::error:
+        out << text.paint(line, ConsoleText::Colour::red) << "\n";
+        break;
+    }
+  }
+  out << files << " file" << (files == 1 ? "" : "s") << " checked, " << diagnostics.size()
+      << " finding" << (diagnostics.size() == 1 ? "" : "s") << ".\n";
+}
+
+}  // namespace
 
 int ConsoleCommand::lint(const Invocation& invocation, const ConsoleInputs& inputs, bool coloured,
                          std::ostream& out, std::ostream& err) {
@@ -58,23 +83,7 @@ int ConsoleCommand::lint(const Invocation& invocation, const ConsoleInputs& inpu
   if (invocation.json) {
     out << PolicyLint::json(diagnostics).dump(2) << "\n";
   } else {
-    const ConsoleText text(coloured);
-    for (const auto& diagnostic : diagnostics) {
-      std::string line = PolicyLint::line(diagnostic);
-      switch (diagnostic.severity) {
-        case PolicyLint::Severity::note:
-          out << line << "\n";
-          break;
-        case PolicyLint::Severity::warning:
-          out << text.paint(line, ConsoleText::Colour::yellow) << "\n";
-          break;
-        case PolicyLint::Severity::error:
-          out << text.paint(line, ConsoleText::Colour::red) << "\n";
-          break;
-      }
-    }
-    out << files.size() << " file" << (files.size() == 1 ? "" : "s") << " checked, "
-        << diagnostics.size() << " finding" << (diagnostics.size() == 1 ? "" : "s") << ".\n";
+    printLint(diagnostics, files.size(), coloured, out);
   }
   return PolicyLint::exitStatus(diagnostics);
 }
