@@ -80,6 +80,11 @@ class FileManager {
   virtual bool fileExists(const std::filesystem::path& path) const = 0;
   // The whole content. A missing file fails with the code ENOENT.
   virtual FileResult<std::string> readFile(const std::filesystem::path& path) const = 0;
+  // The whole content when it is at most `maxBytes` long. A longer file fails
+  // with the code EFBIG, having read no more than `maxBytes` + 1 bytes of it:
+  // for files that someone else may have made huge.
+  virtual FileResult<std::string> readFile(const std::filesystem::path& path,
+                                           std::uint64_t maxBytes) const = 0;
   // The one durable write of a state file, in these steps: create the
   // temporary file beside it (its name and ".tmp"), write, flush it to disk,
   // rename it over the file, flush the folder. A reader sees the old content

@@ -3,6 +3,7 @@
 #include "agent/console/AgentFacts.h"
 #include "agent/console/ExplainCommand.h"
 #include "agent/console/InventoryReport.h"
+#include "agent/console/PolicyFileLint.h"
 #include "agent/console/PolicyLint.h"
 #include "agent/console/StatusCommand.h"
 #include "core/time/Iso8601DateFormatter.h"
@@ -13,6 +14,31 @@
 #include <filesystem>
 
 namespace velmo::agent::console {
+namespace {
+
+// Notes plain, warnings yellow, errors red, then the count.
+void printLint(const std::vector<PolicyLint::Diagnostic>& diagnostics, std::size_t files,
+               bool coloured, std::ostream& out) {
+  const ConsoleText text(coloured);
+  for (const auto& diagnostic : diagnostics) {
+    const std::string line = PolicyLint::line(diagnostic);
+    switch (diagnostic.severity) {
+      case PolicyLint::Severity::note:
+        out << line << "\n";
+        break;
+      case PolicyLint::Severity::warning:
+        out << text.paint(line, ConsoleText::Colour::yellow) << "\n";
+        break;
+      case PolicyLint::Severity::error:
+        out << text.paint(line, ConsoleText::Colour::red) << "\n";
+        break;
+    }
+  }
+  out << files << " file" << (files == 1 ? "" : "s") << " checked, " << diagnostics.size()
+      << " finding" << (diagnostics.size() == 1 ? "" : "s") << ".\n";
+}
+
+}  // namespace
 
 int ConsoleCommand::lint(const Invocation& invocation, const ConsoleInputs& inputs, bool coloured,
                          std::ostream& out, std::ostream& err) {
@@ -37,12 +63,13 @@ int ConsoleCommand::lint(const Invocation& invocation, const ConsoleInputs& inpu
     }
     std::vector<std::filesystem::path> found;
     for (const auto& entry : listed.value()) {
-      if (entry.path.extension() == ".plist") found.push_back(entry.path);
+      const auto extension = entry.path.extension();
+      if (extension == ".plist" || extension == ".mobileconfig") found.push_back(entry.path);
     }
     std::sort(found.begin(), found.end());
     if (found.empty())
-      diagnostics.push_back(
-          {given, "", PolicyLint::Severity::warning, "no .plist file in this folder."});
+      diagnostics.push_back({given, "", PolicyLint::Severity::warning,
+                             "no .plist or .mobileconfig file in this folder."});
     files.insert(files.end(), found.begin(), found.end());
   }
   if (files.empty() && diagnostics.empty()) {
@@ -51,22 +78,14 @@ int ConsoleCommand::lint(const Invocation& invocation, const ConsoleInputs& inpu
     return kNothingReadStatus;
   }
   for (const auto& file : files) {
-    auto found = PolicyLint::lintFile(inputs.files, file, inputs.clock.now(), inputs.timeZone());
+    auto found =
+        PolicyFileLint::lintFile(inputs.files, file, inputs.clock.now(), inputs.timeZone());
     diagnostics.insert(diagnostics.end(), found.begin(), found.end());
   }
   if (invocation.json) {
     out << PolicyLint::json(diagnostics).dump(2) << "\n";
   } else {
-    const ConsoleText text(coloured);
-    for (const auto& diagnostic : diagnostics) {
-      std::string line = PolicyLint::line(diagnostic);
-      out << (diagnostic.severity == PolicyLint::Severity::error
-                  ? text.paint(line, ConsoleText::Colour::red)
-                  : text.paint(line, ConsoleText::Colour::yellow))
-          << "\n";
-    }
-    out << files.size() << " file" << (files.size() == 1 ? "" : "s") << " checked, "
-        << diagnostics.size() << " finding" << (diagnostics.size() == 1 ? "" : "s") << ".\n";
+    printLint(diagnostics, files.size(), coloured, out);
   }
   return PolicyLint::exitStatus(diagnostics);
 }

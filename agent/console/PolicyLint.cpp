@@ -15,7 +15,6 @@
 #include "core/logging/Utf8.h"
 #include "core/plist/DefaultsValue.h"
 #include "core/time/TimeInterval.h"
-#include "core/values/PropertyList.h"
 #include "mdm/ManagedDomain.h"
 #include "mdm/PreferenceConversions.h"
 
@@ -85,6 +84,18 @@ std::size_t distance(std::string_view a, std::string_view b) {
 }
 
 std::string booleanText(bool value) { return value ? "true" : "false"; }
+
+const char* severityName(PolicyLint::Severity severity) {
+  switch (severity) {
+    case PolicyLint::Severity::note:
+      return "note";
+    case PolicyLint::Severity::warning:
+      return "warning";
+    case PolicyLint::Severity::error:
+      break;
+  }
+  return "error";
+}
 
 struct Linter {
   const std::string& file;
@@ -309,30 +320,9 @@ struct Linter {
 int PolicyLint::exitStatus(const std::vector<Diagnostic>& diagnostics) {
   int status = 0;
   for (const auto& diagnostic : diagnostics) {
-    status = std::max(status, diagnostic.severity == Severity::error ? 2 : 1);
+    status = std::max(status, static_cast<int>(diagnostic.severity));
   }
   return status;
-}
-
-std::vector<PolicyLint::Diagnostic> PolicyLint::lintFile(const platform::FileManager& files,
-                                                         const std::filesystem::path& path,
-                                                         platform::TimePoint now,
-                                                         const std::string& timeZoneId) {
-  const std::string file = path.string();
-  const auto bytes = files.readFile(path);
-  if (!bytes.ok()) return {{file, "", Severity::error, "can't be read."}};
-  const auto root = core::PropertyList::parse(bytes.value());
-  const auto* values = root ? root->getIf<core::PlistDictionary>() : nullptr;
-  if (!values) {
-    return {{file, "", Severity::error,
-             "not a property list of keys: the agent reads it as empty (a binary one with a NUL "
-             "byte in a key is refused too)."}};
-  }
-  std::string domain = path.stem().string();
-  const bool known = std::any_of(mdm::kAllManagedDomains.begin(), mdm::kAllManagedDomains.end(),
-                                 [&](auto each) { return mdm::rawValue(each) == domain; });
-  if (!known) domain = std::string(mdm::rawValue(mdm::ManagedDomain::velmoAgent));
-  return lintValues(file, domain, *values, now, timeZoneId);
 }
 
 std::vector<PolicyLint::Diagnostic> PolicyLint::lintValues(const std::string& file,
@@ -354,25 +344,29 @@ std::vector<PolicyLint::Diagnostic> PolicyLint::lintValues(const std::string& fi
 }
 
 std::string PolicyLint::line(const Diagnostic& diagnostic) {
-  std::string text = diagnostic.file + ": ";
+  std::string text = diagnostic.file;
+  if (!diagnostic.payload.empty()) text += " [" + core::escapedControls(diagnostic.payload) + "]";
+  text += ": ";
   if (!diagnostic.key.empty()) text += diagnostic.key + ": ";
-  text += diagnostic.severity == Severity::error ? "error: " : "warning: ";
-  return text + diagnostic.text;
+  return text + severityName(diagnostic.severity) + ": " + diagnostic.text;
 }
 
 nlohmann::json PolicyLint::json(const std::vector<Diagnostic>& diagnostics) {
   nlohmann::json out{{"diagnostics", nlohmann::json::array()}};
-  int errors = 0;
+  int counts[3] = {};
   for (const auto& diagnostic : diagnostics) {
-    const bool error = diagnostic.severity == Severity::error;
-    errors += error ? 1 : 0;
-    out["diagnostics"].push_back({{"file", diagnostic.file},
-                                  {"key", diagnostic.key},
-                                  {"severity", error ? "error" : "warning"},
-                                  {"text", diagnostic.text}});
+    ++counts[static_cast<int>(diagnostic.severity)];
+    out["diagnostics"].push_back(
+        {{"file", diagnostic.file},
+         {"payload",
+          diagnostic.payload.empty() ? nlohmann::json() : nlohmann::json(diagnostic.payload)},
+         {"key", diagnostic.key},
+         {"severity", severityName(diagnostic.severity)},
+         {"text", diagnostic.text}});
   }
-  out["errors"] = errors;
-  out["warnings"] = static_cast<int>(diagnostics.size()) - errors;
+  out["errors"] = counts[static_cast<int>(Severity::error)];
+  out["warnings"] = counts[static_cast<int>(Severity::warning)];
+  out["notes"] = counts[static_cast<int>(Severity::note)];
   out["exitStatus"] = exitStatus(diagnostics);
   return out;
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -8,7 +7,6 @@
 
 #include "core/values/PlistValue.h"
 #include "platform/Clock.h"
-#include "platform/FileManager.h"
 
 namespace velmo::agent::console {
 
@@ -17,29 +15,32 @@ namespace velmo::agent::console {
 // and values the agent ignores, each with what the agent then does.
 class PolicyLint {
  public:
-  enum class Severity { warning, error };
+  // A note changes nothing the agent does: it says what lint left aside.
+  enum class Severity { note, warning, error };
   struct Diagnostic {
+    Diagnostic(std::string file, std::string key, Severity severity, std::string text,
+               std::string payload = {})
+        : file(std::move(file)),
+          key(std::move(key)),
+          severity(severity),
+          text(std::move(text)),
+          payload(std::move(payload)) {}
     std::string file;
     std::string key;  // Empty for the file as a whole.
     Severity severity;
     std::string text;
+    std::string payload;  // The profile's payload it concerns; empty for plain files.
   };
 
-  // 0 clean, 1 warnings only, 2 errors.
+  // 0 clean or notes only, 1 warnings, 2 errors.
   static int exitStatus(const std::vector<Diagnostic>& diagnostics);
 
-  // One file of one domain: its name without ".plist" names the domain; any
-  // other name is taken for the agent's own domain. Windows are judged in
-  // `timeZoneId` from `now`.
-  static std::vector<Diagnostic> lintFile(const platform::FileManager& files,
-                                          const std::filesystem::path& path,
-                                          platform::TimePoint now, const std::string& timeZoneId);
   // The values of one domain, however they were read.
   static std::vector<Diagnostic> lintValues(const std::string& file, const std::string& domain,
                                             const core::PlistDictionary& values,
                                             platform::TimePoint now, const std::string& timeZoneId);
 
-  // "file: key: warning: text".
+  // "file: key: warning: text", or "file [payload]: key: warning: text".
   static std::string line(const Diagnostic& diagnostic);
   static nlohmann::json json(const std::vector<Diagnostic>& diagnostics);
 };

@@ -37,6 +37,14 @@ class FakeFileManager final : public FileManager {
     if (found == files_.end()) return noSuchFile();
     return found->second;
   }
+  FileResult<std::string> readFile(const std::filesystem::path& path,
+                                   std::uint64_t maxBytes) const override {
+    auto found = readFile(path);
+    if (found.ok() && found.value().size() > maxBytes) {
+      return FileError{"File too large", "NSPOSIXErrorDomain", 27};
+    }
+    return found;
+  }
   FileResult<> writeFileAtomically(const std::filesystem::path& path,
                                    std::string_view contents) override {
     const std::filesystem::path temporary = path.string() + ".tmp";

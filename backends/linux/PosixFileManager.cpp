@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <cstring>
 #include <deque>
+#include <limits>
 #include <memory>
 #include <system_error>
 #include <utility>
@@ -196,12 +197,22 @@ bool PosixFileManager::fileExists(const std::filesystem::path& path) const {
 }
 
 FileResult<std::string> PosixFileManager::readFile(const std::filesystem::path& path) const {
-  // Close-on-exec, as every descriptor of the agent: no tool inherits it.
-  const Descriptor fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  return readFile(path, std::numeric_limits<std::uint64_t>::max());
+}
+
+FileResult<std::string> PosixFileManager::readFile(const std::filesystem::path& path,
+                                                   std::uint64_t maxBytes) const {
+  // Close-on-exec, as every descriptor of the agent: no tool inherits it. Not
+  // blocking, so a FIFO put in a file's place can't hold the open; only a
+  // regular file is read.
+  const Descriptor fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (!fd.valid()) return posixError("Cannot read", path, errno);
   struct stat status {};
   if (::fstat(fd.get(), &status) != 0) return posixError("Cannot read", path, errno);
   if (!S_ISREG(status.st_mode)) return posixError("Cannot read", path, EINVAL);
+  if (static_cast<std::uint64_t>(status.st_size) > maxBytes) {
+    return posixError("Cannot read", path, EFBIG);
+  }
   std::string contents;
   char buffer[65536];
   for (;;) {
@@ -210,6 +221,8 @@ FileResult<std::string> PosixFileManager::readFile(const std::filesystem::path& 
     if (result < 0) return posixError("Cannot read", path, errno);
     if (result == 0) break;
     contents.append(buffer, static_cast<std::size_t>(result));
+    // It grew since fstat.
+    if (contents.size() > maxBytes) return posixError("Cannot read", path, EFBIG);
   }
   return contents;
 }

@@ -8,6 +8,8 @@ class PosixFileManager : public FileManager {
  public:
   bool fileExists(const std::filesystem::path& path) const override;
   FileResult<std::string> readFile(const std::filesystem::path& path) const override;
+  FileResult<std::string> readFile(const std::filesystem::path& path,
+                                   std::uint64_t maxBytes) const override;
   // The temporary is opened without following a link and truncated, so one
   // left by a process killed mid-write is simply reused.
   FileResult<> writeFileAtomically(const std::filesystem::path& path,

@@ -8,6 +8,8 @@
 #include <memory>
 #include <vector>
 
+#include "core/values/BinaryPlistObjects.h"
+
 namespace velmo::core {
 namespace {
 
@@ -33,107 +35,9 @@ bool isNegative(plist_t node) {
   return negative;
 }
 
-// Reads a big-endian unsigned number of `width` bytes (1 to 8) at `at`.
-std::optional<std::uint64_t> bigEndian(std::string_view bytes, std::uint64_t at, unsigned width) {
-  if (width < 1 || width > 8 || at > bytes.size() || bytes.size() - at < width) return std::nullopt;
-  std::uint64_t value = 0;
-  for (unsigned i = 0; i < width; ++i) {
-    value = value << 8 | static_cast<unsigned char>(bytes[static_cast<std::size_t>(at) + i]);
-  }
-  return value;
-}
-
-constexpr std::uint64_t kAscii = 0x5;
-constexpr std::uint64_t kUtf16 = 0x6;
-constexpr std::uint64_t kDictionary = 0xD;
-
-// The object table of a binary list, read from its trailer, and the objects
-// it points at, every read bounded by the bytes there are.
-class BinaryObjects {
- public:
-  // An object's kind (its marker's high nibble) and, for the kinds looked at
-  // here, its length: in the marker's low nibble, or in the integer object
-  // after it; with where its contents start.
-  struct Object {
-    std::uint64_t kind;
-    std::uint64_t length;
-    std::uint64_t contents;
-  };
-
-  // None when the trailer is cut short or points outside the bytes.
-  static std::optional<BinaryObjects> read(std::string_view bytes) {
-    constexpr std::size_t kTrailer = 32;
-    if (bytes.size() < 8 + kTrailer) return std::nullopt;
-    const std::size_t trailer = bytes.size() - kTrailer;
-    const unsigned offsetSize = static_cast<unsigned char>(bytes[trailer + 6]);
-    const unsigned refSize = static_cast<unsigned char>(bytes[trailer + 7]);
-    const auto count = bigEndian(bytes, trailer + 8, 8);
-    const auto table = bigEndian(bytes, trailer + 24, 8);
-    if (offsetSize < 1 || offsetSize > 8 || refSize < 1 || refSize > 8 || !count || !table ||
-        *table > trailer || *count > (trailer - *table) / offsetSize) {
-      return std::nullopt;
-    }
-    return BinaryObjects(bytes, offsetSize, refSize, *count, *table);
-  }
-
-  std::uint64_t count() const { return count_; }
-
-  std::optional<std::uint64_t> objectAt(std::uint64_t index) const {
-    return bigEndian(bytes_, table_ + index * offsetSize_, offsetSize_);
-  }
-
-  // The `k`th reference of the object whose contents start at `contents`.
-  std::optional<std::uint64_t> reference(std::uint64_t contents, std::uint64_t k) const {
-    return bigEndian(bytes_, contents + k * refSize_, refSize_);
-  }
-
-  std::optional<Object> header(std::uint64_t at) const {
-    const auto marker = bigEndian(bytes_, at, 1);
-    if (!marker) return std::nullopt;
-    const std::uint64_t kind = *marker >> 4;
-    if (kind != kAscii && kind != kUtf16 && kind != kDictionary) return Object{kind, 0, at + 1};
-    if ((*marker & 0x0F) != 0x0F) return Object{kind, *marker & 0x0F, at + 1};
-    const auto sizeMarker = bigEndian(bytes_, at + 1, 1);
-    if (!sizeMarker || (*sizeMarker & 0xF0) != 0x10 || (*sizeMarker & 0x0F) > 3) {
-      return std::nullopt;
-    }
-    const unsigned width = 1u << (*sizeMarker & 0x0F);
-    const auto length = bigEndian(bytes_, at + 2, width);
-    if (!length) return std::nullopt;
-    return Object{kind, *length, at + 2 + width};
-  }
-
-  bool keyIsSafe(const Object& key) const {
-    // Other kinds of key are refused by libplist itself, without aborting.
-    if (key.kind != kAscii && key.kind != kUtf16) return true;
-    const std::uint64_t unitSize = key.kind == kUtf16 ? 2 : 1;
-    if (key.contents > bytes_.size() || key.length > (bytes_.size() - key.contents) / unitSize) {
-      return false;
-    }
-    const auto text = bytes_.substr(static_cast<std::size_t>(key.contents),
-                                    static_cast<std::size_t>(key.length * unitSize));
-    if (unitSize == 1) return text.find('\0') == std::string_view::npos;
-    for (std::size_t i = 0; i < text.size(); i += 2) {
-      if (text[i] == '\0' && text[i + 1] == '\0') return false;
-    }
-    return true;
-  }
-
- private:
-  BinaryObjects(std::string_view bytes, unsigned offsetSize, unsigned refSize, std::uint64_t count,
-                std::uint64_t table)
-      : bytes_(bytes), offsetSize_(offsetSize), refSize_(refSize), count_(count), table_(table) {}
-
-  std::string_view bytes_;
-  unsigned offsetSize_;
-  unsigned refSize_;
-  std::uint64_t count_;
-  std::uint64_t table_;
-};
-
 // The keys of the dictionary at `at`, each key object once: `checked` holds
 // those already seen.
-bool dictionaryKeysAreSafe(const BinaryObjects& objects, std::uint64_t at,
+bool dictionaryKeysAreSafe(const BinaryPlistObjects& objects, std::uint64_t at,
                            std::vector<bool>& checked) {
   const auto object = objects.header(at);
   if (!object) return false;
@@ -157,14 +61,14 @@ bool dictionaryKeysAreSafe(const BinaryObjects& objects, std::uint64_t at,
 // share it.
 bool binaryKeysAreSafe(std::string_view bytes) {
   if (bytes.substr(0, 8) != "bplist00") return true;  // Not binary: the XML reader copes.
-  const auto objects = BinaryObjects::read(bytes);
+  const auto objects = BinaryPlistObjects::read(bytes);
   if (!objects) return false;
   std::vector<bool> checked(static_cast<std::size_t>(objects->count()));
   for (std::uint64_t index = 0; index < objects->count(); ++index) {
     const auto at = objects->objectAt(index);
-    const auto marker = at ? bigEndian(bytes, *at, 1) : std::nullopt;
-    if (!marker) return false;
-    if ((*marker >> 4) != kDictionary) continue;  // Only dictionaries have keys.
+    const auto object = at ? objects->header(*at) : std::nullopt;
+    if (!object) return false;
+    if (object->kind != BinaryPlistObjects::kDictionary) continue;  // Only dictionaries have keys.
     if (!dictionaryKeysAreSafe(*objects, *at, checked)) return false;
   }
   return true;

@@ -2,6 +2,8 @@
 // must come out clean. Windows are judged in UTC from Tuesday 2026-03-10.
 #include "agent/console/PolicyLint.h"
 
+#include "agent/console/PolicyFileLint.h"
+
 #include <gtest/gtest.h>
 
 #include "backends/fake/FakeFileManager.h"
@@ -158,7 +160,8 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(LintFile, AFileThatIsNoPropertyListIsAnError) {
   platform::fake::FakeFileManager files;
   files.addFile("/p/com.marvenith.velmo-agent.plist", "RunInterval = 3600");
-  const auto found = PolicyLint::lintFile(files, "/p/com.marvenith.velmo-agent.plist", kNow, "UTC");
+  const auto found =
+      PolicyFileLint::lintFile(files, "/p/com.marvenith.velmo-agent.plist", kNow, "UTC");
   ASSERT_EQ(found.size(), 1u);
   EXPECT_EQ(PolicyLint::line(found[0]).substr(0, 47),
             "/p/com.marvenith.velmo-agent.plist: error: not ");
