@@ -5,6 +5,7 @@
 #include "agent/console/InventoryReport.h"
 #include "agent/console/PolicyFileLint.h"
 #include "agent/console/PolicyLint.h"
+#include "agent/console/SchemaCommand.h"
 #include "agent/console/StatusCommand.h"
 #include "core/time/Iso8601DateFormatter.h"
 #include "core/values/PropertyList.h"
@@ -124,6 +125,7 @@ int ConsoleCommand::run(const Invocation& invocation, const ConsoleInputs& input
     }
   }
   if (invocation.kind == Kind::lint) return lint(invocation, inputs, coloured, out, err);
+  if (invocation.kind == Kind::schema) return SchemaCommand::run(invocation, out, err);
   if (invocation.kind == Kind::status && invocation.field) {
     return reportField(invocation, inputs, out, err);
   }

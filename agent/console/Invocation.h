@@ -9,7 +9,7 @@ namespace velmo::agent::console {
 // What the command line asks for: the agent itself, or one of the console's
 // commands with its options.
 struct Invocation {
-  enum class Kind { start, status, explain, lint };
+  enum class Kind { start, status, explain, lint, schema };
   Kind kind = Kind::start;
   bool json = false;
   // `status` only: one value of the inventory report by name, and whether to
@@ -21,6 +21,10 @@ struct Invocation {
   int days = 7;
   // `lint` only: property lists, or folders of them; none means the live stores.
   std::vector<std::string> paths{};
+  // `schema` only: "jamf" (a JSON schema) or "manifest"; the domain, none
+  // meaning the agent's own.
+  std::string format = "jamf";
+  std::optional<std::string> domain{};
 };
 
 }  // namespace velmo::agent::console

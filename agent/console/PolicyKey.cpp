@@ -21,37 +21,6 @@ using Kind = PolicyKey::Kind;
 using Road = PolicyKey::Road;
 using KeyRule = PolicyKey::Rule;
 
-// The keys as the agent reads them; the administrators' table lists them in this order.
-constexpr KeyRule kRules[] = {
-    {ManagedDomain::velmoAgent, "RunInterval", Road::defaults, Kind::interval},
-    {ManagedDomain::velmoAgent, "RunSplay", Road::defaults, Kind::splay},
-    {ManagedDomain::velmoAgent, "GlobalAllowWindows", Road::defaults, Kind::windows},
-    {ManagedDomain::velmoAgent, "GlobalBlackoutWindows", Road::defaults, Kind::windows},
-    {ManagedDomain::velmoAgent, "AllowUserInitiatedOutsideWindows", Road::defaults, Kind::boolean,
-     true},
-    {ManagedDomain::velmoAgent, "EnableVelmoTuesdayWindow", Road::defaults, Kind::boolean},
-    {ManagedDomain::velmoAgent, "UpdateAll", Road::defaults, Kind::boolean},
-    {ManagedDomain::velmoAgent, "InstallOrUpdate", Road::defaults, Kind::ids},
-    {ManagedDomain::velmoAgent, "UpdateOnly", Road::defaults, Kind::ids},
-    {ManagedDomain::velmoAgent, "UpdateAllExclusions", Road::defaults, Kind::ids},
-    {ManagedDomain::velmoAgent, "DeferIfRunning", Road::defaults, Kind::boolean},
-    {ManagedDomain::velmoAgent, "RespectDND", Road::defaults, Kind::boolean},
-    {ManagedDomain::velmoAgent, "RespectMeetings", Road::defaults, Kind::boolean},
-    {ManagedDomain::velmoAgent, "UpdateMAS", Road::defaults, Kind::boolean},
-    {ManagedDomain::velmoAgent, "UpdateChannel", Road::defaults, Kind::channel},
-    {ManagedDomain::velmoAgent, "IntegrityPolicy", Road::defaults, Kind::text},
-    {ManagedDomain::velmoAgent, "ReconAfterInstall", Road::defaults, Kind::boolean},
-    {ManagedDomain::velmoAgent, "RemoveVelmoSymlink", Road::looseDefaults, Kind::boolean},
-    {ManagedDomain::velmoAgent, "UpdateWhenNotRunning", Road::defaults, Kind::ids},
-    {ManagedDomain::velmoAgent, "OtherManagedSoftware", Road::defaults, Kind::ids},
-    {ManagedDomain::velmoAgent, "SkipFirstVelmoAgentRun", Road::snapshot, Kind::boolean},
-    {ManagedDomain::velmoAgent, "DisableSelfUpdate", Road::snapshot, Kind::boolean},
-    {ManagedDomain::velmoAgent, "ActiveIntervals", Road::snapshot, Kind::boolean, true},
-    {ManagedDomain::velmoNotifier, "EnableMenuBarApp", Road::snapshot, Kind::boolean},
-    {ManagedDomain::velmoNotifier, "NotificationCenterIcon", Road::snapshot, Kind::text},
-    {ManagedDomain::velmo, "EnableDashboardReporting", Road::snapshot, Kind::boolean},
-};
-
 std::string_view roadName(Road road) {
   switch (road) {
     case Road::defaults:
@@ -201,12 +170,10 @@ void takeReading(const KeyRule& rule, const ConsoleInputs& inputs,
 
 }  // namespace
 
-std::span<const PolicyKey::Rule> PolicyKey::rules() { return kRules; }
-
 std::vector<PolicyKey> PolicyKey::readAll(const ConsoleInputs& inputs,
                                           const mdm::PreferenceSnapshot& snapshot) {
   std::vector<PolicyKey> keys;
-  for (const KeyRule& rule : kRules) {
+  for (const KeyRule& rule : rules()) {
     PolicyKey key;
     key.domain = std::string(mdm::rawValue(rule.domain));
     key.key = rule.key;

@@ -19,12 +19,21 @@ struct PolicyKey {
   // How the agent reads a key: its strict defaults, its defaults read as the
   // platform's boolForKey does, or the loose snapshot of the managed domains.
   enum class Road { defaults, looseDefaults, snapshot };
+  // One row of the key table, the one source of what the agent reads: lint,
+  // status and the generated schemas all take it from here.
   struct Rule {
     mdm::ManagedDomain domain;
     const char* key;
     Road road;
     Kind kind;
     bool fallback = false;  // For Booleans.
+    // The values a string may take; empty: any.
+    std::span<const char* const> allowed{};
+    const char* title = "";
+    // One line: what the agent does with it.
+    const char* description = "";
+    // The agent's version that first read it.
+    const char* since = "0.1.0";
   };
 
   std::string domain;

@@ -30,6 +30,12 @@ std::variant<int, AgentCommand::Invocation> AgentCommand::parse(int argc, const 
   lint->add_option("path", invocation.paths,
                    "A property list, or a folder of <domain>.plist files; none: the live stores");
   lint->add_flag("--json", invocation.json, "One JSON object");
+  auto* schema = app.add_subcommand(
+      "schema", "Print the managed keys as a schema to import into a management tool");
+  schema->add_option("--format", invocation.format, "jamf (JSON schema) or manifest (plist)")
+      ->check(CLI::IsMember({"jamf", "manifest"}));
+  schema->add_option("--domain", invocation.domain,
+                     "com.marvenith.velmo-agent (default), -notifier, or com.marvenith.velmo");
   // No subcommand means `start`: it is the default.
   app.require_subcommand(0, 1);
   try {
@@ -44,6 +50,7 @@ std::variant<int, AgentCommand::Invocation> AgentCommand::parse(int argc, const 
   }
   if (explain->parsed()) invocation.kind = Invocation::Kind::explain;
   if (lint->parsed()) invocation.kind = Invocation::Kind::lint;
+  if (schema->parsed()) invocation.kind = Invocation::Kind::schema;
   return invocation;
 }
 
