@@ -21,6 +21,8 @@ struct AgentStatus {
   bool runPending = false;
   std::optional<core::TimePoint> lastRunDate{};
   std::int64_t runCount = 0;
+  // Why the run policy's conditions hold scheduled runs now; empty when they don't.
+  std::string runsHeldBy{};
   std::optional<core::TimePoint> nextMaintenanceDate{};
   bool maintenanceRunning = false;
 

@@ -2,6 +2,7 @@
 
 #include "agent/console/WeekPicture.h"
 #include "agent/deferrals/ActiveIntervalManager.h"
+#include "agent/run/RunConditions.h"
 #include "agent/runner/RunCommandBuilder.h"
 #include "core/time/TimeInterval.h"
 
@@ -38,6 +39,11 @@ Commands commands(const AgentFacts& facts) {
   return {run::RunCommandBuilder::build(facts.runPolicy, false),
           run::RunCommandBuilder::build(facts.runPolicy, true),
           deferrals::ActiveIntervalManager::updateCommand("<app id>")};
+}
+
+// Why the running agent holds scheduled runs now; empty when it doesn't or none answers.
+std::string heldBy(const AgentFacts& facts) {
+  return facts.agent ? facts.agent->status.runsHeldBy : std::string();
 }
 
 bool userRunsAnyTime(const AgentFacts& facts) {
@@ -79,6 +85,13 @@ struct ExplainText {
       out << "\n";
     }
     if (explanation.moreRuns) out << "  and more\n";
+    for (const auto& condition : run::RunConditions::described(facts.config)) {
+      out << "  each also waits for " << condition << "\n";
+    }
+    if (const auto held = heldBy(facts); !held.empty()) {
+      out << "  " << text.paint("blocked now", Colour::red) << ": " << held
+          << "; the overdue run starts once that clears and the windows allow it\n";
+    }
   }
 
   void userRuns() const {
@@ -169,6 +182,9 @@ nlohmann::json ExplainCommand::json(const AgentFacts& facts, const Explanation& 
   }
   out["moreScheduledRuns"] = explanation.moreRuns;
   out["userRunsAnyTime"] = userRunsAnyTime(facts);
+  out["conditions"] = run::RunConditions::described(facts.config);
+  const auto held = heldBy(facts);
+  out["blockedNow"] = held.empty() ? nlohmann::json(nullptr) : nlohmann::json(held);
   out["stretches"] = nlohmann::json::array();
   for (const auto& stretch : explanation.stretches) {
     nlohmann::json entry{{"start", ConsoleText::isoDate(stretch.start)},

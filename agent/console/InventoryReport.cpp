@@ -76,6 +76,7 @@ void setRuns(PlistDictionary& report, const StatusView& view, const InventoryRep
   report["RunAllowedNow"] = view.windows.allowedNow;
   if (!view.windows.allowedNow) report["RunNotAllowedReason"] = view.windows.reason;
   setDate(report, "NextAllowedRun", view.windows.nextAllowed);
+  if (!view.runs.heldBy.empty()) report["RunsHeldBy"] = view.runs.heldBy;
 }
 
 }  // namespace

@@ -77,6 +77,13 @@ std::optional<std::string> defaultsReading(const KeyRule& rule, const core::Plis
       if (refused > 0) text += ", " + std::to_string(refused) + " refused";
       return text;
     }
+    case Kind::percent: {
+      const auto percent = core::DefaultsValue<std::int64_t>::from(value);
+      if (!percent) return std::nullopt;
+      return *percent <= 0 ? "any charge"
+                           : "at least " + std::to_string(std::min<std::int64_t>(*percent, 100)) +
+                                 "% on battery";
+    }
     case Kind::splay: {
       const auto seconds = core::DefaultsValue<double>::from(value);
       if (!seconds) return std::nullopt;
@@ -108,6 +115,8 @@ std::string fallbackReading(const KeyRule& rule) {
       return "every " + core::durationDescription(run::RunPlanner::kDefaultInterval);
     case Kind::splay:
       return "no spread";
+    case Kind::percent:
+      return "any charge";
     case Kind::channel:
       return "the tool's entry " +
              std::string(run::RunCommandBuilder::updateChannelLabel(std::nullopt));

@@ -15,7 +15,7 @@ namespace velmo::agent::console {
 // One preference key the agent reads: where its value came from and what the
 // agent makes of it.
 struct PolicyKey {
-  enum class Kind { boolean, interval, splay, text, channel, ids, windows };
+  enum class Kind { boolean, interval, splay, percent, text, channel, ids, windows };
   // How the agent reads a key: its strict defaults, its defaults read as the
   // platform's boolForKey does, or the loose snapshot of the managed domains.
   enum class Road { defaults, looseDefaults, snapshot };

@@ -152,6 +152,8 @@ struct Linter {
         return interval(rule.key, value);
       case Kind::splay:
         return splay(rule.key, value);
+      case Kind::percent:
+        return percent(rule.key, value);
       case Kind::text:
       case Kind::channel:
         return textual(rule.key, value);
@@ -209,6 +211,17 @@ struct Linter {
       warn(key, "over a day: cut to 86400 seconds.");
     } else if (*seconds < 0 || !std::isfinite(*seconds)) {
       warn(key, "not a number of seconds from 0 up: runs are not spread.");
+    }
+  }
+
+  void percent(const std::string& key, const core::PlistValue& value) {
+    const auto number = core::DefaultsValue<std::int64_t>::from(value);
+    if (!number) {
+      warn(key, typeName(value) +
+                    " where a whole number from 0 to 100 belongs: read as 0, any "
+                    "charge.");
+    } else if (*number < 0 || *number > 100) {
+      warn(key, "not from 0 to 100: read as " + std::to_string(*number < 0 ? 0 : 100) + ".");
     }
   }
 

@@ -70,6 +70,8 @@ json valueSchema(const PolicyKey::Rule& rule) {
       return {{"type", "number"},
               {"exclusiveMinimum", 0},
               {"default", run::RunPlanner::kDefaultInterval.count()}};
+    case Kind::percent:
+      return {{"type", "integer"}, {"minimum", 0}, {"maximum", 100}, {"default", 0}};
     case Kind::splay:
       return {{"type", "number"},
               {"minimum", 0},
@@ -143,6 +145,12 @@ PlistDictionary manifestKey(const PolicyKey::Rule& rule) {
       key["pfm_type"] = "real";
       key["pfm_default"] = run::RunPlanner::kDefaultInterval.count();
       key["pfm_range_min"] = 1;
+      break;
+    case Kind::percent:
+      key["pfm_type"] = "integer";
+      key["pfm_default"] = 0;
+      key["pfm_range_min"] = 0;
+      key["pfm_range_max"] = 100;
       break;
     case Kind::splay:
       key["pfm_type"] = "real";

@@ -30,7 +30,8 @@ json runsJSON(const StatusView::Runs& runs) {
           {"splayOffsetSeconds", runs.splayOffset.count()},
           {"inProgress", runs.inProgress},
           {"startedAt", date(runs.startedAt)},
-          {"pending", runs.pending}};
+          {"pending", runs.pending},
+          {"heldBy", runs.heldBy.empty() ? json(nullptr) : json(runs.heldBy)}};
 }
 
 json windowsJSON(const StatusView::Windows& windows) {
@@ -88,6 +89,7 @@ json render(const StatusView& view) {
   out["nextRunFrom"] = view.agent ? "agent" : "planned";
   out["runs"] = runsJSON(view.runs);
   out["windows"] = windowsJSON(view.windows);
+  out["conditions"] = view.conditions;
   out["maintenance"] = maintenanceJSON(view.maintenance);
   out["policy"] = policyJSON(view.policy);
   out["items"] = itemsJSON(view.items);
@@ -108,6 +110,7 @@ class TextRows {
         {"Next run", nextRun()}};
     if (view_.runs.inProgress) rows.push_back({"Run", run()});
     rows.push_back({"Windows", windows()});
+    if (!view_.conditions.empty()) rows.push_back({"Conditions", conditions()});
     rows.push_back({"Runs", runs()});
     rows.push_back({"Maintenance", maintenance()});
     rows.push_back({"Update items", items()});
@@ -151,6 +154,15 @@ class TextRows {
     if (windows.allowedNow) return text_.paint("allowed now", Colour::green);
     return text_.paint("blocked now", Colour::red) + ": " + windows.reason + "; next allowed " +
            when(windows.nextAllowed);
+  }
+
+  std::string conditions() const {
+    std::string line;
+    for (const auto& each : view_.conditions) line += (line.empty() ? "" : ", ") + each;
+    if (!view_.runs.heldBy.empty()) {
+      line += "; " + text_.paint("held now", Colour::red) + ": " + view_.runs.heldBy;
+    }
+    return line;
   }
 
   std::string runs() const {

@@ -5,6 +5,7 @@
 
 #include "agent/console/ConsoleText.h"
 #include "agent/console/StatusCommand.h"
+#include "agent/run/RunConditions.h"
 
 namespace velmo::agent::console {
 namespace {
@@ -31,6 +32,7 @@ StatusView::Runs runsOf(const AgentFacts& facts) {
     runs.inProgress = status.runInProgress;
     runs.startedAt = status.runStartedAt;
     runs.pending = status.runPending;
+    runs.heldBy = status.runsHeldBy;
   }
   return runs;
 }
@@ -95,6 +97,7 @@ StatusView StatusView::from(const AgentFacts& facts) {
           .windows = windowsOf(facts),
           .maintenance = maintenanceOf(facts),
           .policy = facts.policyKeys,
+          .conditions = run::RunConditions::described(facts.config),
           .items = facts.items.value_or(std::vector<core::UpdateItem>{}),
           .deferrals = deferralsOf(facts),
           .problems = facts.problems};

@@ -34,6 +34,8 @@ struct StatusView {
     bool inProgress = false;
     std::optional<platform::TimePoint> startedAt{};
     bool pending = false;
+    // Why the running agent holds scheduled runs now; empty when it doesn't.
+    std::string heldBy{};
   };
   struct Windows {
     // False when no window applies at all: every moment is allowed.
@@ -69,6 +71,8 @@ struct StatusView {
   Windows windows{};
   Maintenance maintenance{};
   std::vector<PolicyKey> policy{};
+  // What scheduled runs also wait for: power and network, with their keys.
+  std::vector<std::string> conditions{};
   std::vector<core::UpdateItem> items{};
   // By app, then version.
   std::vector<Deferred> deferrals{};

@@ -68,6 +68,8 @@ StartCommand::Collaborators AgentServices::collaborators() {
           .distributedCenter = agentBus_.center,
           .notificationCenter = notificationCenter_,
           .workspaceEvents = workspaceEvents_,
+          .power = power_,
+          .network = network_,
           .managedPrefs = managedPrefs_,
           .userDefaults = userDefaults_,
           .files = files_,

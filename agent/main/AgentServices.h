@@ -13,6 +13,7 @@
 #include "agent/runner/VelmoRunner.h"
 #include "backends/linux/LogindWorkspaceEvents.h"
 #include "backends/linux/ManagedPreferencesWatcher.h"
+#include "backends/linux/NetworkManagerCost.h"
 #include "backends/linux/PlistPreferenceStores.h"
 #include "backends/linux/PlistUserDefaults.h"
 #include "backends/linux/PosixFileManager.h"
@@ -25,6 +26,7 @@
 #include "backends/linux/SdBusThread.h"
 #include "backends/linux/SdNotifyServiceManager.h"
 #include "backends/linux/SystemClock.h"
+#include "backends/linux/UPowerPowerSource.h"
 #include "core/AgentLifecycle.h"
 #include "core/logging/PostLog.h"
 #include "core/logging/RecentLines.h"
@@ -88,6 +90,9 @@ class AgentServices {
   MainBus bus_{executor_, clock_};
   AgentBus agentBus_{clock_, executor_};
   platform::linux::LogindWorkspaceEvents workspaceEvents_{bus_.connection};
+  // What the run policy's conditions look at.
+  platform::linux::UPowerPowerSource power_{bus_.connection};
+  platform::linux::NetworkManagerCost network_{bus_.connection};
   core::NotificationCenter notificationCenter_;
   platform::linux::ManagedPreferencesWatcher preferencesWatcher_{
       {executor_, clock_, paths_, agentBus_.center, notificationCenter_}};

@@ -17,6 +17,7 @@ void AgentStatusReporter::follow(core::Published<run::RunActivity>& runs,
     status_.runInProgress = activity.inProgress;
     status_.runStartedAt = activity.startedAt;
     status_.runPending = activity.pending;
+    status_.runsHeldBy = activity.heldBy;
     status_.lastRunDate = activity.lastRunDate;
     status_.runCount = activity.runCount;
     publish();

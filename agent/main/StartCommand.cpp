@@ -28,7 +28,9 @@ asio::awaitable<void> StartCommand::run() {
                                                      .workspaceEvents = c.workspaceEvents,
                                                      .runner = c.runner,
                                                      .inventory = c.inventory,
-                                                     .lifecycle = &c.lifecycle});
+                                                     .lifecycle = &c.lifecycle,
+                                                     .power = &c.power,
+                                                     .network = &c.network});
   // Whether users' quitting of applications may start their updates; the
   // object that acts on it joins the start-up with its own subsystem.
   const bool activeIntervals = co_await collaborators_.managedPrefs.boolValue(

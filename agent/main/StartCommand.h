@@ -26,7 +26,9 @@
 #include "platform/DistributedNotificationCenter.h"
 #include "platform/FileManager.h"
 #include "platform/Host.h"
+#include "platform/NetworkCost.h"
 #include "platform/Paths.h"
+#include "platform/PowerSource.h"
 #include "platform/PreferenceStores.h"
 #include "platform/ServiceManager.h"
 #include "platform/UserDefaults.h"
@@ -57,6 +59,8 @@ class StartCommand {
     platform::DistributedNotificationCenter& distributedCenter;
     core::NotificationCenter& notificationCenter;
     platform::WorkspaceEvents& workspaceEvents;
+    platform::PowerSource& power;
+    platform::NetworkCost& network;
     mdm::ManagedPrefs& managedPrefs;
     platform::UserDefaults& userDefaults;
     platform::FileManager& files;

@@ -84,6 +84,11 @@ std::vector<PolicyAudit::Change> PolicyAudit::changes(const VelmoRunConfig& befo
   scalar("UpdateAll", flag(before.updateAll), flag(after.updateAll));
   list("InstallOrUpdate", ids(before.installOrUpdate), ids(after.installOrUpdate), ", ");
   list("UpdateOnly", ids(before.updateOnly), ids(after.updateOnly), ", ");
+  scalar("RunOnlyOnACPower", flag(before.runOnlyOnACPower), flag(after.runOnlyOnACPower));
+  scalar("MinimumBatteryPercent", std::to_string(before.minimumBatteryPercent),
+         std::to_string(after.minimumBatteryPercent));
+  scalar("RunOnlyOnUnmeteredNetwork", flag(before.runOnlyOnUnmeteredNetwork),
+         flag(after.runOnlyOnUnmeteredNetwork));
   return result;
 }
 

@@ -1,5 +1,7 @@
 #include "agent/policy/VelmoRunConfig.h"
 
+#include <algorithm>
+
 #include "core/items/ToolIdentifier.h"
 #include "core/plist/DefaultsValue.h"
 
@@ -39,6 +41,12 @@ VelmoRunConfig VelmoRunConfig::read(const platform::UserDefaults& userDefaults) 
       policy::read<bool>(userDefaults, "AllowUserInitiatedOutsideWindows").value_or(true);
   config.velmoTuesdayOnly =
       policy::read<bool>(userDefaults, "EnableVelmoTuesdayWindow").value_or(false);
+  config.runOnlyOnACPower = policy::read<bool>(userDefaults, "RunOnlyOnACPower").value_or(false);
+  // Out of range is taken as the nearest bound, as lint says.
+  config.minimumBatteryPercent = std::clamp<std::int64_t>(
+      policy::read<std::int64_t>(userDefaults, "MinimumBatteryPercent").value_or(0), 0, 100);
+  config.runOnlyOnUnmeteredNetwork =
+      policy::read<bool>(userDefaults, "RunOnlyOnUnmeteredNetwork").value_or(false);
   return config;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <set>
 #include <string>
@@ -25,6 +26,11 @@ struct VelmoRunConfig {
   std::vector<core::VelmoTimeWindow> globalBlackoutWindows{};
   bool allowUserInitiatedOutsideWindows = true;
   bool velmoTuesdayOnly = false;
+  // Conditions for scheduled runs: mains power, a battery charge while on
+  // battery (0 to 100; 0: any), a network not paid by the byte.
+  bool runOnlyOnACPower = false;
+  std::int64_t minimumBatteryPercent = 0;
+  bool runOnlyOnUnmeteredNetwork = false;
 
   static VelmoRunConfig read(const platform::UserDefaults& userDefaults);
 

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 
 #include "platform/Clock.h"
 
@@ -19,6 +20,8 @@ struct RunActivity {
   bool pending = false;
   std::optional<platform::TimePoint> lastRunDate{};
   std::int64_t runCount = 0;
+  // Why scheduled runs are held now by the policy's conditions; empty when not.
+  std::string heldBy{};
 
   bool operator==(const RunActivity&) const = default;
 };

@@ -33,6 +33,14 @@ asio::awaitable<void> RunPass::run(bool userInitiated) {
   const bool skip = co_await shouldSkipRun();
 
   if (!windowsAllow(userInitiated, now)) co_return;
+  if (!userInitiated) {
+    const auto verdict = collaborators_.conditions.now(collaborators_.config);
+    record.updateActivity([&](RunActivity& activity) { activity.heldBy = verdict.reason; });
+    if (!verdict.runsNow) {
+      collaborators_.conditions.hold(runLabel(false), verdict);
+      co_return;
+    }
+  }
 
   if (skip) {
     logger.info("Configured to skip the first Velmo Run.");

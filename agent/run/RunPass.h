@@ -11,6 +11,7 @@
 #include "agent/run/InventoryUpdater.h"
 #include "agent/run/ListedItems.h"
 #include "agent/run/ListedItemsComparison.h"
+#include "agent/run/RunConditionWatch.h"
 #include "agent/run/RunRecord.h"
 #include "agent/run/VelmoRunJob.h"
 #include "agent/runner/VelmoRunner.h"
@@ -39,6 +40,7 @@ class RunPass {
     VelmoRunner& runner;
     InventoryUpdater& inventory;
     RunRecord& record;
+    RunConditionWatch& conditions;
     // The run coordinator's policy in force and its link to the listed items,
     // both read when a run starts.
     const policy::VelmoRunConfig& config;

@@ -60,6 +60,11 @@ VelmoRunCoordinator::VelmoRunCoordinator(Collaborators collaborators)
       record_(collaborators_.files, collaborators_.paths.agentStateFile(),
               PlistManager::Retries{collaborators_.clock, collaborators_.mainExecutor}),
       gate_(collaborators_.mainExecutor, collaborators_.clock),
+      conditions_({.mainExecutor = collaborators_.mainExecutor,
+                   .clock = collaborators_.clock,
+                   .power = collaborators_.power,
+                   .network = collaborators_.network},
+                  [this] { releaseOverdueRun(); }),
       pass_({.mainExecutor = collaborators_.mainExecutor,
              .clock = collaborators_.clock,
              .userDefaults = collaborators_.userDefaults,
@@ -68,6 +73,7 @@ VelmoRunCoordinator::VelmoRunCoordinator(Collaborators collaborators)
              .runner = collaborators_.runner,
              .inventory = collaborators_.inventory,
              .record = record_,
+             .conditions = conditions_,
              .config = config_,
              .uiController = uiController_,
              .currentTimeZone = collaborators_.currentTimeZone,
@@ -332,8 +338,9 @@ void VelmoRunCoordinator::handlePolicyChange(const policy::VelmoRunConfig& fresh
   const RunPolicyDiff diff = RunPolicyDiff::between(config_, fresh, timerInterval_);
   if (diff.refusedInterval) warnUnusableInterval(*diff.refusedInterval);
   if (diff.interval) applyInterval(*diff.interval);
-  startAddedItems(diff);
+  startAddedItems(diff, fresh);
   config_ = fresh;
+  conditions_.policyChanged(fresh);
   if (diff.replan == RunPolicyDiff::Replan::windows) {
     logger_.info(
         "Global Velmo Run windows configuration changed; rescheduling next run based on new "
@@ -353,7 +360,25 @@ void VelmoRunCoordinator::applyInterval(core::TimeInterval interval) {
   rescheduleFromLastRun(RescheduleReason::mdmChange);
 }
 
-void VelmoRunCoordinator::startAddedItems(const RunPolicyDiff& diff) {
+void VelmoRunCoordinator::releaseOverdueRun() {
+  record_.updateActivity([](RunActivity& activity) { activity.heldBy.clear(); });
+  if (stopping()) return;
+  const auto policy = effectivePolicy();
+  if (policy && !policy->isWithinAllowedWindow(collaborators_.clock.now())) return;
+  startTriggerRun(core::TimeInterval(0));
+}
+
+// New IDs install at once, unless the conditions hold scheduled runs: the
+// overdue run then installs them with the rest.
+void VelmoRunCoordinator::startAddedItems(const RunPolicyDiff& diff,
+                                          const policy::VelmoRunConfig& fresh) {
+  if (!diff.addedInstallOrUpdate.empty() || !diff.addedUpdateOnly.empty()) {
+    if (const auto verdict = conditions_.now(fresh); !verdict.runsNow) {
+      conditions_.hold("The new items' installs", verdict);
+      record_.updateActivity([&](RunActivity& activity) { activity.heldBy = verdict.reason; });
+      return;
+    }
+  }
   if (const auto& added = diff.addedInstallOrUpdate; !added.empty()) {
     logger_.info("New install or update items detected: " + NewItemsInstaller::joinedIDs(added));
     core::startHolding(collaborators_.mainExecutor, weak_from_this(), logger_,

@@ -14,6 +14,7 @@
 #include "agent/run/ListedItems.h"
 #include "agent/run/NewItemsInstaller.h"
 #include "agent/run/RunActivity.h"
+#include "agent/run/RunConditionWatch.h"
 #include "agent/run/RunGate.h"
 #include "agent/run/RunPass.h"
 #include "agent/run/RunPlanner.h"
@@ -32,7 +33,9 @@
 #include "platform/Clock.h"
 #include "platform/DistributedNotificationCenter.h"
 #include "platform/FileManager.h"
+#include "platform/NetworkCost.h"
 #include "platform/Paths.h"
+#include "platform/PowerSource.h"
 #include "platform/UserDefaults.h"
 #include "platform/WorkspaceEvents.h"
 
@@ -73,6 +76,9 @@ class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordina
     core::AgentLifecycle* lifecycle = nullptr;
     // The system's time zone at the moment of asking; windows are judged in it.
     std::function<std::string()> currentTimeZone = core::VelmoWindowPolicy::currentTimeZoneId;
+    // What the run policy's conditions look at; none: no such service.
+    platform::PowerSource* power = nullptr;
+    platform::NetworkCost* network = nullptr;
   };
 
   // Builds the coordinator and starts the first run attempt one second later.
@@ -136,13 +142,15 @@ class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordina
 
   void applyInterval(core::TimeInterval interval);
   // Starts the tool at once for IDs the new policy added.
-  void startAddedItems(const RunPolicyDiff& diff);
+  void startAddedItems(const RunPolicyDiff& diff, const policy::VelmoRunConfig& fresh);
 
   void handleWorkspaceEvent(platform::WorkspaceEvent event);
   // The wall clock was set by `step`; the armed timer counts elapsed time.
   void handleClockStep(platform::Duration step);
   bool stopping() const { return collaborators_.lifecycle && collaborators_.lifecycle->stopping(); }
   void handleStop();
+  // The conditions cleared while a run was overdue.
+  void releaseOverdueRun();
 
   Collaborators collaborators_;
   core::CustomLogger logger_{"VelmoRunCoordinator"};
@@ -158,6 +166,7 @@ class VelmoRunCoordinator : public std::enable_shared_from_this<VelmoRunCoordina
   std::optional<std::string> machineId_;
   RunRecord record_;
   RunGate gate_;
+  RunConditionWatch conditions_;
   RunPass pass_;
   NewItemsInstaller newItems_;
   std::unique_ptr<platform::Timer> clockSteps_;

@@ -85,6 +85,7 @@ constexpr std::array kFields{
     flag<&AgentStatus::runPending>("RunPending"),
     optionalInstant<&AgentStatus::lastRunDate>("LastRunDate"),
     count<&AgentStatus::runCount>("RunCount"),
+    text<&AgentStatus::runsHeldBy>("RunsHeldBy"),
     optionalInstant<&AgentStatus::nextMaintenanceDate>("NextMaintenanceDate"),
     flag<&AgentStatus::maintenanceRunning>("MaintenanceRunning"),
 };

@@ -86,9 +86,9 @@ INSTANTIATE_TEST_SUITE_P(
                      {"/windows/reason", "outside every allow window"},
                      {"/windows/nextAllowed", "2026-03-11T02:00:00.000Z"},
                      {"/nextRun", "2026-03-11T02:00:00.000Z"},
-                     {"/policy/13/key", "UpdateMAS"},
-                     {"/policy/13/source", "managed"},
-                     {"/policy/13/ignored", true}}},
+                     {"/policy/16/key", "UpdateMAS"},
+                     {"/policy/16/source", "managed"},
+                     {"/policy/16/ignored", true}}},
         ConsoleCase{"TheTuesdayWindowOpensInWeekTwoOnly",
                     Kind::explain,
                     [](Machine& m) {

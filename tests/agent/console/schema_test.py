@@ -51,6 +51,7 @@ window = {"days": ["mon"], "start": {"hour": 9, "minute": 0}, "end": {"hour": 17
 pools = {
     "boolean": [True, False, "yes", 5, ["x"]],
     "number": [1, 60, 3600.5, 86400, 90000, 0, -5, "abc"],
+    "integer": [0, 20, 100, 101, -1, 2.5, "20"],
     "string": ["hello", 5],
     "array": [["firefox", "zoom.us"], [], ["--config=/tmp/x"], ["ok", 3], "firefox",
               [window], [dict(window, end={"hour": 25, "minute": 0})], [dict(window, days=[])]],

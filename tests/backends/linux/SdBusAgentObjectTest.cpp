@@ -88,7 +88,8 @@ TEST_F(SdBusAgentObjectTest, BusClientsSeeEveryPropertyWithItsWireValue) {
                    .startedAt = TimePoint(std::chrono::nanoseconds(1773151509123456789)),
                    .nextRunDate = at(1773165909000001),
                    .runPending = true,
-                   .runCount = 12});
+                   .runCount = 12,
+                   .runsHeldBy = "on battery (RunOnlyOnACPower)"});
   const std::string output = whileServing([] {
     const std::string command = std::string("gdbus introspect --system -d ") + Codec::kBusName +
                                 " -o " + Codec::kObjectPath + " 2>&1";
@@ -120,6 +121,7 @@ TEST_F(SdBusAgentObjectTest, BusClientsSeeEveryPropertyWithItsWireValue) {
                        "readonly b RunPending = true;",
                        "readonly t LastRunDate = 0;",
                        "readonly x RunCount = 12;",
+                       "readonly s RunsHeldBy = 'on battery (RunOnlyOnACPower)';",
                        "readonly t NextMaintenanceDate = 0;",
                        "readonly b MaintenanceRunning = false;",
                    }))
