@@ -3,8 +3,11 @@
 #include "agent/console/AgentFacts.h"
 #include "agent/console/ExplainCommand.h"
 #include "agent/console/InventoryReport.h"
+#include "agent/console/LayeredUserDefaults.h"
 #include "agent/console/PolicyFileLint.h"
 #include "agent/console/PolicyLint.h"
+#include "agent/console/PolicyProfile.h"
+#include "agent/console/ProfileStores.h"
 #include "agent/console/SchemaCommand.h"
 #include "agent/console/StatusCommand.h"
 #include "core/time/Iso8601DateFormatter.h"
@@ -37,6 +40,19 @@ void printLint(const std::vector<PolicyLint::Diagnostic>& diagnostics, std::size
   }
   out << files << " file" << (files == 1 ? "" : "s") << " checked, " << diagnostics.size()
       << " finding" << (diagnostics.size() == 1 ? "" : "s") << ".\n";
+}
+
+// An ISO 8601 option, when given; false, said on `err`, when it can't be read.
+bool readMoment(const char* option, const std::optional<std::string>& text,
+                std::optional<platform::TimePoint>& moment, std::ostream& err) {
+  if (!text) return true;
+  moment = core::Iso8601DateFormatter::date(*text);
+  if (moment) return true;
+  err << "Error: " << option
+      << " takes an ISO 8601 moment with its zone, such as 2026-11-24T06:00:00Z or "
+         "2026-11-24T07:00:00+01:00; not \""
+      << *text << "\".\n";
+  return false;
 }
 
 }  // namespace
@@ -111,23 +127,52 @@ int ConsoleCommand::reportField(const Invocation& invocation, const ConsoleInput
   return 0;
 }
 
+void ConsoleCommand::printExplanation(const Invocation& invocation, AgentFacts facts,
+                                      const Moments& moments, const std::string& tool,
+                                      bool coloured, std::ostream& out) {
+  if (moments.lastRun) facts.lastRun = moments.lastRun;
+  const auto explanation =
+      ExplainCommand::explain(facts, moments.from.value_or(facts.now), invocation.days);
+  if (invocation.json) {
+    out << ExplainCommand::json(facts, explanation, tool).dump(2) << "\n";
+  } else {
+    ExplainCommand::printText(facts, explanation, tool, ConsoleText(coloured), out);
+  }
+}
+
+int ConsoleCommand::explainProfile(const Invocation& invocation, const ConsoleInputs& inputs,
+                                   const Moments& moments, bool coloured, std::ostream& out,
+                                   std::ostream& err) {
+  auto profile = PolicyProfile::read(inputs.files, *invocation.profile);
+  if (profile.domains.empty()) {
+    err << "Error: --profile " << *invocation.profile << ": " << profile.refusal << "\n";
+    return kNothingReadStatus;
+  }
+  const ProfileStores stores(inputs.stores, std::move(profile.domains));
+  const LayeredUserDefaults userDefaults(
+      stores, std::string(mdm::rawValue(mdm::ManagedDomain::velmoAgent)));
+  const ConsoleInputs deployed{inputs.paths, inputs.files, stores,         userDefaults,
+                               inputs.clock, inputs.agent, inputs.timeZone};
+  printExplanation(invocation, AgentFacts::gather(deployed), moments,
+                   inputs.paths.toolExecutable().string(), coloured && !invocation.json, out);
+  return 0;
+}
+
 int ConsoleCommand::run(const Invocation& invocation, const ConsoleInputs& inputs, bool coloured,
                         std::ostream& out, std::ostream& err) {
   using Kind = Invocation::Kind;
-  std::optional<platform::TimePoint> from;
-  if (invocation.from) {
-    from = core::Iso8601DateFormatter::date(*invocation.from);
-    if (!from) {
-      err << "Error: --from takes an ISO 8601 moment with its zone, such as "
-             "2026-11-24T06:00:00Z or 2026-11-24T07:00:00+01:00; not \""
-          << *invocation.from << "\".\n";
-      return kNothingReadStatus;
-    }
+  Moments moments;
+  if (!readMoment("--from", invocation.from, moments.from, err) ||
+      !readMoment("--last-run", invocation.lastRun, moments.lastRun, err)) {
+    return kNothingReadStatus;
   }
   if (invocation.kind == Kind::lint) return lint(invocation, inputs, coloured, out, err);
   if (invocation.kind == Kind::schema) return SchemaCommand::run(invocation, out, err);
   if (invocation.kind == Kind::status && invocation.field) {
     return reportField(invocation, inputs, out, err);
+  }
+  if (invocation.kind == Kind::explain && invocation.profile) {
+    return explainProfile(invocation, inputs, moments, coloured, out, err);
   }
   const AgentFacts facts = AgentFacts::gather(inputs);
   if (!facts.readAnything) {
@@ -137,22 +182,15 @@ int ConsoleCommand::run(const Invocation& invocation, const ConsoleInputs& input
     for (const auto& problem : facts.problems) err << problem << "\n";
     return kNothingReadStatus;
   }
-  const ConsoleText text(coloured && !invocation.json);
   const std::string tool = inputs.paths.toolExecutable().string();
   if (invocation.kind == Kind::explain) {
-    const auto explanation =
-        ExplainCommand::explain(facts, from.value_or(facts.now), invocation.days);
-    if (invocation.json) {
-      out << ExplainCommand::json(facts, explanation, tool).dump(2) << "\n";
-    } else {
-      ExplainCommand::printText(facts, explanation, tool, text, out);
-    }
+    printExplanation(invocation, facts, moments, tool, coloured && !invocation.json, out);
     return 0;
   }
   if (invocation.json) {
     out << StatusCommand::json(facts).dump(2) << "\n";
   } else {
-    StatusCommand::printText(facts, text, out);
+    StatusCommand::printText(facts, ConsoleText(coloured), out);
   }
   return 0;
 }

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <optional>
 #include <ostream>
 #include <string>
 
+#include "agent/console/AgentFacts.h"
 #include "agent/console/ConsoleInputs.h"
 #include "agent/console/Invocation.h"
 
@@ -19,6 +21,20 @@ class ConsoleCommand {
                  std::ostream& out, std::ostream& err);
 
  private:
+  // The moments the command line gives in place of now and of the recorded last run.
+  struct Moments {
+    std::optional<platform::TimePoint> from;
+    std::optional<platform::TimePoint> lastRun;
+  };
+
+  // The plan from `facts`, in text or JSON.
+  static void printExplanation(const Invocation& invocation, AgentFacts facts,
+                               const Moments& moments, const std::string& tool, bool coloured,
+                               std::ostream& out);
+  // `explain --profile`: the machine with the file in its managed stores' place.
+  static int explainProfile(const Invocation& invocation, const ConsoleInputs& inputs,
+                            const Moments& moments, bool coloured, std::ostream& out,
+                            std::ostream& err);
   // 0 clean, 1 warnings only, 2 errors; 1 with a message when there is nothing to check.
   static int lint(const Invocation& invocation, const ConsoleInputs& inputs, bool coloured,
                   std::ostream& out, std::ostream& err);

@@ -19,6 +19,11 @@ struct Invocation {
   // `explain` only: ISO 8601, such as 2026-11-24T06:00:00Z; none means now.
   std::optional<std::string> from{};
   int days = 7;
+  // `explain` only: the profile or plain preference list to explain in place
+  // of the managed stores, and the last run to plan from in place of the one
+  // the state file records (ISO 8601, as `from`).
+  std::optional<std::string> profile{};
+  std::optional<std::string> lastRun{};
   // `lint` only: property lists, or folders of them; none means the live stores.
   std::vector<std::string> paths{};
   // `schema` only: "jamf" (a JSON schema) or "manifest"; the domain, none

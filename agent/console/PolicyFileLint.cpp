@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <map>
 
+#include "agent/console/PolicyProfile.h"
 #include "core/logging/Utf8.h"
 #include "core/values/PlistGuard.h"
 
@@ -79,11 +80,8 @@ std::vector<Diagnostic> PolicyFileLint::lintFile(const platform::FileManager& fi
              "not a property list of keys: the agent reads it as empty (a binary one with a NUL "
              "byte in a key is refused too)."}};
   }
-  std::string domain = path.stem().string();
-  if (!mdm::managedDomainFromRawValue(domain)) {
-    domain = std::string(mdm::rawValue(mdm::ManagedDomain::velmoAgent));
-  }
-  return PolicyLint::lintValues(file, domain, reading.root, now, timeZoneId);
+  return PolicyLint::lintValues(file, PolicyProfile::domainOfList(path), reading.root, now,
+                                timeZoneId);
 }
 
 std::vector<Diagnostic> PolicyFileLint::lintProfile(

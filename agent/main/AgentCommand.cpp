@@ -24,6 +24,10 @@ std::variant<int, AgentCommand::Invocation> AgentCommand::parse(int argc, const 
       "explain", "Show when runs may start over some days, why, and their command lines");
   explain->add_option("--from", invocation.from, "ISO 8601 moment, such as 2026-11-24T06:00:00Z");
   explain->add_option("--days", invocation.days, "How many days")->check(CLI::Range(1, 366));
+  explain->add_option("--profile", invocation.profile,
+                      "A .mobileconfig or <domain>.plist to explain instead of the managed stores");
+  explain->add_option("--last-run", invocation.lastRun,
+                      "ISO 8601 moment of the last run, instead of the state file's");
   explain->add_flag("--json", invocation.json, "One JSON object");
   auto* lint = app.add_subcommand(
       "lint", "Check profiles for keys, types, windows and IDs the agent ignores or refuses");

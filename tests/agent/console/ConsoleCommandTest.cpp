@@ -6,12 +6,14 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <map>
 #include <sstream>
 
 #include <nlohmann/json.hpp>
 
 #include "core/time/VelmoTimeWindow.h"
 #include "tests/support/ConsoleMachine.h"
+#include "tests/support/ProfileXml.h"
 
 namespace velmo::agent::console {
 namespace {
@@ -107,6 +109,152 @@ INSTANTIATE_TEST_SUITE_P(
                       {"/sandbox/Library/Application Support/Marvenith/Velmo/velmo", "install",
                        "marvenith-velmo", "firefox"}},
                      {"/commands/appQuit/2", "<app id>"}}}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// `explain --profile` must say what the live `explain` says once the profile
+// is deployed: the same policy placed in the managed stores by hand, under the
+// same moment and last run, in text and in JSON. The machine's own managed
+// policy is what the profile replaces, and none of it may show.
+using Policy = std::map<std::string, core::PlistDictionary>;
+
+struct ProfileCase {
+  const char* name;
+  const char* file;
+  std::string contents;  // Empty: no file there.
+  Policy policy;         // What the profile sets, as the managed stores would hold it.
+  // Root's own and the machine-wide stores, beneath on both machines.
+  std::function<void(Machine&)> beneath;
+  // A value that shows the profile took effect; for a refusal, its pointer is
+  // empty and the value a fragment of standard error.
+  std::pair<const char*, nlohmann::json> expected;
+};
+
+void PrintTo(const ProfileCase& c, std::ostream* os) { *os << c.name; }
+
+class ExplainProfile : public ::testing::TestWithParam<ProfileCase> {};
+
+constexpr auto kAgentDomain = "com.marvenith.velmo-agent";
+constexpr auto kFrom = "2026-11-24T05:00:00Z";
+constexpr auto kLastRun = "2026-11-24T04:30:00Z";
+
+// As the agent's own defaults read the stores: machine-wide, then root's, then managed winning.
+void placeInStores(Machine& machine, const Policy& policy) {
+  for (const auto& [domain, values] : policy) machine.stores.setManaged(domain, values);
+  for (const auto& layer :
+       {machine.stores.machineValues(kAgentDomain).value_or(core::PlistDictionary{}),
+        machine.stores.copyAllValues(kAgentDomain),
+        machine.stores.managedValues(kAgentDomain).value_or(core::PlistDictionary{})}) {
+    for (const auto& [key, value] : layer) machine.defaults.set(key, value);
+  }
+}
+
+TEST_P(ExplainProfile, SaysWhatTheLiveExplainSaysOnceDeployed) {
+  const auto& c = GetParam();
+  Machine live, deployed;
+  for (auto* machine : {&live, &deployed}) {
+    machine->timeZone = "Europe/Berlin";
+    c.beneath(*machine);
+  }
+  live.files.addFile(kStateFile, "<plist version=\"1.0\"><dict><key>LastUpdateTaskRun</key><date>" +
+                                     std::string(kLastRun) + "</date></dict></plist>");
+  placeInStores(live, c.policy);
+  placeInStores(deployed, {{kAgentDomain, {{"UpdateAll", true}, {"RunInterval", 600.0}}},
+                           {"com.marvenith.velmo-notifier", {{"EnableMenuBarApp", true}}}});
+  if (!c.contents.empty()) deployed.files.addFile(c.file, c.contents);
+  for (const bool json : {false, true}) {
+    std::ostringstream deployedOut, liveOut, err;
+    const Invocation asked{
+        .kind = Kind::explain, .json = json, .from = kFrom, .profile = c.file, .lastRun = kLastRun};
+    const int status = ConsoleCommand::run(asked, deployed.inputs(), false, deployedOut, err);
+    if (!*c.expected.first) {
+      EXPECT_EQ(status, 1);
+      EXPECT_NE(err.str().find(c.expected.second.get<std::string>()), std::string::npos)
+          << err.str();
+      EXPECT_EQ(deployedOut.str(), "");
+      continue;
+    }
+    ASSERT_EQ(status, 0) << err.str();
+    const Invocation plain{.kind = Kind::explain, .json = json, .from = kFrom};
+    ASSERT_EQ(ConsoleCommand::run(plain, live.inputs(), false, liveOut, err), 0) << err.str();
+    EXPECT_EQ(deployedOut.str(), liveOut.str());
+    if (json) {
+      EXPECT_EQ(nlohmann::json::parse(deployedOut.str())
+                    .value(nlohmann::json::json_pointer(c.expected.first), nlohmann::json()),
+                c.expected.second);
+    }
+  }
+}
+
+const std::string kWifi = testing::payload("com.apple.wifi.managed", "com.example.wifi", "");
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, ExplainProfile,
+    ::testing::Values(
+        // The administrators' example: Mon and Wed 12:00-13:30, and firefox.
+        ProfileCase{
+            "TheExamplePolicyAsAProfile",
+            "/profiles/velmo.mobileconfig",
+            testing::profile(
+                testing::payload(
+                    kAgentDomain, "com.example.velmo.agent",
+                    "<key>GlobalAllowWindows</key><array><dict><key>days</key><array><string>mon"
+                    "</string><string>wed</string></array><key>start</key><dict><key>hour</key>"
+                    "<integer>12</integer><key>minute</key><integer>0</integer></dict><key>end"
+                    "</key><dict><key>hour</key><integer>13</integer><key>minute</key><integer>30"
+                    "</integer></dict></dict></array><key>InstallOrUpdate</key><array><string>"
+                    "firefox</string></array>") +
+                kWifi),
+            {{kAgentDomain,
+              {{"GlobalAllowWindows",
+                VelmoTimeWindow::toPlistArray(
+                    {{.days = {Weekday::mon, Weekday::wed}, .start = {12, 0}, .end = {13, 30}}})},
+               {"InstallOrUpdate", core::PlistArray{"firefox"}}}}},
+            [](Machine&) {},
+            {"/scheduledRuns/0/at", "2026-11-25T11:00:00.000Z"}},
+        // Custom settings for the agent, a payload for the companion, and root's
+        // own store beneath: the ID and UpdateMAS come from there, RunInterval
+        // from the profile.
+        ProfileCase{
+            "CustomSettingsOverRootsOwnStore",
+            "/profiles/custom.mobileconfig",
+            testing::profile(
+                testing::payload(
+                    "com.apple.ManagedClient.preferences", "",
+                    "<key>PayloadContent</key><dict><key>com.marvenith.velmo-agent</key><dict>"
+                    "<key>Forced</key><array><dict><key>mcx_preference_settings</key><dict><key>"
+                    "RunInterval</key><integer>3600</integer><key>DisableSelfUpdate</key><true/>"
+                    "</dict></dict></array></dict></dict>") +
+                testing::payload("com.marvenith.velmo-notifier", "com.example.notifier",
+                                 "<key>EnableMenuBarApp</key><true/>")),
+            {{kAgentDomain, {{"RunInterval", std::int64_t{3600}}, {"DisableSelfUpdate", true}}},
+             {"com.marvenith.velmo-notifier", {{"EnableMenuBarApp", true}}}},
+            [](Machine& m) {
+              m.stores.setRoot(kAgentDomain, {{"RunInterval", std::int64_t{7200}},
+                                              {"UpdateMAS", true},
+                                              {"InstallOrUpdate", core::PlistArray{"firefox"}}});
+            },
+            {"/intervalSeconds", 3600}},
+        // A plain list: its name gives the domain. The machine's managed
+        // companion settings go with the rest of its managed layer.
+        ProfileCase{"PlainListNamedForItsDomain",
+                    "/profiles/com.marvenith.velmo-agent.plist",
+                    "<plist version=\"1.0\"><dict><key>RunInterval</key><integer>86400</integer>"
+                    "</dict></plist>",
+                    {{kAgentDomain, {{"RunInterval", std::int64_t{86400}}}}},
+                    [](Machine&) {},
+                    {"/intervalSeconds", 86400}},
+        ProfileCase{"MissingFileIsExitOne",
+                    "/profiles/absent.mobileconfig",
+                    "",
+                    {},
+                    [](Machine&) {},
+                    {"", "--profile /profiles/absent.mobileconfig: can't be read"}},
+        ProfileCase{"NoPayloadForTheAgentsDomainsIsExitOne",
+                    "/profiles/wifi.mobileconfig",
+                    testing::profile(kWifi),
+                    {},
+                    [](Machine&) {},
+                    {"", "no payload for the domains the agent reads"}}),
     [](const auto& info) { return std::string(info.param.name); });
 
 // The text an administrator reads: the README's example policy (Mon and Wed

@@ -17,6 +17,7 @@
 
 #include "backends/fake/FakeFileManager.h"
 #include "backends/linux/PosixFileManager.h"
+#include "tests/support/ProfileXml.h"
 
 namespace velmo::agent::console {
 namespace {
@@ -25,24 +26,8 @@ using Severity = PolicyLint::Severity;
 
 const platform::TimePoint kNow{std::chrono::seconds(1773151509)};
 
-std::string payload(const char* type, const char* id, const std::string& keys) {
-  std::string text = "<dict><key>PayloadType</key><string>" + std::string(type) + "</string>";
-  if (*id) text += "<key>PayloadIdentifier</key><string>" + std::string(id) + "</string>";
-  return text +
-         "<key>PayloadDisplayName</key><string>Shown</string><key>PayloadUUID</key>"
-         "<string>6E1B2C6C-0000-4B7A-9B8E-000000000001</string><key>PayloadVersion</key>"
-         "<integer>1</integer>" +
-         keys + "</dict>";
-}
-
-std::string profile(const std::string& payloads) {
-  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
-         "<key>PayloadContent</key><array>" +
-         payloads +
-         "</array><key>PayloadIdentifier</key><string>com.example.velmo</string>"
-         "<key>PayloadType</key><string>Configuration</string><key>PayloadVersion</key>"
-         "<integer>1</integer></dict></plist>";
-}
+using testing::payload;
+using testing::profile;
 
 std::string binary(const std::string& xml) {
   plist_t root = nullptr;
