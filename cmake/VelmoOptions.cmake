@@ -49,3 +49,38 @@ if(_velmo_sanitizers)
     target_compile_options(velmo_options INTERFACE -fno-sanitize=function)
   endif()
 endif()
+
+# Debian's hardening (stack protector, fortified libc calls, full RELRO with
+# immediate binding, PIE), as dpkg-buildflags gives it to every package build.
+# On by default for optimised builds without sanitizers, which is the build the
+# package is made from; fortification needs optimisation, and the sanitizers
+# bring their own checks.
+find_program(VELMO_DPKG_BUILDFLAGS_PROGRAM dpkg-buildflags)
+set(_velmo_hardening_default OFF)
+if(VELMO_DPKG_BUILDFLAGS_PROGRAM AND NOT _velmo_sanitizers AND NOT VELMO_BUILD_FUZZERS
+   AND CMAKE_BUILD_TYPE MATCHES "^(Release|RelWithDebInfo|MinSizeRel)$")
+  set(_velmo_hardening_default ON)
+endif()
+option(VELMO_DPKG_HARDENING "Compile and link with dpkg-buildflags' hardening flags"
+  ${_velmo_hardening_default})
+if(VELMO_DPKG_HARDENING)
+  if(NOT VELMO_DPKG_BUILDFLAGS_PROGRAM)
+    message(FATAL_ERROR "VELMO_DPKG_HARDENING needs dpkg-buildflags (package dpkg-dev)")
+  endif()
+  # hardening=+all adds bindnow (-z now), which Debian's defaults leave out.
+  foreach(_velmo_flags CPPFLAGS CXXFLAGS LDFLAGS)
+    execute_process(
+      COMMAND ${CMAKE_COMMAND} -E env DEB_BUILD_MAINT_OPTIONS=hardening=+all
+              ${VELMO_DPKG_BUILDFLAGS_PROGRAM} --get ${_velmo_flags}
+      WORKING_DIRECTORY ${CMAKE_SOURCE_DIR}
+      OUTPUT_VARIABLE _velmo_value OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    separate_arguments(_velmo_value UNIX_COMMAND "${_velmo_value}")
+    # The build type already chooses optimisation and debug information; the
+    # prefix map would point debuggers and __FILE__ away from this checkout.
+    list(FILTER _velmo_value EXCLUDE REGEX "^-(O[0-9s]?|g|ffile-prefix-map=.*)$")
+    set(_velmo_${_velmo_flags} ${_velmo_value})
+  endforeach()
+  add_compile_options(${_velmo_CPPFLAGS} ${_velmo_CXXFLAGS})
+  add_link_options(${_velmo_LDFLAGS})
+  message(STATUS "Hardening: ${_velmo_CPPFLAGS} ${_velmo_CXXFLAGS}; links with ${_velmo_LDFLAGS}")
+endif()

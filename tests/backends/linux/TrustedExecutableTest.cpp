@@ -69,7 +69,9 @@ INSTANTIATE_TEST_SUITE_P(
     Cases, TrustedExecutableTest,
     ::testing::Values(TrustCase{"RootsAlone", nullptr, ""},
                       TrustCase{"AFolderOfAnotherAccount",
-                                [](const fs::path& r) { ::chown((r / "bin").c_str(), kNobody, 0); },
+                                [](const fs::path& r) {
+                                  EXPECT_EQ(::chown((r / "bin").c_str(), kNobody, 0), 0);
+                                },
                                 "/bin is owned by uid 65534, not root"},
                       TrustCase{"AGroupWritableFolder",
                                 [](const fs::path& r) { ::chmod((r / "bin/tools").c_str(), 0775); },
@@ -83,7 +85,7 @@ INSTANTIATE_TEST_SUITE_P(
                       TrustCase{"RootsLinkIntoAUsersFolder",
                                 [](const fs::path& r) {
                                   writeProgram(r / "home/velmo", "a user's program");
-                                  ::chown((r / "home").c_str(), kNobody, 0);
+                                  EXPECT_EQ(::chown((r / "home").c_str(), kNobody, 0), 0);
                                   fs::remove(r / "bin/tools/velmo");
                                   fs::create_symlink("../../home/velmo", r / "bin/tools/velmo");
                                 },
@@ -92,7 +94,8 @@ INSTANTIATE_TEST_SUITE_P(
                                 [](const fs::path& r) {
                                   fs::rename(r / "bin/tools/velmo", r / "bin/velmo-real");
                                   fs::create_symlink("../velmo-real", r / "bin/tools/velmo");
-                                  ::lchown((r / "bin/tools/velmo").c_str(), kNobody, 0);
+                                  EXPECT_EQ(::lchown((r / "bin/tools/velmo").c_str(), kNobody, 0),
+                                            0);
                                 },
                                 "the link"},
                       TrustCase{"AMissingProgram",
