@@ -108,7 +108,32 @@ INSTANTIATE_TEST_SUITE_P(
                      {"/commands/scheduledRun/0",
                       {"/sandbox/Library/Application Support/Marvenith/Velmo/velmo", "install",
                        "marvenith-velmo", "firefox"}},
-                     {"/commands/appQuit/2", "<app id>"}}}),
+                     {"/commands/appQuit/2", "<app id>"}}},
+        // The running agent holds scheduled runs on battery: both commands say so.
+        ConsoleCase{"ConditionsHoldTheRunsInStatus",
+                    Kind::status,
+                    [](Machine& m) {
+                      m.defaults.set("RunOnlyOnACPower", true);
+                      m.defaults.set("MinimumBatteryPercent", std::int64_t{20});
+                      m.agent.agent = platform::RunningAgent{
+                          {.version = "1", .runsHeldBy = "on battery (RunOnlyOnACPower)"}, 7};
+                    },
+                    0,
+                    {{"/runs/heldBy", "on battery (RunOnlyOnACPower)"},
+                     {"/conditions/0", "mains power (RunOnlyOnACPower)"},
+                     {"/conditions/1", "at least 20% on battery (MinimumBatteryPercent)"}}},
+        ConsoleCase{"ConditionsHoldTheRunsInExplain",
+                    Kind::explain,
+                    [](Machine& m) {
+                      m.defaults.set("RunOnlyOnUnmeteredNetwork", true);
+                      m.agent.agent = platform::RunningAgent{
+                          {.version = "1",
+                           .runsHeldBy = "on a metered network (RunOnlyOnUnmeteredNetwork)"},
+                          7};
+                    },
+                    0,
+                    {{"/blockedNow", "on a metered network (RunOnlyOnUnmeteredNetwork)"},
+                     {"/conditions/0", "an unmetered network (RunOnlyOnUnmeteredNetwork)"}}}),
     [](const auto& info) { return std::string(info.param.name); });
 
 // `explain --profile` must say what the live `explain` says once the profile

@@ -89,6 +89,13 @@ INSTANTIATE_TEST_SUITE_P(
                  "<key>RunInterval</key><real>-5</real>",
                  {{"RunInterval", Severity::error, "above 0"}},
                  2},
+        LintCase{"BatteryPercentOutOfRange",
+                 kAgent,
+                 "<key>MinimumBatteryPercent</key><integer>150</integer>"
+                 "<key>RunOnlyOnACPower</key><string>yes</string>",
+                 {{"RunOnlyOnACPower", Severity::warning, "where a Boolean belongs"},
+                  {"MinimumBatteryPercent", Severity::warning, "not from 0 to 100: read as 100"}},
+                 1},
         LintCase{"SplayOverADay",
                  kAgent,
                  "<key>RunSplay</key><integer>90000</integer>",

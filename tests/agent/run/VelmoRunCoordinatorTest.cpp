@@ -5,6 +5,8 @@
 #include <asio/co_spawn.hpp>
 #include <asio/detached.hpp>
 
+#include "backends/fake/FakeNetworkCost.h"
+#include "backends/fake/FakePowerSource.h"
 #include "tests/support/AgentFakes.h"
 
 namespace velmo::agent::run {
@@ -75,7 +77,9 @@ class VelmoRunCoordinatorTest : public ::testing::Test, protected testing::Agent
             .workspaceEvents = workspace_,
             .runner = runner_,
             .inventory = inventory_,
-            .currentTimeZone = [] { return std::string("UTC"); }};
+            .currentTimeZone = [] { return std::string("UTC"); },
+            .power = &power_,
+            .network = &network_};
   }
 
   std::optional<std::int64_t> runCount() const {
@@ -93,6 +97,8 @@ class VelmoRunCoordinatorTest : public ::testing::Test, protected testing::Agent
   std::unique_ptr<mdm::ManagedPrefs> prefs_ = makePrefs();
   InventoryUpdater inventory_{launcher_, clock_, "/usr/local/bin/jamf"};
   std::shared_ptr<VelmoRunCoordinator> coordinator_;
+  platform::fake::FakePowerSource power_;
+  platform::fake::FakeNetworkCost network_;
 };
 
 TEST_F(VelmoRunCoordinatorTest, TheRunIsRecordedWhenItEndsNotWhenItStarts) {
@@ -194,6 +200,68 @@ TEST_P(UserInitiatedOutsideWindows, RunsOnlyWhenTheOverrideAllowsIt) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Override, UserInitiatedOutsideWindows, ::testing::Bool());
+
+struct HeldCase {
+  const char* name;
+  const char* key;
+  core::PlistValue value;
+  std::function<void(platform::fake::FakePowerSource&, platform::fake::FakeNetworkCost&, bool held)>
+      state;
+  const char* reason;
+};
+
+void PrintTo(const HeldCase& c, std::ostream* os) { *os << c.name; }
+
+class HeldRun : public VelmoRunCoordinatorTest, public ::testing::WithParamInterface<HeldCase> {
+ protected:
+  void setState(bool held) { GetParam().state(power_, network_, held); }
+};
+
+// The timer's run waits while a condition is unmet, a user's check doesn't,
+// and the overdue run starts 5 s after the condition clears.
+TEST_P(HeldRun, WaitsForTheConditionAndRunsOnceItClears) {
+  const auto& c = GetParam();
+  defaults_.set(c.key, c.value);
+  setState(true);
+  start();
+  clock_.advance(seconds(1));
+  EXPECT_TRUE(launchedArguments().empty());
+  EXPECT_TRUE(logged(std::string("Scheduled Velmo Run not started: ") + c.reason));
+  EXPECT_EQ(coordinator_->activity().value().heldBy, c.reason);
+  EXPECT_TRUE(coordinator_->nextRunDate().has_value());
+
+  int served = 0;
+  requestRun(true, served);
+  clock_.advance(seconds(1));
+  EXPECT_EQ(launchedArguments(), (Calls{{"install", "marvenith-velmo", "--running-first"}}));
+
+  setState(false);
+  clock_.advance(seconds(4));
+  EXPECT_EQ(launchedArguments().size(), 1u);
+  clock_.advance(seconds(2));
+  EXPECT_EQ(launchedArguments().size(), 2u);
+  EXPECT_EQ(runCount(), 2);
+  EXPECT_EQ(coordinator_->activity().value().heldBy, "");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Conditions, HeldRun,
+    ::testing::Values(HeldCase{"OnBattery", "RunOnlyOnACPower", true,
+                               [](auto& power, auto&, bool held) {
+                                 power.set(
+                                     platform::PowerState{.onBattery = held, .percent = 80.0});
+                               },
+                               "on battery (RunOnlyOnACPower)"},
+                      HeldCase{"LowBattery", "MinimumBatteryPercent", std::int64_t{30},
+                               [](auto& power, auto&, bool held) {
+                                 power.set(platform::PowerState{.onBattery = true,
+                                                                .percent = held ? 8.0 : 31.0});
+                               },
+                               "battery at 8%, below 30% (MinimumBatteryPercent)"},
+                      HeldCase{"Metered", "RunOnlyOnUnmeteredNetwork", true,
+                               [](auto&, auto& network, bool held) { network.set(held); },
+                               "on a metered network (RunOnlyOnUnmeteredNetwork)"}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 class SleepOrPowerOff : public VelmoRunCoordinatorTest,
                         public ::testing::WithParamInterface<WorkspaceEvent> {};
