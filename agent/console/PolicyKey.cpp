@@ -41,6 +41,20 @@ std::optional<core::PlistValue> lookUp(const std::optional<core::PlistDictionary
   return found->second;
 }
 
+// An ID list as the agent takes it: how many IDs, and how many it refuses.
+std::optional<std::string> idsReading(const core::PlistValue& value) {
+  const auto ids = core::DefaultsValue<std::vector<std::string>>::from(value);
+  if (!ids) return std::nullopt;
+  const auto refused =
+      static_cast<std::size_t>(std::count_if(ids->begin(), ids->end(), [](const std::string& id) {
+        return !core::ToolIdentifier::isValid(id);
+      }));
+  const std::size_t kept = ids->size() - refused;
+  std::string text = std::to_string(kept) + " ID" + (kept == 1 ? "" : "s");
+  if (refused > 0) text += ", " + std::to_string(refused) + " refused";
+  return text;
+}
+
 // The reading of a defaults-road value; none when the agent can't use it.
 std::optional<std::string> defaultsReading(const KeyRule& rule, const core::PlistValue& value,
                                            const ConsoleInputs& inputs) {
@@ -66,17 +80,8 @@ std::optional<std::string> defaultsReading(const KeyRule& rule, const core::Plis
       if (rule.kind == Kind::text) return "\"" + *text + "\"";
       return "the tool's entry " + std::string(run::RunCommandBuilder::updateChannelLabel(*text));
     }
-    case Kind::ids: {
-      const auto ids = core::DefaultsValue<std::vector<std::string>>::from(value);
-      if (!ids) return std::nullopt;
-      const auto refused = std::count_if(ids->begin(), ids->end(), [](const std::string& id) {
-        return !core::ToolIdentifier::isValid(id);
-      });
-      std::string text = std::to_string(ids->size() - static_cast<std::size_t>(refused)) + " ID" +
-                         (ids->size() - static_cast<std::size_t>(refused) == 1 ? "" : "s");
-      if (refused > 0) text += ", " + std::to_string(refused) + " refused";
-      return text;
-    }
+    case Kind::ids:
+      return idsReading(value);
     case Kind::percent: {
       const auto percent = core::DefaultsValue<std::int64_t>::from(value);
       if (!percent) return std::nullopt;

@@ -3,25 +3,12 @@
 #include "core/values/PropertyList.h"
 
 namespace velmo::platform::linux {
-namespace {
-
-std::optional<core::PlistValue> lookUp(const std::optional<core::PlistDictionary>& store,
-                                       std::string_view key) {
-  if (!store) return std::nullopt;
-  const auto found = store->find(key);
-  if (found == store->end()) return std::nullopt;
-  return found->second;
-}
-
-}  // namespace
 
 PlistUserDefaults::PlistUserDefaults(FileManager& files, const Paths& paths, std::string domain)
     : files_(files), paths_(paths), stores_(files, paths), domain_(std::move(domain)) {}
 
 std::optional<core::PlistValue> PlistUserDefaults::object(std::string_view key) const {
-  if (auto value = lookUp(stores_.managedValues(domain_), key)) return value;
-  if (auto value = lookUp(stores_.copyAllValues(domain_), key)) return value;
-  return lookUp(stores_.machineValues(domain_), key);
+  return stores_.layeredValue(domain_, key);
 }
 
 FileResult<> PlistUserDefaults::setObject(std::string_view key, const core::PlistValue& value) {
