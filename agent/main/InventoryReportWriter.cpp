@@ -129,6 +129,7 @@ void InventoryReportWriter::write() {
 }
 
 void InventoryReportWriter::finished(bool written, const std::string& failure) {
+  collaborators_.written();
   if (written) {
     retry_.succeeded();
     return;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -44,6 +45,9 @@ class InventoryReportWriter {
     platform::DistributedNotificationCenter& distributedCenter;
     core::NotificationCenter& notificationCenter;
     const core::RecentLines& recentErrors;
+    // Called after each write on the main executor: building the report
+    // takes memory on the file thread, which should go back to the system.
+    std::function<void()> written = [] {};
   };
 
   static constexpr platform::Duration kFold = std::chrono::seconds(2);

@@ -116,7 +116,10 @@ void StartCommand::followActivity(run::VelmoRunCoordinator& coordinator) {
                                            .userDefaults = c.report.userDefaults,
                                            .distributedCenter = c.distributedCenter,
                                            .notificationCenter = c.notificationCenter,
-                                           .recentErrors = c.report.recentErrors});
+                                           .recentErrors = c.report.recentErrors,
+                                           .written = [this] {
+                                             if (memoryRelease_) memoryRelease_->trigger();
+                                           }});
   report_->follow(*statusReporter_, coordinator, coordinator.activity(),
                   maintenanceManager_->activity());
 }
