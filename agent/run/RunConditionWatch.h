@@ -43,7 +43,6 @@ class RunConditionWatch {
   // A scheduled run didn't start: one line says why; it is overdue until the
   // conditions clear.
   void hold(const std::string& what, const RunConditions::Verdict& verdict);
-  bool overdue() const { return overdue_; }
   // The policy changed: its conditions are judged afresh after the settle time.
   void policyChanged(const policy::VelmoRunConfig& config);
 

@@ -23,11 +23,6 @@ RunConditions::Verdict RunConditions::decide(const policy::VelmoRunConfig& confi
   return {};
 }
 
-bool RunConditions::any(const policy::VelmoRunConfig& config) {
-  return config.runOnlyOnACPower || config.minimumBatteryPercent > 0 ||
-         config.runOnlyOnUnmeteredNetwork;
-}
-
 std::vector<std::string> RunConditions::described(const policy::VelmoRunConfig& config) {
   std::vector<std::string> conditions;
   if (config.runOnlyOnACPower) conditions.emplace_back("mains power (RunOnlyOnACPower)");

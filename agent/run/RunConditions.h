@@ -28,8 +28,6 @@ class RunConditions {
   };
 
   static Verdict decide(const policy::VelmoRunConfig& config, const Observed& observed);
-  // Whether any condition is set at all.
-  static bool any(const policy::VelmoRunConfig& config);
   // The conditions set, in words with their keys: "mains power (RunOnlyOnACPower)".
   static std::vector<std::string> described(const policy::VelmoRunConfig& config);
 };
